@@ -1,0 +1,102 @@
+// One open, one append and one close per call on "./Qm_ic.log".
+#include "support/qmlog.h"
+
+#include "support/boundary.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <memory>
+#include <span>
+
+char DbgLog[QAVEN_DBGLOG_SIZE];
+
+namespace {
+
+constexpr const char* kLogFile = "./Qm_ic.log";
+
+constexpr std::size_t kBytesPerRow = 32;
+
+// The blanks around a row break belong to the log's layout.
+constexpr const char* kRowBreak = " \r\n ";
+
+struct Close {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+using LogFile = std::unique_ptr<std::FILE, Close>;
+
+LogFile open_log() {
+    return LogFile(std::fopen(kLogFile, "a+"));
+}
+
+std::span<const unsigned char> bytes_of(const unsigned char* data, int len) {
+    if (data == nullptr || len <= 0) {
+        return {};
+    }
+    return {data, static_cast<std::size_t>(len)};
+}
+
+void append_line(const char* text) {
+    if (const LogFile log = open_log()) {
+        std::fprintf(log.get(), "%s\r\n", qaven::text_or_empty(text));
+    }
+}
+
+} // namespace
+
+void WriteKsLog(const char* text) {
+    append_line(text);
+}
+
+void WriteKsLogPlain(const char* text) {
+    append_line(text);
+}
+
+void WriteKsTitleLog(const char* title, const char* text) {
+    if (const LogFile log = open_log()) {
+        std::fprintf(log.get(), "%s: %s\r\n", qaven::text_or_empty(title),
+                     qaven::text_or_empty(text));
+    }
+}
+
+void WriteKsLogHex(unsigned char* data, int len) {
+    const LogFile log = open_log();
+    if (!log) {
+        return;
+    }
+    std::fputs("HEX: ", log.get());
+    for (const unsigned byte : bytes_of(data, len)) {
+        std::fprintf(log.get(), "%02X ", byte);
+    }
+    std::fputs("\r\n", log.get());
+}
+
+void WriteKsTitleLogHex(const char* title, unsigned char* data, int len) {
+    const LogFile log = open_log();
+    if (!log) {
+        return;
+    }
+    const std::span<const unsigned char> bytes = bytes_of(data, len);
+    std::fprintf(log.get(), "%s(HEX): ", qaven::text_or_empty(title));
+    // A dump of one full row still fits on the title line.
+    if (bytes.size() > kBytesPerRow) {
+        std::fputs(kRowBreak, log.get());
+    }
+    std::size_t written = 0;
+    for (const unsigned byte : bytes) {
+        std::fprintf(log.get(), "%02X ", byte);
+        ++written;
+        if (written % kBytesPerRow == 0) {
+            std::fputs(kRowBreak, log.get());
+        }
+    }
+    std::fputs("\r\n", log.get());
+}
+
+void qaven::trace::line(const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(DbgLog, sizeof DbgLog, format, arguments);
+    va_end(arguments);
+    WriteKsLog(DbgLog);
+}
