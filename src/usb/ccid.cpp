@@ -1,0 +1,226 @@
+// CCID framing: ten header bytes, 64-byte packets, one message counter.
+#include "usb/ccid.h"
+
+#include "support/diagnostics.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <vector>
+
+namespace diagnostics = qaven::diagnostics;
+
+namespace {
+
+constexpr std::size_t kPacket = CCID::kPacketSize;
+constexpr std::size_t kHeader = CCID::kHeaderSize;
+constexpr std::size_t kFirstPacketData = kPacket - kHeader;
+
+// A reader in good order announces at most what a slot can answer; one that announces more is read
+// until it falls silent, but not for ever.
+constexpr int kMaxDroppedPackets = 1100;
+
+// Packets that follow the first one of a message. They are counted from the whole message, so a
+// message that fills its packets exactly is followed by one more packet.
+constexpr std::uint64_t packets_after_first(std::uint64_t data_length) {
+    return (data_length + kHeader) / kPacket;
+}
+
+// The reader firmware counts the last packet from the APDU length, not from the bytes still unsent.
+constexpr std::size_t last_packet_length(std::size_t apdu_length) {
+    return apdu_length % kPacket;
+}
+
+// A reply message counts its further packets from the data length alone, without the header.
+constexpr int further_packets_of_reply(unsigned char low_length) {
+    return low_length / CCID::kPacketSize;
+}
+
+std::uint32_t reply_length(std::span<const unsigned char, kHeader> header) {
+    return static_cast<std::uint32_t>(header[1]) | static_cast<std::uint32_t>(header[2]) << 8U |
+           static_cast<std::uint32_t>(header[3]) << 16U |
+           static_cast<std::uint32_t>(header[4]) << 24U;
+}
+
+bool can_be_framed(const unsigned char* apdu, int len) {
+    return len >= 0 && len <= CCID::kMaxApdu && (apdu != nullptr || len == 0);
+}
+
+} // namespace
+
+void CCID::end_held_connection() {
+    if (handle != nullptr) {
+        close();
+    }
+}
+
+int CCID::open(int vid, int pid, int interface) {
+    end_held_connection();
+    Myusb::init(vid, pid);
+    Myusb::setInterface(interface);
+    Myusb::open();
+    seq = 0;
+    return 0;
+}
+
+int CCID::open(int vid, int pid) {
+    end_held_connection();
+    Myusb::init(vid, pid);
+    Myusb::open();
+    seq = 0;
+    return 0;
+}
+
+int CCID::setInterface(int interface) {
+    return Myusb::setInterface(interface);
+}
+
+void CCID::close() {
+    Myusb::close();
+}
+
+void CCID::put_header(Message type, int apdu_length, std::span<unsigned char> message) {
+    message[0] = static_cast<unsigned char>(type);
+    // Only the low byte of dwLength is filled: no card command is longer than 255 bytes.
+    message[1] = static_cast<unsigned char>(apdu_length);
+    message[6] = static_cast<unsigned char>(seq);
+    seq = static_cast<int>(static_cast<unsigned int>(seq) + 1U);
+}
+
+int CCID::command(Message type, unsigned char* reply) {
+    std::array<unsigned char, kHeader> message{};
+    put_header(type, 0, message);
+    const int result = Myusb::write(message.data(), static_cast<int>(message.size()));
+    Myusb::read(reply, kPacketSize);
+    return result;
+}
+
+int CCID::poweron() {
+    return command(Message::kPowerOn, atr);
+}
+
+int CCID::poweroff() {
+    return command(Message::kPowerOff, atr);
+}
+
+int CCID::GetSlotStatus(unsigned char* status) {
+    return command(Message::kGetSlotStatus, status);
+}
+
+int CCID::send_message(std::span<unsigned char> staging, int apdu_length) {
+    const auto length = static_cast<std::size_t>(apdu_length);
+    const std::size_t first = length > kFirstPacketData ? kPacket : length + kHeader;
+    const int result = Myusb::write(staging.data(), static_cast<int>(first));
+    if (result < 0) {
+        return result;
+    }
+    const std::uint64_t further = packets_after_first(length);
+    std::size_t offset = kPacket;
+    for (std::uint64_t k = 1; k < further; ++k, offset += kPacket) {
+        const int sent = Myusb::write(staging.subspan(offset, kPacket).data(), kPacketSize);
+        if (sent < 0) {
+            return sent;
+        }
+    }
+    if (further > 0) {
+        const auto last = staging.subspan(offset, last_packet_length(length));
+        Myusb::write(last.data(), static_cast<int>(last.size()));
+    }
+    return 0;
+}
+
+void CCID::drop_continuation(int timeout_ms) {
+    std::array<unsigned char, kPacket> dropped{};
+    for (int k = 0; k < kMaxDroppedPackets; ++k) {
+        if (Myusb::readTimeout(dropped.data(), kPacketSize, timeout_ms) != 0 ||
+            transferred < kPacketSize) {
+            return;
+        }
+    }
+}
+
+int CCID::interact_apdu(unsigned char* apdu, int len, unsigned char* resp, int* resp_len,
+                        int timeout_ms) {
+    if (!can_be_framed(apdu, len)) {
+        return kIllegalData;
+    }
+    const auto length = static_cast<std::size_t>(len);
+    std::vector<unsigned char> staging(length + kPacket);
+    put_header(Message::kTransferBlock, len, staging);
+    std::copy_n(apdu, length, staging.begin() + kHeader);
+    if (const int sent = send_message(staging, len); sent < 0) {
+        return sent;
+    }
+
+    std::array<unsigned char, 2 * kPacket> packet{};
+    int result = Myusb::readTimeout(packet.data(), kPacketSize, timeout_ms);
+    if (result != 0) {
+        // Whatever a failed read left behind is no reply.
+        packet.fill(0);
+    }
+    const std::uint32_t announced = reply_length(std::span(packet).first<kHeader>());
+    const std::uint64_t further = packets_after_first(announced);
+    const std::uint64_t needed = kFirstPacketData + kPacket * further;
+    if (needed > kReplyBufferSize) {
+        if (transferred == kPacketSize) {
+            drop_continuation(timeout_ms);
+        }
+        *resp_len = 0;
+        return kIllegalData;
+    }
+
+    *resp_len = static_cast<int>(announced);
+    const std::span response(resp, static_cast<std::size_t>(needed));
+    std::ranges::fill(response, static_cast<unsigned char>(0));
+    std::copy_n(packet.begin() + kHeader, kFirstPacketData, response.begin());
+    for (std::uint64_t k = 0; k < further; ++k) {
+        const auto place = response.subspan(kFirstPacketData + kPacket * k, kPacket);
+        result = Myusb::readTimeout(place.data(), kPacketSize, timeout_ms);
+        if (result < 0) {
+            return result;
+        }
+    }
+    return result;
+}
+
+int CCID::write(unsigned char* data, int len) {
+    if (!can_be_framed(data, len)) {
+        return kIllegalData;
+    }
+    const auto length = static_cast<std::size_t>(len);
+    std::vector<unsigned char> message(kHeader + length);
+    put_header(Message::kTransferBlock, len, message);
+    std::copy_n(data, length, message.begin() + kHeader);
+    return Myusb::write(message.data(), static_cast<int>(message.size()));
+}
+
+int CCID::receive_rest(unsigned char* buf, int* len, unsigned int timeout_ms) {
+    const std::span message(buf, 4 * kPacket);
+    *len = message[1];
+    int result = 0;
+    for (int i = 1; i <= further_packets_of_reply(message[1]); ++i) {
+        const auto place = message.subspan(kPacket * static_cast<std::size_t>(i), kPacket);
+        result = transfer(ep_in, place.data(), kPacketSize, timeout_ms);
+        diagnostics::line("%s", result == 0 ? "read Successful!" : "read error!");
+        if (result != 0) {
+            break;
+        }
+    }
+    return result;
+}
+
+int CCID::read(unsigned char* buf, int* len) {
+    *len = 0;
+    if (const int result = Myusb::read(buf, kPacketSize); result != 0) {
+        return result;
+    }
+    return receive_rest(buf, len, kTransferTimeoutMs) == 0 ? 0 : kReadFailed;
+}
+
+int CCID::readTimeout(unsigned char* buf, int* len, int timeout_ms) {
+    *len = 0;
+    if (const int result = Myusb::readTimeout(buf, kPacketSize, timeout_ms); result != 0) {
+        return result;
+    }
+    return receive_rest(buf, len, static_cast<unsigned int>(std::max(timeout_ms, 1)));
+}

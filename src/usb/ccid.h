@@ -1,0 +1,78 @@
+// CCID messages to slot 0 of the reader: card power, slot status, one command APDU and its
+// response. Status words are not looked at here.
+#pragma once
+
+#include "qaven/qaven.h"
+#include "support/export.h"
+#include "usb/myusb.h"
+
+#include <span>
+
+class CCID : public Myusb {
+  public:
+    static constexpr int kPacketSize = 64;
+    static constexpr int kHeaderSize = 10;
+
+    // What the reply buffer of interact_apdu must hold.
+    static constexpr int kReplyBufferSize = 1024;
+
+    // A reply that is larger than its buffer, or a command that cannot be framed.
+    static constexpr int kIllegalData = QAVEN_ILLEGAL_DATA;
+
+    // Index of bStatus in a reply message, and its value when the slot holds no card.
+    static constexpr int kStatusByte = 7;
+    static constexpr unsigned char kNoCardPresent = 2;
+
+    // Starts a connection; one that is still held is ended first, because an interface can be
+    // claimed only once. Always 0: a reader that is not there shows in the transfers that follow.
+    QAVEN_API int open(int vid, int pid, int interface);
+
+    // The same on the interface chosen before.
+    QAVEN_API int open(int vid, int pid);
+
+    QAVEN_API int setInterface(int interface);
+
+    // Each sends one command and reads one packet of up to 64 bytes: into atr (poweron, poweroff),
+    // into status (64 bytes). The result is that of sending; a missing reply leaves the buffer as
+    // it was.
+    QAVEN_API int poweron();
+    QAVEN_API int poweroff();
+    QAVEN_API int GetSlotStatus(unsigned char* status);
+
+    QAVEN_API void close();
+
+    // Sends one command APDU of len bytes (0..kMaxApdu) and collects the response. resp:
+    // kReplyBufferSize bytes; *resp_len: the reply's dwLength. Each reply packet is awaited for
+    // timeout_ms. 0, a negative libusb code, or kIllegalData.
+    QAVEN_API int interact_apdu(unsigned char* apdu, int len, unsigned char* resp, int* resp_len,
+                                int timeout_ms);
+
+    // Sends one APDU of len bytes (0..kMaxApdu) as one transfer. A libusb result.
+    QAVEN_API int write(unsigned char* data, int len);
+
+    // Receives one reply message. buf: 256 bytes; *len: low byte of the reply's dwLength.
+    QAVEN_API int read(unsigned char* buf, int* len); // 0 or -1
+    QAVEN_API int readTimeout(unsigned char* buf, int* len,
+                              int timeout_ms); // 0 or a negative libusb code
+
+    // The longest command APDU there is: header, extended Lc, 65,535 bytes, extended Le.
+    static constexpr int kMaxApdu = 65544;
+
+    unsigned char atr[256]; // last reply to poweron or poweroff; ATR bytes from offset 10
+    int seq;                // its low byte is the next bSeq
+
+  private:
+    enum class Message : unsigned char {
+        kPowerOn = 0x62,
+        kPowerOff = 0x63,
+        kGetSlotStatus = 0x65,
+        kTransferBlock = 0x6F,
+    };
+
+    void end_held_connection();
+    void put_header(Message type, int apdu_length, std::span<unsigned char> message);
+    int command(Message type, unsigned char* reply);
+    int send_message(std::span<unsigned char> staging, int apdu_length);
+    int receive_rest(unsigned char* buf, int* len, unsigned int timeout_ms);
+    void drop_continuation(int timeout_ms);
+};
