@@ -1,0 +1,15 @@
+// ISO 4217 currencies, withdrawn ones included. The terminal data carries numeric codes only, so no
+// operation looks here; hosts do.
+#pragma once
+
+#include "support/export.h"
+
+// A numeric code held as BCD digits in an integer (0x0840 for "USD") and its three letters.
+struct currency_entry {
+    int code;
+    const char* name;
+};
+
+constexpr int kCurrencyTableSize = 255;
+
+QAVEN_API extern const currency_entry gc4217Name[kCurrencyTableSize];

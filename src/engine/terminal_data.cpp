@@ -1,0 +1,174 @@
+// Packing the terminal data store, and the globals that the cryptogram steps read back.
+#include "engine/terminal_data.h"
+
+#include "support/gbk_text.h"
+#include "support/utils.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <optional>
+
+unsigned char YYMMDD[5];
+unsigned char HHMMSS[5];
+unsigned char gRnd[9];
+
+namespace qaven::terminal_data {
+
+namespace {
+
+using tlv::Bytes;
+
+// The scratch that a letter's value is copied into. It is cleared before the merchant name and the
+// algorithm indicator only: a value shorter than its object is followed by what the letter before
+// it left there.
+class Scratch {
+  public:
+    explicit Scratch(Bytes converted) : converted_(converted) {}
+
+    // The value's length, or nothing when the letter is not there.
+    std::optional<std::size_t> look_up(char letter) {
+        const std::array tag{static_cast<unsigned char>(letter)};
+        return tlv::extract(tag, converted_, bytes_, tlv::Extent::kZeroTerminated);
+    }
+
+    void clear() { bytes_.fill(0); }
+
+    Bytes first(std::size_t count) const { return Bytes(bytes_).first(count); }
+    Bytes from(std::size_t offset, std::size_t count) const {
+        return Bytes(bytes_).subspan(offset, count);
+    }
+
+  private:
+    Bytes converted_;
+    std::array<unsigned char, 128> bytes_{};
+};
+
+// Appends primitive data objects.
+class StoreWriter {
+  public:
+    void append(std::initializer_list<unsigned char> tag, Bytes value) {
+        put(Bytes(tag.begin(), tag.size()));
+        store_[size_++] = static_cast<unsigned char>(value.size());
+        put(value);
+    }
+
+    const Store& store() const { return store_; }
+
+  private:
+    void put(Bytes bytes) {
+        std::ranges::copy(bytes, store_.begin() + static_cast<std::ptrdiff_t>(size_));
+        size_ += bytes.size();
+    }
+
+    Store store_{};
+    std::size_t size_ = 0;
+};
+
+constexpr std::size_t kDateLength = 3;
+constexpr std::size_t kTimeLength = 3;
+constexpr std::size_t kRandomLength = 4;
+constexpr std::size_t kMerchantLength = 20;
+constexpr std::size_t kLongDateLength = 4; // YYYYMMDD; its century byte is skipped
+
+constexpr std::array<unsigned char, 4> kQualifiers{0xF4, 0x00, 0x00, 0x00};
+constexpr std::array<unsigned char, 1> kVlpSupported{0x01};
+constexpr std::array<unsigned char, 6> kVlpLimit{0x00, 0x00, 0x01, 0x00, 0x00, 0x00};
+constexpr std::array<unsigned char, 1> kDefaultTypeValue{kDefaultType};
+constexpr std::array<unsigned char, 1> kSmAlgorithm{0x01};
+
+Bytes value_or(Scratch& scratch, char letter, Bytes otherwise) {
+    return scratch.look_up(letter) ? scratch.first(otherwise.size()) : otherwise;
+}
+
+void set_date(Scratch& scratch) {
+    std::memset(YYMMDD, 0, sizeof(YYMMDD));
+    if (const auto length = scratch.look_up('S')) {
+        const std::size_t from = *length == kLongDateLength ? 1 : 0;
+        std::ranges::copy(scratch.from(from, kDateLength), YYMMDD);
+        return;
+    }
+    std::array<char, kDateLength> today{};
+    Qm_GetYYMMDD(today.data());
+    std::ranges::copy(today, YYMMDD);
+}
+
+void set_time(Scratch& scratch) {
+    if (scratch.look_up('U')) {
+        std::ranges::copy(scratch.first(kTimeLength), HHMMSS);
+        return;
+    }
+    std::array<char, 7> now{};
+    GetDateTime(now.data());
+    std::ranges::copy(std::span(now).last<kTimeLength>(), HHMMSS);
+}
+
+// The number is as unpredictable as the second it is drawn in: the generator is seeded anew each
+// time.
+void set_random() {
+    std::srand(static_cast<unsigned int>(std::time(nullptr)));
+    for (unsigned char& byte : std::span(gRnd).first<kRandomLength>()) {
+        byte = static_cast<unsigned char>(std::rand() % 256);
+    }
+}
+
+using Merchant = std::array<unsigned char, kMerchantLength>;
+
+Merchant merchant_name(Scratch& scratch) {
+    Merchant name{};
+    scratch.clear();
+    if (const auto length = scratch.look_up('V')) {
+        // A longer name would run on over the objects behind it, which are written later; twenty
+        // bytes are what stays.
+        std::ranges::copy(scratch.first(std::min(*length, name.size())), name.begin());
+    } else {
+        std::ranges::copy(std::string_view(gbk::kExampleMerchantName), name.begin());
+    }
+    return name;
+}
+
+} // namespace
+
+Store pack(tlv::Bytes converted) {
+    Scratch scratch(converted);
+    StoreWriter writer;
+    writer.append({0x9F, 0x02}, value_or(scratch, 'P', kNoAmount));
+    writer.append({0x9F, 0x03}, value_or(scratch, 'Q', kNoAmount));
+    writer.append({0x9F, 0x1A}, kCountryCode);
+    writer.append({0x95}, kTvr);
+    writer.append({0x5F, 0x2A}, value_or(scratch, 'R', kCurrencyCode));
+    writer.append({0x9C}, value_or(scratch, 'T', kDefaultTypeValue));
+    set_date(scratch);
+    writer.append({0x9A}, Bytes(YYMMDD).first(kDateLength));
+    set_time(scratch);
+    writer.append({0x9F, 0x21}, Bytes(HHMMSS).first(kTimeLength));
+    set_random();
+    writer.append({0x9F, 0x37}, Bytes(gRnd).first(kRandomLength));
+    writer.append({0x9F, 0x66}, kQualifiers);
+    writer.append({0x9F, 0x7A}, kVlpSupported);
+    writer.append({0x9F, 0x7B}, kVlpLimit);
+    writer.append({0x9F, 0x4E}, merchant_name(scratch));
+    scratch.clear();
+    writer.append({0xDF, 0x69}, value_or(scratch, 'Z', kSmAlgorithm));
+    return writer.store();
+}
+
+bool letter_value(char letter, tlv::Bytes converted, std::span<unsigned char> out) {
+    const std::array tag{static_cast<unsigned char>(letter)};
+    std::array<unsigned char, 256> value{};
+    if (!tlv::extract(tag, converted, value, tlv::Extent::kZeroTerminated)) {
+        return false;
+    }
+    std::ranges::copy(Bytes(value).first(std::min(out.size(), value.size())), out.begin());
+    return true;
+}
+
+} // namespace qaven::terminal_data
+
+int Qm_PackGpoData(unsigned char* store, const unsigned char* txConverted) {
+    namespace tlv = qaven::tlv;
+    const auto packed = qaven::terminal_data::pack(tlv::Bytes(txConverted, tlv::kUnknownSize));
+    std::ranges::copy(packed, store);
+    return static_cast<int>(packed.size());
+}

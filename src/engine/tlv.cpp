@@ -1,0 +1,224 @@
+// Depth-first search over BER-TLV data, and the value behind a tag.
+#include "engine/tlv.h"
+
+#include "qaven/qaven.h"
+
+#include <algorithm>
+
+namespace qaven::tlv {
+
+namespace {
+
+constexpr unsigned char kPadding = 0xFF;
+constexpr unsigned char kEndOfList = 0x00;
+constexpr unsigned char kConstructed = 0x20;
+constexpr unsigned char kMultiByteTag = 0x1F;
+constexpr unsigned char kTagContinues = 0x80;
+constexpr unsigned char kOneByteLength = 0x81;
+constexpr unsigned char kTwoByteLength = 0x82;
+
+bool starts_multi_byte_tag(unsigned char first) {
+    return (first & kMultiByteTag) == kMultiByteTag;
+}
+
+struct Place {
+    std::size_t offset; // of the value
+    std::size_t length; // declared
+};
+
+// The value of the data object whose length field is at the given place.
+std::optional<Place> value_at(Bytes data, std::size_t length_field) {
+    const auto length = read_length(clipped(data, length_field, kUnknownSize));
+    if (!length) {
+        return std::nullopt;
+    }
+    Place place{length_field + length->field, length->value};
+    if (data[length_field] == kOneByteLength) {
+        // A length of the form 81 LL is taken from the second byte of the whole buffer: the cards
+        // in the field use 81 only in the outermost template, which stands first.
+        place.length = data[1];
+    }
+    return place;
+}
+
+std::optional<Place> find_value(Bytes tag, Bytes data, Extent extent) {
+    const auto at = find(tag, data, extent);
+    return at ? value_at(data, *at + tag.size()) : std::nullopt;
+}
+
+void copy_value(Bytes data, std::size_t offset, std::span<unsigned char> out) {
+    const Bytes present = clipped(data, offset, out.size());
+    const auto rest = std::ranges::copy(present, out.begin()).out;
+    std::fill(rest, out.end(), static_cast<unsigned char>(0));
+}
+
+} // namespace
+
+HostBuffer host_buffer(const unsigned char* buf, int buflen) {
+    if (buf == nullptr || buflen < 0) {
+        return {{}, Extent::kBounded};
+    }
+    if (buflen == 0) {
+        return {{buf, kUnknownSize}, Extent::kZeroTerminated};
+    }
+    return {{buf, static_cast<std::size_t>(buflen)}, Extent::kBounded};
+}
+
+Bytes clipped(Bytes data, std::size_t offset, std::size_t length) {
+    const std::size_t from = std::min(offset, data.size());
+    return data.subspan(from, std::min(length, data.size() - from));
+}
+
+std::optional<std::size_t> tag_size(Bytes data, Extent extent) {
+    const bool terminated = extent == Extent::kZeroTerminated;
+    if (data.empty() || data[0] == kPadding || (terminated && data[0] == kEndOfList)) {
+        return std::nullopt;
+    }
+    if (!starts_multi_byte_tag(data[0])) {
+        return 1;
+    }
+    for (std::size_t at = 1; at < data.size(); ++at) {
+        // In a zero-terminated list the second byte always ends the tag.
+        if (terminated) {
+            return at + 1;
+        }
+        if (data[at] == kPadding) {
+            return std::nullopt;
+        }
+        if ((data[at] & kTagContinues) == 0) {
+            return at + 1;
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<Length> read_length(Bytes data) {
+    if (data.empty()) {
+        return std::nullopt;
+    }
+    // No other long form exists here: 80, 83 and 84 are the lengths 128, 131 and 132.
+    if (data[0] == kTwoByteLength) {
+        if (data.size() < 3) {
+            return std::nullopt;
+        }
+        return Length{static_cast<std::size_t>(data[1]) << 8U | data[2], 3};
+    }
+    if (data[0] == kOneByteLength) {
+        if (data.size() < 2) {
+            return std::nullopt;
+        }
+        return Length{data[1], 2};
+    }
+    return Length{data[0], 1};
+}
+
+std::optional<std::size_t> find(Bytes tag, Bytes data, Extent extent) {
+    std::size_t at = 0;
+    while (at < data.size()) {
+        const Bytes rest = data.subspan(at);
+        const auto size = tag_size(rest, extent);
+        if (!size) {
+            return std::nullopt;
+        }
+        if (std::ranges::equal(tag, rest.first(*size))) {
+            return at;
+        }
+        const auto length = read_length(rest.subspan(*size));
+        if (!length) {
+            return std::nullopt;
+        }
+        const bool constructed = (rest[0] & kConstructed) != 0;
+        at += *size + length->field + (constructed ? 0 : length->value);
+    }
+    return std::nullopt;
+}
+
+std::optional<std::size_t> extract(Bytes tag, Bytes data, std::span<unsigned char> out,
+                                   Extent extent) {
+    const auto place = find_value(tag, data, extent);
+    if (!place) {
+        return std::nullopt;
+    }
+    const std::size_t length = std::min(place->length, out.size());
+    copy_value(data, place->offset, out.first(length));
+    return length;
+}
+
+} // namespace qaven::tlv
+
+namespace tlv = qaven::tlv;
+
+namespace {
+
+tlv::Bytes host_tag(const unsigned char* tag, int taglen) {
+    return taglen > 0 ? tlv::Bytes(tag, static_cast<std::size_t>(taglen)) : tlv::Bytes();
+}
+
+// Tags of a tag list have one byte or two, never more.
+std::size_t list_tag_size(unsigned char first) {
+    return tlv::starts_multi_byte_tag(first) ? 2 : 1;
+}
+
+} // namespace
+
+unsigned char* qmcx_findtag(const unsigned char* tag, int taglen, unsigned char* buf, int buflen) {
+    const tlv::HostBuffer buffer = tlv::host_buffer(buf, buflen);
+    const auto at = tlv::find(host_tag(tag, taglen), buffer.bytes, buffer.extent);
+    return at ? buf + *at : nullptr;
+}
+
+int qmcx_gettagvalue(const unsigned char* tag, int taglen, unsigned char* buf, int buflen,
+                     unsigned char* out, int* outlen) {
+    const tlv::HostBuffer buffer = tlv::host_buffer(buf, buflen);
+    const auto place = tlv::find_value(host_tag(tag, taglen), buffer.bytes, buffer.extent);
+    if (!place) {
+        return QAVEN_NO_TAG;
+    }
+    tlv::copy_value(buffer.bytes, place->offset, std::span(out, place->length));
+    *outlen = static_cast<int>(place->length);
+    return 0;
+}
+
+int qmcx_findapptag(unsigned char* buf, int buflen, unsigned char* taglist, int taglistlen) {
+    const tlv::HostBuffer buffer = tlv::host_buffer(buf, buflen);
+    std::span list(taglist, static_cast<std::size_t>(std::max(taglistlen, 0)));
+    std::size_t at = 0;
+    while (at < list.size() && list_tag_size(list[at]) <= list.size() - at) {
+        const auto tag = list.subspan(at, list_tag_size(list[at]));
+        if (!tlv::find(tag, buffer.bytes, buffer.extent)) {
+            at += tag.size();
+            continue;
+        }
+        const auto after = list.subspan(at + tag.size());
+        std::ranges::copy(after, tag.begin());
+        list = list.first(list.size() - tag.size());
+    }
+    return static_cast<int>(list.size());
+}
+
+int qmcx_GetTagData(int pos, const unsigned char* buf, unsigned char* out, unsigned char* outlen) {
+    const unsigned char* field = buf + pos;
+    std::size_t field_size = 1;
+    unsigned char length = field[0];
+    if (field[0] == tlv::kTwoByteLength) {
+        // The length is reported in one byte, so only the low byte of the field counts.
+        field_size = 3;
+        length = field[2];
+    } else if (field[0] == tlv::kOneByteLength) {
+        field_size = 2;
+        length = field[1];
+    }
+    std::copy_n(field + field_size, length, out);
+    *outlen = length;
+    return 0;
+}
+
+int qm_GetTL(unsigned char* tagout, unsigned char* taglenout, const unsigned char* in,
+             int /*len*/) {
+    // Every two-byte tag of a log format begins with an odd byte (9F, 5F), every one-byte tag with
+    // an even one.
+    const unsigned char size = (in[0] & 1U) != 0 ? 2 : 1;
+    std::copy_n(in, size, tagout);
+    *taglenout = size;
+    return size + 1;
+}
