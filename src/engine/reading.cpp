@@ -1,0 +1,231 @@
+// GET PROCESSING OPTIONS with the PDOL answered, and the walk over the AFL.
+#include "engine/reading.h"
+
+#include "engine/commands.h"
+#include "engine/dol.h"
+#include "qaven/qaven.h"
+#include "support/boundary.h"
+
+#include <algorithm>
+
+const unsigned char qmcx_appdatatag[12] = {0x8C, 0x5A, 0x5F, 0x34, 0x8D, 0x5F,
+                                           0x20, 0x9F, 0x62, 0x9F, 0x61, 0x57};
+
+namespace qaven::reading {
+
+namespace {
+
+using tlv::Bytes;
+
+constexpr std::array<unsigned char, 2> kPdol{0x9F, 0x38};
+constexpr std::array<unsigned char, 1> kFormat1{0x80};
+constexpr std::array<unsigned char, 1> kAip{0x82};
+constexpr std::array<unsigned char, 1> kRecordTemplate{0x70};
+constexpr unsigned char kCommandTemplate = 0x83;
+
+constexpr std::size_t kMaxPdolData = 253;
+
+constexpr int kFormat2NotTaken = -1;
+
+struct Place {
+    std::size_t offset; // of the value
+    std::size_t length; // declared
+};
+
+std::optional<Place> locate(Bytes tag, Bytes data) {
+    const auto at = tlv::find(tag, data);
+    if (!at) {
+        return std::nullopt;
+    }
+    const std::size_t field = *at + tag.size();
+    const auto length = tlv::read_length(tlv::clipped(data, field, data.size()));
+    if (!length) {
+        return std::nullopt;
+    }
+    return Place{field + length->field, length->value};
+}
+
+// The command data: the PDOL's value string in its template.
+int command_data(Bytes fci, Bytes terminal_data, std::vector<unsigned char>& command) {
+    std::array<unsigned char, kMaxPdolData> values{};
+    std::size_t length = 0;
+    std::array<unsigned char, 256> pdol{};
+    if (const auto pdol_length = tlv::extract(kPdol, fci, pdol)) {
+        const auto built = dol::build(terminal_data, std::span(pdol).first(*pdol_length), values);
+        if (built.result != 0) {
+            return built.result;
+        }
+        length = built.length;
+    }
+    command = {kCommandTemplate, static_cast<unsigned char>(length)};
+    command.insert(command.end(), values.begin(),
+                   values.begin() + static_cast<std::ptrdiff_t>(length));
+    return 0;
+}
+
+void take_aip(Bytes response, std::size_t offset, Options& options) {
+    std::ranges::copy(tlv::clipped(response, offset, options.aip.size()), options.aip.begin());
+    options.aip_present = true;
+}
+
+int parse_response(Bytes response, Options& options) {
+    const auto format1 = locate(kFormat1, response);
+    if (format1) {
+        if (format1->length < options.aip.size()) {
+            return QAVEN_EMPTY_DATA;
+        }
+        take_aip(response, format1->offset, options);
+        const Bytes afl = tlv::clipped(response, format1->offset + options.aip.size(),
+                                       format1->length - options.aip.size());
+        options.afl.assign(afl.begin(), afl.end());
+        return 0;
+    }
+    const auto aip = locate(kAip, response);
+    if (!aip) {
+        return QAVEN_EMPTY_DATA;
+    }
+    if (aip->length < options.aip.size()) {
+        take_aip(response, aip->offset, options);
+    }
+    return kFormat2NotTaken;
+}
+
+// The AFL's first byte is the SFI shifted left by three, and that shifted value is what is
+// compared: only SFI 1 gives its template's value, the records of all other files go whole.
+constexpr unsigned char kLastValueOnlySfi = 10;
+
+constexpr unsigned char kLowestSfi = 8;
+constexpr unsigned char kHighestSfi = 240;
+
+constexpr unsigned char kOneByteLength = 0x81;
+
+// What of a record enters the offline authentication data. The record's zeroed area goes on behind
+// it, so a length that runs past the record gives zeros.
+Bytes authentication_part(Bytes padded_record, std::size_t record_length, bool value_only) {
+    const auto at = tlv::find(kRecordTemplate, padded_record.first(record_length));
+    if (!at) {
+        return {};
+    }
+    const std::size_t field = *at + kRecordTemplate.size();
+    const auto length = tlv::read_length(tlv::clipped(padded_record, field, padded_record.size()));
+    if (!length) {
+        return {};
+    }
+    if (!value_only) {
+        return tlv::clipped(padded_record, *at,
+                            kRecordTemplate.size() + length->field + length->value);
+    }
+    // Behind a length of the form 81 LL the copy starts one byte late.
+    const std::size_t skipped = padded_record[field] == kOneByteLength ? 3 : length->field;
+    return tlv::clipped(padded_record, field + skipped, length->value);
+}
+
+void read_entry(std::span<const unsigned char, 4> entry, ApplicationData& data) {
+    const unsigned char shifted_sfi = entry[0];
+    if (shifted_sfi < kLowestSfi || shifted_sfi > kHighestSfi) {
+        return;
+    }
+    int authenticated = 0;
+    commands::Response record;
+    for (int number = entry[1]; number <= entry[2]; ++number) {
+        const auto sfi = static_cast<unsigned char>(shifted_sfi >> 3U);
+        if (commands::read_record(static_cast<unsigned char>(number), sfi, record) != 0) {
+            continue;
+        }
+        data.append(record.data());
+        if (authenticated < entry[3]) {
+            ++authenticated;
+            data.append_authentication_data(authentication_part(
+                record.padded(), record.data().size(), shifted_sfi <= kLastValueOnlySfi));
+        }
+    }
+}
+
+} // namespace
+
+int get_processing_options(tlv::Bytes fci, tlv::Bytes terminal_data, Options& options) {
+    options = Options{};
+    std::vector<unsigned char> command;
+    if (const int failure = command_data(fci, terminal_data, command); failure != 0) {
+        return failure;
+    }
+    commands::Response response;
+    if (const int failure = commands::get_processing_options(command, response); failure != 0) {
+        return failure;
+    }
+    return parse_response(response.data(), options);
+}
+
+const std::vector<tlv::Bytes> ApplicationData::records() const {
+    std::vector<Bytes> records;
+    std::size_t start = 0;
+    for (const std::size_t end : record_ends_) {
+        records.push_back(Bytes(bytes_).subspan(start, end - start));
+        start = end;
+    }
+    return records;
+}
+
+void ApplicationData::append(tlv::Bytes record) {
+    full_ = full_ || record.size() > kMaxApplicationData - bytes_.size();
+    if (full_) {
+        return;
+    }
+    bytes_.insert(bytes_.end(), record.begin(), record.end());
+    record_ends_.push_back(bytes_.size());
+}
+
+void ApplicationData::append_authentication_data(tlv::Bytes data) {
+    const Bytes taken =
+        data.first(std::min(data.size(), kMaxAuthenticationData - authentication_.size()));
+    authentication_.insert(authentication_.end(), taken.begin(), taken.end());
+}
+
+ApplicationData read_records(tlv::Bytes afl) {
+    ApplicationData data;
+    for (std::size_t at = 0; at + 4 <= afl.size(); at += 4) {
+        read_entry(afl.subspan(at).first<4>(), data);
+    }
+    return data;
+}
+
+} // namespace qaven::reading
+
+namespace reading = qaven::reading;
+
+int qmcx_GetProcOptions(unsigned char* fci, unsigned char fcilen, unsigned char* termdata,
+                        int termdatalen, unsigned char* aip, unsigned char* aiplen,
+                        unsigned char* afl, unsigned char* afllen) {
+    *aiplen = 0;
+    return qaven::guarded(static_cast<int>(QAVEN_EMPTY_DATA), [&] {
+        const qaven::tlv::Bytes terminal_data(termdata,
+                                              static_cast<std::size_t>(std::max(termdatalen, 0)));
+        reading::Options options;
+        const int result =
+            reading::get_processing_options(qaven::tlv::Bytes(fci, fcilen), terminal_data, options);
+        if (options.aip_present) {
+            std::ranges::copy(options.aip, aip);
+            *aiplen = static_cast<unsigned char>(options.aip.size());
+        }
+        if (result == 0) {
+            std::ranges::copy(options.afl, afl);
+            *afllen = static_cast<unsigned char>(options.afl.size());
+        }
+        return result;
+    });
+}
+
+int qmcx_GetAppData(unsigned char* afl, unsigned char afllen, unsigned char* /*taglist*/,
+                    unsigned char /*taglistlen*/, unsigned char* appdata, int* appdatalen,
+                    unsigned char* sdadata, int* sdadatalen) {
+    *appdatalen = 0;
+    *sdadatalen = 0;
+    return qaven::guarded(0, [&] {
+        const auto data = reading::read_records(qaven::tlv::Bytes(afl, afllen));
+        std::ranges::copy(data.bytes(), appdata);
+        *appdatalen = static_cast<int>(data.bytes().size());
+        std::ranges::copy(data.authentication_data(), sdadata);
+        *sdadatalen = static_cast<int>(data.authentication_data().size());
+        return 0;
+    });
+}

@@ -1,0 +1,358 @@
+// The directory walk and the selection by AID.
+#include "engine/selection.h"
+
+#include "engine/tlv.h"
+#include "support/boundary.h"
+#include "support/utils.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+#include <vector>
+
+namespace qaven::selection {
+
+namespace {
+
+using tlv::Bytes;
+
+constexpr std::array<unsigned char, 1> kDirectorySfi{0x88};
+constexpr std::array<unsigned char, 1> kDirectoryEntry{0x61};
+constexpr std::array<unsigned char, 1> kPriorityIndicator{0x87};
+constexpr std::array<unsigned char, 1> kDfName{0x84};
+constexpr unsigned char kAdfName = 0x4F;
+constexpr unsigned char kDdfName = 0x9D;
+
+constexpr unsigned char kByName = 0x04;
+constexpr unsigned char kFirstOrOnly = 0x00;
+constexpr unsigned char kNextOccurrence = 0x02;
+
+constexpr int kFileInvalidated = 0x6283;
+
+constexpr int kMaxRecords = 254;
+
+// Directories may name directories. Real ones nest once or twice; a card whose directories name
+// each other would be walked for ever.
+constexpr int kMaxDepth = 8;
+constexpr int kMaxDirectories = 255;
+
+constexpr int kMaxNextOccurrences = 255;
+
+void free_chain(alist* node) {
+    while (node != nullptr) {
+        alist* const next = node->next;
+        std::free(node);
+        node = next;
+    }
+}
+
+void set_next(alist* node, alist* next) {
+    free_chain(node->next);
+    node->next = next;
+}
+
+// What an entry may reach past the point where it was found: its head and one value.
+constexpr std::size_t kReadAhead = 4 + 255;
+
+// The records of a directory, each with zeros behind it that the scan may run into.
+struct Directory {
+    std::vector<std::vector<unsigned char>> records;
+    std::size_t scan_length = 0;
+};
+
+class DirectoryWalk {
+  public:
+    int select_and_walk(Bytes name, alist* node, int depth) {
+        if (depth > kMaxDepth || ++directories_ > kMaxDirectories) {
+            return 0;
+        }
+        commands::Response fci;
+        if (commands::select_file(kByName, kFirstOrOnly, name, fci) != 0) {
+            return 0;
+        }
+        return walk(fci.data(), node, depth);
+    }
+
+    int walk(Bytes fci, alist* node, int depth) {
+        const auto at = tlv::find(kDirectorySfi, fci);
+        // The SFI of a directory is one byte; the tag's own object must say so.
+        const Bytes sfi = at ? tlv::clipped(fci, *at + kDirectorySfi.size(), 2) : Bytes();
+        if (sfi.size() != 2 || sfi[0] != 1) {
+            return 0;
+        }
+        int count = 0;
+        const Directory directory = read_directory(sfi[1]);
+        for (const auto& record : directory.records) {
+            scan(record, directory.scan_length, node, depth, count);
+        }
+        set_next(node, nullptr);
+        return count;
+    }
+
+  private:
+    static Directory read_directory(unsigned char sfi) {
+        Directory directory;
+        commands::Response response;
+        for (int number = 1; number <= kMaxRecords; ++number) {
+            if (commands::read_record(static_cast<unsigned char>(number), sfi, response) != 0) {
+                break;
+            }
+            directory.records.emplace_back(response.data().begin(), response.data().end());
+            // Directory records of one file are of one size, so the last one's length, in one byte,
+            // serves for all.
+            directory.scan_length = static_cast<unsigned char>(response.data().size());
+        }
+        for (auto& record : directory.records) {
+            record.resize(std::max(record.size(), directory.scan_length) + kReadAhead);
+        }
+        return directory;
+    }
+
+    // Goes through one record's entries. node is the list node in use at this directory level; a
+    // directory named on the way fills it too, but does not move it.
+    void scan(Bytes record, std::size_t scan_length, alist*& node, int depth, int& count) {
+        std::size_t from = 0;
+        while (const auto found = tlv::find(
+                   kDirectoryEntry, tlv::clipped(record.first(scan_length), from, scan_length))) {
+            const std::size_t entry = from + *found;
+            const std::size_t object = entry + 2;
+            const std::size_t entry_length = record[entry + 1];
+            const std::size_t value_length = record[object + 1];
+            from = object;
+            if (entry_length == 0 || value_length == 0) {
+                continue;
+            }
+            const Bytes value = record.subspan(object + 2, value_length);
+            if (record[object] == kAdfName) {
+                take_application(value, record.subspan(object, entry_length), node);
+                ++count;
+            } else if (record[object] == kDdfName) {
+                count += select_and_walk(value, node, depth + 1);
+                // The search goes on at the name's length byte, so what the name itself spells can
+                // be read as entries again.
+                from = object + 1;
+            }
+        }
+    }
+
+    static void take_application(Bytes aid, Bytes entry, alist*& node) {
+        std::ranges::fill(node->aid, static_cast<unsigned char>(0));
+        const Bytes taken = aid.first(std::min(aid.size(), kMaxAid));
+        std::ranges::copy(taken, node->aid);
+        node->aidlen = static_cast<unsigned char>(taken.size());
+
+        const auto at = tlv::find(kPriorityIndicator, entry);
+        const Bytes priority =
+            at ? tlv::clipped(entry, *at + kPriorityIndicator.size(), entry.size()) : Bytes();
+        const auto length = tlv::read_length(priority);
+        if (!length || length->value == 0 || length->field >= priority.size()) {
+            // Only entries with a priority indicator are kept as separate nodes: the next entry is
+            // written over this one.
+            node->priority = 0;
+            return;
+        }
+        node->priority = priority[length->field];
+        auto* const next = static_cast<alist*>(std::calloc(1, sizeof(alist)));
+        if (next == nullptr) {
+            throw std::bad_alloc();
+        }
+        set_next(node, next);
+        node = next;
+    }
+
+    int directories_ = 0;
+};
+
+// Copies a response into the node as its FCI.
+void store_fci(Bytes response, flist* node) {
+    // malloc(0) may give null; the smallest copy has one byte.
+    auto* const copy =
+        static_cast<unsigned char*>(std::malloc(std::max<std::size_t>(response.size(), 1)));
+    if (copy == nullptr) {
+        throw std::bad_alloc();
+    }
+    std::ranges::copy(response, copy);
+    node->fci = copy;
+    node->fcilen = static_cast<unsigned char>(response.size());
+}
+
+flist* append_node(flist* node) {
+    auto* const next = static_cast<flist*>(std::calloc(1, sizeof(flist)));
+    if (next == nullptr) {
+        throw std::bad_alloc();
+    }
+    node->next = next;
+    return next;
+}
+
+int collect_next_occurrences(const SelectByName& select, Bytes aid, flist* list) {
+    flist* node = list;
+    int count = 0;
+    for (int repetition = 0; repetition < kMaxNextOccurrences; ++repetition) {
+        commands::Response response;
+        const int result = select(kNextOccurrence, aid, response);
+        if (result != 0 && result != kFileInvalidated) {
+            break;
+        }
+        if (result == 0) {
+            store_fci(response.data(), node);
+            node = append_node(node);
+            ++count;
+        }
+    }
+    node->next = nullptr;
+    return count;
+}
+
+} // namespace
+
+bool through_directory(std::string_view aid_text) {
+    return aid_text.empty() || aid_text.front() == '0';
+}
+
+std::vector<unsigned char> aid_from_text(std::string_view aid_text) {
+    const std::size_t count = static_cast<unsigned char>(aid_text.size() / 2);
+    std::vector<unsigned char> digits(aid_text.begin(),
+                                      aid_text.begin() + static_cast<std::ptrdiff_t>(2 * count));
+    std::vector<unsigned char> aid(count);
+    Qm_AsciiToHex(digits.data(), aid.data(), static_cast<int>(digits.size()));
+    return aid;
+}
+
+Candidates::~Candidates() {
+    free_chain(head_.next);
+}
+
+std::span<const unsigned char> Candidates::aid() const {
+    return std::span(head_.aid).first(std::min<std::size_t>(head_.aidlen, kMaxAid));
+}
+
+void Candidates::set_aid(std::span<const unsigned char> aid) {
+    const auto taken = aid.first(std::min(aid.size(), kMaxAid));
+    std::ranges::copy(taken, head_.aid);
+    head_.aidlen = static_cast<unsigned char>(taken.size());
+}
+
+Selected::~Selected() {
+    std::free(head_.fci);
+    for (flist* node = head_.next; node != nullptr;) {
+        flist* const next = node->next;
+        std::free(node->fci);
+        std::free(node);
+        node = next;
+    }
+}
+
+int select_by_aid(const SelectByName& select, int partial, std::span<const unsigned char> aid,
+                  flist* list) {
+    list->next = nullptr;
+    commands::Response response;
+    const int first = select(kFirstOrOnly, aid, response);
+    if (first != 0 && first != kFileInvalidated) {
+        return 0;
+    }
+    std::array<unsigned char, 256> name{};
+    const auto name_length = tlv::extract(kDfName, response.data(), name);
+    if (!name_length || *name_length == 0 || aid.size() > *name_length) {
+        return 0;
+    }
+    if (aid.size() == *name_length) {
+        if (first == kFileInvalidated ||
+            !std::ranges::equal(aid, std::span(name).first(aid.size()))) {
+            return 0;
+        }
+        store_fci(response.data(), list);
+        return 1;
+    }
+    if (partial != 1) {
+        return 0;
+    }
+    if (first == kFileInvalidated) {
+        return collect_next_occurrences(select, aid, list);
+    }
+    // One match is enough: the card is not asked for further applications under this prefix.
+    store_fci(response.data(), list);
+    append_node(list);
+    return 1;
+}
+
+namespace {
+
+std::vector<unsigned char> copy_of(Bytes bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+Choice choose_through_directory() {
+    Candidates candidates;
+    auto name = kPaymentSystemEnvironment;
+    const int count =
+        qmcx_PseAppSelect(name.data(), static_cast<unsigned char>(name.size()), candidates.head());
+    if (count < 1) {
+        return {count, 0, {}, {}};
+    }
+    commands::Response fci;
+    const int result = final_select(candidates.aid(), fci);
+    return {count, result, copy_of(candidates.aid()), copy_of(fci.data())};
+}
+
+Choice choose_by_aid(std::string_view aid_text) {
+    Candidates candidates;
+    candidates.set_aid(aid_from_text(aid_text));
+    auto aid = copy_of(candidates.aid());
+    Selected selected;
+    const int count =
+        qmcx_AidAppSelect(1, aid.data(), static_cast<unsigned char>(aid.size()), selected.head());
+    return {count, 0, aid, copy_of(selected.fci())};
+}
+
+} // namespace
+
+Choice choose(std::string_view aid_text) {
+    return through_directory(aid_text) ? choose_through_directory() : choose_by_aid(aid_text);
+}
+
+int final_select(std::span<const unsigned char> aid, commands::Response& fci) {
+    return commands::select_file(kByName, kFirstOrOnly, aid, fci);
+}
+
+} // namespace qaven::selection
+
+namespace commands = qaven::commands;
+namespace selection = qaven::selection;
+
+int qmcx_PseAppSelect(unsigned char* name, unsigned char namelen, alist* list) {
+    list->next = nullptr;
+    return qaven::guarded(0, [&] {
+        selection::DirectoryWalk walk;
+        return walk.select_and_walk(std::span(name, namelen), list, 1);
+    });
+}
+
+int qmcx_checkADF(unsigned char* fci, unsigned char fcilen, alist* list) {
+    list->next = nullptr;
+    return qaven::guarded(0, [&] {
+        selection::DirectoryWalk walk;
+        return walk.walk(std::span(fci, fcilen), list, 1);
+    });
+}
+
+int qmcx_AidAppSelect(int partial, unsigned char* aid, unsigned char aidlen, flist* list) {
+    return qaven::guarded(0, [&] {
+        const auto by_name = [](unsigned char p2, std::span<const unsigned char> name,
+                                commands::Response& response) {
+            return commands::select_file(selection::kByName, p2, name, response);
+        };
+        return selection::select_by_aid(by_name, partial, std::span(aid, aidlen), list);
+    });
+}
+
+int qmcx_FinalAppSelect(unsigned char* aid, unsigned char aidlen, unsigned char* fciout,
+                        unsigned char* fcilenout) {
+    commands::Response fci;
+    const int result = selection::final_select(std::span(aid, aidlen), fci);
+    if (result == 0) {
+        std::ranges::copy(fci.data(), fciout);
+        *fcilenout = static_cast<unsigned char>(fci.data().size());
+    }
+    return result;
+}

@@ -1,0 +1,62 @@
+// The one place that knows when the reader connection lives: opened on demand, kept between the
+// steps of a transaction, ended. Card operations say what they need and carry no such conditions.
+#pragma once
+
+#include "usb/ccid.h"
+
+#include <span>
+
+namespace qaven::session {
+
+// What a card operation does with the connection when it succeeds.
+enum class AtSuccess {
+    kEnd,  // power off and close
+    kKeep, // leave the card powered for the next step of the transaction
+};
+
+// One command APDU over the current connection; see CCID::interact_apdu.
+int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len, int timeout_ms);
+
+// True while a reader is held, its interface claimed, and it has not been found gone.
+bool live();
+
+// Opens the reader on interface 2, else on interface 1, and powers the card. 0, or QAVEN_NO_CARD
+// when neither slot holds a card (the reader is closed then). A reader that is not there is not
+// told apart from one with a card: the first command finds out.
+int open_with_card();
+
+// Powers the card off and closes the reader; nothing when no opening is left to be ended.
+void end();
+
+// For an operation that works on the connection it finds and otherwise on one of its own: opens if
+// none is live, and ends on destruction what it opened.
+class Visit {
+  public:
+    Visit();
+    ~Visit();
+    Visit(const Visit&) = delete;
+    Visit& operator=(const Visit&) = delete;
+
+    // 0, or QAVEN_NO_CARD.
+    int result() const { return result_; }
+
+  private:
+    bool opened_;
+    int result_;
+};
+
+// Ends the connection on destruction unless it was kept.
+class EndUnlessKept {
+  public:
+    EndUnlessKept() = default;
+    ~EndUnlessKept();
+    EndUnlessKept(const EndUnlessKept&) = delete;
+    EndUnlessKept& operator=(const EndUnlessKept&) = delete;
+
+    void keep() { kept_ = true; }
+
+  private:
+    bool kept_ = false;
+};
+
+} // namespace qaven::session
