@@ -1,0 +1,269 @@
+// One card read, and the letter table of its card information text.
+#include "engine/card_info.h"
+
+#include "engine/application_data.h"
+#include "engine/commands.h"
+#include "engine/error_text.h"
+#include "engine/reading.h"
+#include "engine/selection.h"
+#include "engine/terminal_data.h"
+#include "qaven/qaven.h"
+#include "support/boundary.h"
+#include "support/bounded_text.h"
+#include "support/diagnostics.h"
+#include "support/gbk_text.h"
+#include "support/hex.h"
+#include "support/qmlog.h"
+#include "support/utils.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qaven::card_info {
+
+namespace {
+
+using commands::DataObject;
+using tlv::Bytes;
+
+// A tag of one or two bytes; all zero for none.
+struct Tag {
+    std::array<unsigned char, 2> bytes;
+
+    Bytes view() const { return Bytes(bytes).first(bytes[1] != 0 ? 2U : 1U); }
+    bool none() const { return bytes[0] == 0; }
+};
+
+// How a field's value reads in the card information text.
+enum class Form {
+    kPan,       // hexadecimal digits up to the first F
+    kText,      // the bytes as stored, up to the first zero byte
+    kHex,       // all hexadecimal digits
+    kTrack2,    // hexadecimal digits, the first D as =, one trailing F removed
+    kFirstByte, // the first byte as a three-digit decimal
+    kNotShown,  // the letter names a tag and nothing else
+};
+
+struct Field {
+    char letter;
+    Tag tag;
+    Tag otherwise;                   // looked for when tag is missing or its text is empty
+    std::optional<DataObject> asked; // asked for with GET DATA; otherwise found in the records
+    Form form;
+};
+
+constexpr Tag kNone{};
+
+// The order of the fields in the card information text.
+constexpr std::array kFields{
+    Field{'A', {{0x5A}}, kNone, std::nullopt, Form::kPan},
+    Field{'B', {{0x5F, 0x20}}, {{0x9F, 0x0B}}, std::nullopt, Form::kText},
+    Field{'C', {{0x9F, 0x62}}, kNone, std::nullopt, Form::kHex},
+    Field{'D', {{0x9F, 0x61}}, kNone, std::nullopt, Form::kText},
+    Field{'E', {{0x57}}, kNone, std::nullopt, Form::kTrack2},
+    Field{'F', {{0x9F, 0x1F}}, kNone, std::nullopt, Form::kText},
+    Field{'G', {{0x9F, 0x79}}, kNone, DataObject::kCashBalance, Form::kHex},
+    Field{'H', {{0x9F, 0x77}}, kNone, DataObject::kCashBalanceLimit, Form::kHex},
+    Field{'I', {{0x5F, 0x24}}, kNone, std::nullopt, Form::kHex},
+    Field{'J', {{0x5F, 0x34}}, kNone, std::nullopt, Form::kFirstByte},
+    Field{'K', {{0x9F, 0x78}}, kNone, DataObject::kCashTransactionLimit, Form::kHex},
+    Field{'L', {{0xDF, 0x20}}, kNone, std::nullopt, Form::kText},
+    Field{'M', {{0xDF, 0x21}}, kNone, std::nullopt, Form::kText},
+    Field{'N', {{0xDF, 0x22}}, kNone, std::nullopt, Form::kText},
+    Field{'O', {{0xDF, 0x23}}, kNone, std::nullopt, Form::kText},
+    Field{'T', {{0x9C}}, kNone, std::nullopt, Form::kNotShown},
+};
+
+constexpr std::size_t kMaxValue = 256;
+
+using Value = std::vector<unsigned char>;
+
+std::optional<Value> find_value(const Tag& tag, Bytes data) {
+    std::array<unsigned char, kMaxValue> value{};
+    const auto length = tlv::extract(tag.view(), data, value);
+    if (!length) {
+        return std::nullopt;
+    }
+    return Value(value.begin(), value.begin() + static_cast<std::ptrdiff_t>(*length));
+}
+
+std::string three_digits(std::size_t number) {
+    std::array<char, 24> digits{};
+    std::snprintf(digits.data(), digits.size(), "%03zu", number);
+    return digits.data();
+}
+
+std::string field_text(char letter, std::string_view value) {
+    return letter + three_digits(value.size()) + std::string(value);
+}
+
+std::string text_of(const Value& value) {
+    const auto end = std::ranges::find(value, static_cast<unsigned char>(0));
+    return {value.begin(), end};
+}
+
+std::string track2_field(char letter, const Value& value) {
+    std::string digits = hex::text(value);
+    std::string length = three_digits(digits.size());
+    if (const auto separator = digits.find('D'); separator != std::string::npos) {
+        digits[separator] = '=';
+    }
+    if (!digits.empty() && digits.back() == 'F') {
+        digits.pop_back();
+        // The length is corrected as a character, so 020 becomes 02/.
+        --length.back();
+    }
+    return letter + length + digits;
+}
+
+std::string shown(const Field& field, const Value& value) {
+    switch (field.form) {
+    case Form::kPan: {
+        const std::string digits = hex::text(value);
+        return field_text(field.letter, digits.substr(0, digits.find('F')));
+    }
+    case Form::kText:
+        return field_text(field.letter, text_of(value));
+    case Form::kHex:
+        return field_text(field.letter, hex::text(value));
+    case Form::kTrack2:
+        return track2_field(field.letter, value);
+    case Form::kFirstByte:
+        return field_text(field.letter, three_digits(value.empty() ? 0 : value.front()));
+    case Form::kNotShown:
+        break;
+    }
+    return {};
+}
+
+// A field of the card's records; "000" when the card has no such object.
+std::string record_field(const Field& field, Bytes records) {
+    auto value = find_value(field.tag, records);
+    if (!field.otherwise.none() && (!value || text_of(*value).empty())) {
+        value = find_value(field.otherwise, records);
+    }
+    return value ? shown(field, *value) : field_text(field.letter, "");
+}
+
+// A field that the card gives on request only; "000" when it refuses, nothing at all when its
+// answer lacks the object.
+std::string asked_field(const Field& field) {
+    commands::Response answer;
+    if (commands::get_data(*field.asked, answer) != 0) {
+        return field_text(field.letter, "");
+    }
+    const auto value = find_value(field.tag, answer.data());
+    return value ? shown(field, *value) : std::string();
+}
+
+void write_user_info(std::string_view letters, Bytes records, char* out) {
+    BoundedText text(out, QAVEN_USERINFO_SIZE);
+    for (const Field& field : kFields) {
+        if (field.form == Form::kNotShown || letters.find(field.letter) == std::string_view::npos) {
+            continue;
+        }
+        if (!text.append(field.asked ? asked_field(field) : record_field(field, records))) {
+            return;
+        }
+    }
+}
+
+std::vector<unsigned char> tags_of(std::string_view letters) {
+    std::vector<unsigned char> tags;
+    for (const char letter : letters) {
+        const auto field = std::ranges::find(kFields, letter, &Field::letter);
+        if (field != kFields.end()) {
+            const Bytes tag = field->tag.view();
+            tags.insert(tags.end(), tag.begin(), tag.end());
+        }
+    }
+    return tags;
+}
+
+// AID and AIP, which lead the application data.
+std::vector<unsigned char> application_head(Bytes aid, const reading::Options& options) {
+    std::vector<unsigned char> head{0x4F, static_cast<unsigned char>(aid.size())};
+    head.insert(head.end(), aid.begin(), aid.end());
+    head.insert(head.end(), {0x82, static_cast<unsigned char>(options.aip.size())});
+    head.insert(head.end(), options.aip.begin(), options.aip.end());
+    return head;
+}
+
+int fail(int result, int described, char* err_msg) {
+    qm_closeicc();
+    Qm_CloseDevice();
+    describe(described, err_msg);
+    return result;
+}
+
+} // namespace
+
+int read_card(const Request& request, const Outputs& outputs, session::AtSuccess at_success) {
+    diagnostics::line("ZEB_ICC_GetInfo");
+    WriteKsLog("ZEB_ICC_GetInfo\n");
+    WriteKsLog(gbk::kCardInfoTitle);
+
+    if (const int result = session::open_with_card(); result != 0) {
+        describe(result, outputs.err_msg);
+        return result;
+    }
+
+    BoundedText(outputs.ic_data, QAVEN_APPDATA_SIZE).append(application_data::kEmpty);
+    WriteKsLog(gbk::kSelectionTitle);
+    const std::string_view aid_text = text_or_empty(request.aid);
+    const auto choice = selection::choose(aid_text);
+    if (choice.result != 0) {
+        return fail(choice.result, choice.result, outputs.err_msg);
+    }
+    if (choice.count < 1 && selection::through_directory(aid_text)) {
+        // A card without a directory is no error of the card's: the result is the count.
+        return fail(choice.count, choice.count, outputs.err_msg);
+    }
+    if (choice.count != 1 && !selection::through_directory(aid_text)) {
+        return fail(QAVEN_NO_APPLICATION, choice.count, outputs.err_msg);
+    }
+
+    const auto store = terminal_data::pack({});
+    reading::Options options;
+    if (const int result = reading::get_processing_options(choice.fci, store, options);
+        result != 0) {
+        return fail(result, result, outputs.err_msg);
+    }
+
+    const auto data = reading::read_records(options.afl);
+    application_data::write(application_head(choice.aid, options), data.records(), outputs.ic_data,
+                            QAVEN_APPDATA_SIZE);
+    write_user_info(text_or_empty(request.tag_list), data.bytes(), outputs.user_info);
+
+    if (at_success == session::AtSuccess::kEnd) {
+        session::end();
+    }
+    return 0;
+}
+
+} // namespace qaven::card_info
+
+namespace card_info = qaven::card_info;
+
+int Qm_ConvertFlag(const char* letters, int count, unsigned char* tagsout) {
+    return qaven::guarded(0, [&] {
+        const auto length = static_cast<std::size_t>(std::max(count, 0));
+        const auto tags = card_info::tags_of({letters, length});
+        std::ranges::copy(tags, tagsout);
+        return static_cast<int>(tags.size());
+    });
+}
+
+int ZEB_ICC_GetInfo(char* /*p0*/, char* /*p1*/, char* /*p2*/, char* /*p3*/, char* /*p4*/,
+                    char* /*p5*/, char* /*p6*/, char* /*p7*/, char* /*p8*/, char* TagList,
+                    char* AID, char* UserInfo, char* /*p12*/, char* IcData, char* ErrMsg) {
+    return qaven::guarded(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+        return card_info::read_card({TagList, AID}, {UserInfo, IcData, ErrMsg},
+                                    qaven::session::AtSuccess::kEnd);
+    });
+}
