@@ -1,0 +1,324 @@
+// The JSON entry points and the driver lifecycle: JSON text in, one wrapper call or two, JSON text
+// out.
+#include "host/err.h"
+#include "host/lorim_pboc.h"
+#include "host/report.h"
+#include "support/boundary.h"
+#include "support/bounded_text.h"
+#include "support/diagnostics.h"
+#include "support/gbk_text.h"
+#include "support/qmlog.h"
+
+#include <cjson/cJSON.h>
+
+#include <array>
+#include <cstdlib>
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace {
+
+using qaven::report;
+namespace diagnostics = qaven::diagnostics;
+namespace gbk = qaven::gbk;
+namespace trace = qaven::trace;
+
+// What the wrappers log as the reader. The card operations choose the reader themselves.
+constexpr const char* kReaderName = "KS  KS4417QX-R 0";
+constexpr const char* kReaderNameOfArqcStep = "123";
+constexpr const char* kReaderNameOfLog = "";
+
+// The line that support staff look for between card information and answer.
+constexpr const char* kCardInformationMark = "111";
+
+constexpr const char* kTestInput =
+    R"({"AIDList":"|A000000333010101|A888000333010101","TagList":"|A|B|C|D|E|G|H|I|J|K|L|M|N|O",)"
+    R"("aryInput":"S006330201U006155840","isReadArqc":"true"})";
+
+struct TreeDeleter {
+    void operator()(cJSON* tree) const { cJSON_Delete(tree); }
+};
+using Tree = std::unique_ptr<cJSON, TreeDeleter>;
+
+struct PrintedDeleter {
+    void operator()(char* text) const { std::free(text); }
+};
+
+struct Member {
+    const char* key;
+    const char* text;
+};
+
+// The formatted text of an object with these text members.
+std::string printed_object(std::initializer_list<Member> members) {
+    const Tree object(cJSON_CreateObject());
+    for (const Member& member : members) {
+        cJSON_AddItemToObject(object.get(), member.key, cJSON_CreateString(member.text));
+    }
+    const std::unique_ptr<char, PrintedDeleter> printed(cJSON_Print(object.get()));
+    return qaven::text_or_empty(printed.get());
+}
+
+// A host's input, read key by key. The first one that is not usable is remembered by name.
+class Input {
+  public:
+    explicit Input(const char* json)
+        : tree_(cJSON_Parse(qaven::text_or_empty(json))),
+          usable_(cJSON_IsObject(tree_.get()) != 0) {
+        if (!usable_) {
+            trace::line("the input is not a JSON object");
+        }
+    }
+
+    const char* text(const char* key) {
+        const cJSON* const item = member(key);
+        return expect(cJSON_IsString(item) != 0, key) ? item->valuestring : "";
+    }
+
+    int number(const char* key) {
+        const cJSON* const item = member(key);
+        return expect(cJSON_IsNumber(item) != 0, key) ? item->valueint : 0;
+    }
+
+    bool usable() const { return usable_; }
+
+  private:
+    const cJSON* member(const char* key) const {
+        return usable_ ? cJSON_GetObjectItem(tree_.get(), key) : nullptr;
+    }
+
+    bool expect(bool well_formed, const char* key) {
+        if (usable_ && !well_formed) {
+            trace::line("the input's \"%s\" is missing or of the wrong type", key);
+            usable_ = false;
+        }
+        return usable_;
+    }
+
+    Tree tree_;
+    bool usable_;
+};
+
+// Where a host gets its answer.
+class Answer {
+  public:
+    Answer(char* resmsg, char* errmsg) : resmsg_(resmsg), errmsg_(errmsg) {}
+
+    bool has_buffers() const { return resmsg_ != nullptr && errmsg_ != nullptr; }
+
+    int refuse_input() const {
+        Qm_GetLastErrDesc(QAVEN_ILLEGAL_DATA, errmsg_);
+        return QAVEN_ILLEGAL_DATA;
+    }
+
+    void fail(std::string_view text) const {
+        qaven::BoundedText(errmsg_, QAVEN_ERRMSG_SIZE).append(text);
+    }
+
+    void write(std::string_view text) const {
+        qaven::BoundedText(resmsg_, QAVEN_RESMSG_SIZE).append(text);
+        trace::line("resmsg:%s\n", resmsg_);
+    }
+
+    // The failure text that the host's buffer holds from whatever call wrote it; never read past
+    // the buffer's documented size, because the host may never have cleared it.
+    void trace_error_text() const { trace::line("errmsg:%.*s\n", QAVEN_ERRMSG_SIZE - 1, errmsg_); }
+
+  private:
+    char* resmsg_;
+    char* errmsg_;
+};
+
+// Runs an entry point on buffers that exist.
+template <typename Body>
+int entry_point(char* resmsg, char* errmsg, Body&& body) {
+    return qaven::guarded(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+        const Answer answer(resmsg, errmsg);
+        return answer.has_buffers() ? body(answer) : static_cast<int>(QAVEN_ILLEGAL_DATA);
+    });
+}
+
+// One ARQC step and the text of its answer object.
+class ArqcStep {
+  public:
+    int run(const char* reader_name, const char* transaction_data, const char* aid_list) {
+        return genARQC(reader_name, transaction_data, aid_list, application_data_.data(),
+                       arqc_.data(), field60_.data());
+    }
+
+    const char* application_data() const { return application_data_.data(); }
+    const char* arqc() const { return arqc_.data(); }
+
+    std::string printed() const {
+        return printed_object({{"LpAppData", application_data_.data()},
+                               {"ARQC", arqc_.data()},
+                               {"Field60", field60_.data()}});
+    }
+
+  private:
+    std::array<char, QAVEN_APPDATA_SIZE> application_data_{};
+    std::array<char, QAVEN_ARQC_SIZE> arqc_{};
+    std::array<char, QAVEN_FIELD60_SIZE> field60_{};
+};
+
+bool asks_for_arqc(std::string_view text) {
+    return text == "true" || text == "True";
+}
+
+int read_card_information(const char* json, const Answer& answer) {
+    Input input(json);
+    const char* const tag_list = input.text("TagList");
+    const char* const aid_list = input.text("AIDList");
+    const char* const transaction_data = input.text("aryInput");
+    const char* const read_arqc = input.text("isReadArqc");
+    if (!input.usable()) {
+        return answer.refuse_input();
+    }
+    report("------QAVEN_getICCardInfo------\n");
+    report("TagList:%s\n", tag_list);
+    report("AIDList:%s\n", aid_list);
+    report("aryInput:%s\n", transaction_data);
+    report("isReadArqc:%s\n", read_arqc);
+
+    std::array<char, QAVEN_USERINFO_SIZE> card_information{};
+    if (const int result = getICCardInfo(kReaderName, tag_list, aid_list, card_information.data());
+        result != 0) {
+        report("%s", gbk::kGetCardInfoFailed);
+        answer.fail(gbk::kGetCardInfoFailed);
+        return result;
+    }
+    trace::line("valueRet:%s\n", card_information.data());
+    WriteKsLog(kCardInformationMark);
+
+    std::string arqc_object;
+    if (asks_for_arqc(read_arqc)) {
+        report("-ReadArqc-");
+        ArqcStep step;
+        if (const int result = step.run(kReaderNameOfArqcStep, transaction_data, aid_list);
+            result != 0) {
+            diagnostics::line("%s", gbk::kGetArqcFailed);
+            diagnostics::text("mret:%d\n", result);
+            answer.fail(gbk::kGetArqcFailed);
+            WriteKsLog(gbk::kGetArqcFailedTrace);
+            return result;
+        }
+        diagnostics::text("-LpAppData:%s\n", step.application_data());
+        diagnostics::text("-ARQC:%s\n", step.arqc());
+        arqc_object = step.printed();
+    }
+
+    answer.write(
+        printed_object({{"IcInfo", card_information.data()}, {"IcARQC", arqc_object.c_str()}}));
+    answer.trace_error_text();
+    trace::line("ret:%d\n", 0);
+    return 0;
+}
+
+int generate_arqc(const char* json, const Answer& answer) {
+    Input input(json);
+    const char* const transaction_data = input.text("aryInput");
+    const char* const aid_list = input.text("AIDList");
+    if (!input.usable()) {
+        return answer.refuse_input();
+    }
+    report("------QAVEN_genARQC------\n");
+    // The transaction data has always been traced under the tag list's label.
+    report("TagList:%s\n", transaction_data);
+    report("AIDList:%s\n", aid_list);
+
+    ArqcStep step;
+    const int result = step.run(kReaderName, transaction_data, aid_list);
+    answer.write(step.printed());
+    trace::line("ret:%d\n", result);
+    return 0;
+}
+
+int run_issuer_answer(const char* json, const Answer& answer) {
+    Input input(json);
+    const char* const transaction_data = input.text("Txdata");
+    const char* const application_data = input.text("LpAppData");
+    const char* const response = input.text("ARPC");
+    const int status = input.number("Status");
+    if (!input.usable()) {
+        return answer.refuse_input();
+    }
+    // Printed and traced lines carry different labels here.
+    diagnostics::line("------QAVEN_ARPC_ExeICScript------");
+    diagnostics::text("Txdata:%s\n", transaction_data);
+    diagnostics::text("LpAppData:%s\n", application_data);
+    diagnostics::text("ARPC:%s\n", response);
+    diagnostics::text("Status:%d\n", status);
+    WriteKsLog("------QAVEN_ARPC_ExeICScript------");
+    trace::line("Txdata_string:%s\n", transaction_data);
+    trace::line("LpAppData_string:%s\n", application_data);
+    trace::line("ARPC_string:%s\n", response);
+    trace::line("status:%d\n", status);
+
+    std::array<char, QAVEN_SCRIPT_RESULT_SIZE> script_result{};
+    std::array<char, QAVEN_TC_SIZE> tc{};
+    const int result = ARPC_ExeICScript(transaction_data, application_data, response, status,
+                                        script_result.data(), tc.data());
+    answer.write(printed_object({{"Scriptresult", script_result.data()}, {"TC", tc.data()}}));
+    trace::line("ret:%d\n", result);
+    return 0;
+}
+
+int read_transaction_log(const char* json, const Answer& answer) {
+    Input input(json);
+    const char* const aid_list = input.text("AIDList");
+    if (!input.usable()) {
+        return answer.refuse_input();
+    }
+    report("------QAVEN_GetTxDetail------\n");
+    report("AIDList:%s\n", aid_list);
+
+    std::array<char, QAVEN_TXDETAIL_SIZE> detail{};
+    const int result = GetTxDetail(kReaderNameOfLog, aid_list, detail.data());
+    answer.write(printed_object({{"TxDtailRet", detail.data()}}));
+    trace::line("ret:%d\n", result);
+    return 0;
+}
+
+} // namespace
+
+int initDriver(void) {
+    return 0;
+}
+
+int deinit(void) {
+    return 0;
+}
+
+void setPortAttr(void* /*port*/, int /*attribute1*/, int /*attribute2*/, int /*attribute3*/) {}
+
+int QAVEN_getICCardInfo(const char* json, char* resmsg, char* errmsg, int /*reserved1*/,
+                        int /*reserved2*/) {
+    return entry_point(resmsg, errmsg, [json](const Answer& answer) {
+        return read_card_information(json, answer);
+    });
+}
+
+int QAVEN_genARQC(const char* json, char* resmsg, char* errmsg, int /*reserved1*/,
+                  int /*reserved2*/) {
+    return entry_point(resmsg, errmsg,
+                       [json](const Answer& answer) { return generate_arqc(json, answer); });
+}
+
+int QAVEN_ARPC_ExeICScript(const char* json, char* resmsg, char* errmsg, int /*reserved1*/,
+                           int /*reserved2*/) {
+    return entry_point(resmsg, errmsg,
+                       [json](const Answer& answer) { return run_issuer_answer(json, answer); });
+}
+
+int QAVEN_GetTxDetail(const char* json, char* resmsg, char* errmsg, int /*reserved1*/,
+                      int /*reserved2*/) {
+    return entry_point(resmsg, errmsg,
+                       [json](const Answer& answer) { return read_transaction_log(json, answer); });
+}
+
+int Test(void* /*ignored*/, char* resmsg, char* errmsg, int reserved1, int reserved2) {
+    return QAVEN_getICCardInfo(kTestInput, resmsg, errmsg, reserved1, reserved2);
+}

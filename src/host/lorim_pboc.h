@@ -1,0 +1,28 @@
+// The host's side of the library: string-parameter wrappers over the card operations. The JSON
+// entry points built on them are declared in qaven/qaven.h.
+#pragma once
+
+#include "qaven/qaven.h"
+#include "support/export.h"
+#include "support/qmlog.h"
+#include "support/utils.h"
+
+// All texts are zero-terminated; outputs are the caller's and at least as large as said here. Each
+// result is the card operation's code folded by transErr.
+
+// Card information (icInfo, 2048 bytes) for the letters of tagList, with the first AID of aidList
+// that selects an application; an empty field of the list stands for A000000333.
+QAVEN_API int getICCardInfo(const char* readerName, const char* tagList, const char* aidList,
+                            char* icInfo);
+
+// ARQC step: application data text (lpic, 4096 bytes, in/out: when not empty the card is not read),
+// field-55 text (arqc, 1024 bytes), field 60 (8 bytes).
+QAVEN_API int genARQC(const char* readerName, const char* aryInput, const char* aidList, char* lpic,
+                      char* arqc, char* field60);
+
+// Issuer's answer: script result (64 bytes) and TC text (1024 bytes).
+QAVEN_API int ARPC_ExeICScript(const char* txData, const char* lpic, const char* arpc, int status,
+                               char* scriptResult, char* tc);
+
+// Transaction log text (txDetail, 2048 zeroed bytes); aidList is one AID, not split.
+QAVEN_API int GetTxDetail(const char* readerName, const char* aidList, char* txDetail);
