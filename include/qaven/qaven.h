@@ -90,7 +90,7 @@ QAVEN_PUBLIC void setPortAttr(void* port, int attribute1, int attribute2, int at
  *
  * json    zero-terminated JSON object with four text values:
  *           "TagList"     letters of the wanted fields, e.g. "|A|B|E|J" (other characters ignored):
- *                         A PAN, B name, C ID number, D ID type, E track 2, F track 1
+ *                         A PAN, B name, C ID type, D ID number, E track 2, F track 1
  *                         discretionary data, G electronic cash balance, H its limit, I expiry,
  *                         J PAN sequence number, K single transaction limit, L M N O card objects
  *                         DF20 to DF23

@@ -2,12 +2,12 @@
 #include "engine/application_data.h"
 
 #include "engine/reading.h"
+#include "support/decimal.h"
 #include "support/hex.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
 namespace qaven::application_data {
@@ -21,7 +21,7 @@ constexpr std::string_view kHexDigits = "0123456789ABCDEFabcdef";
 
 std::vector<unsigned char> parse(std::string_view text) {
     const std::string count_text(text.substr(0, kCountDigits));
-    const int declared = std::atoi(count_text.c_str());
+    const int declared = decimal(count_text.c_str());
     const std::string_view behind = text.substr(std::min(kCountDigits, text.size()));
     const std::string_view digits = behind.substr(0, behind.find_first_not_of(kHexDigits));
     const std::size_t count = std::min({static_cast<std::size_t>(std::max(declared, 0)),

@@ -14,12 +14,12 @@
 #include "qaven/qaven.h"
 #include "support/boundary.h"
 #include "support/bounded_text.h"
+#include "support/decimal.h"
 #include "support/utils.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -158,8 +158,8 @@ class ScriptResults {
     // Hosts know identifier bytes from 80 on as eight digits: the byte is widened with its sign.
     void append_sign_extended(unsigned char byte) {
         std::array<char, 16> digits{};
-        const int widened = static_cast<signed char>(byte);
-        std::snprintf(digits.data(), digits.size(), "%02X", static_cast<unsigned int>(widened));
+        const unsigned int widened = byte < 0x80U ? byte : 0xFFFFFF00U | byte;
+        std::snprintf(digits.data(), digits.size(), "%02X", widened);
         text_ += digits.data();
     }
 
@@ -271,7 +271,7 @@ int complete_transaction(const Parameters& parameters, const IssuerResponse& res
 }
 
 int run(const Parameters& parameters) {
-    int host_status = std::atoi(text_or_empty(parameters.host_status));
+    int host_status = decimal(text_or_empty(parameters.host_status));
     const auto application_data =
         application_data::parse(text_or_empty(parameters.application_data));
     const Converted converted = convert_completed(parameters.tx_data);

@@ -50,11 +50,11 @@ enum class Form {
 };
 
 struct Field {
-    char letter;
-    Tag tag;
-    Tag otherwise;                   // looked for when tag is missing or its text is empty
+    char letter = 0;
+    Tag tag{};
+    Tag otherwise{};                 // looked for when tag is missing or its text is empty
     std::optional<DataObject> asked; // asked for with GET DATA; otherwise found in the records
-    Form form;
+    Form form = Form::kNotShown;
 };
 
 constexpr Tag kNone{};

@@ -25,7 +25,7 @@ struct Entry {
 };
 
 struct ParsedEntry {
-    int failure; // 0 or -204, when there is no entry
+    int failure = 0; // or -204, when there is no entry
     std::optional<Entry> entry;
 };
 

@@ -156,7 +156,7 @@ int get_processing_options(tlv::Bytes fci, tlv::Bytes terminal_data, Options& op
     return parse_response(response.data(), options);
 }
 
-const std::vector<tlv::Bytes> ApplicationData::records() const {
+std::vector<tlv::Bytes> ApplicationData::records() const {
     std::vector<Bytes> records;
     std::size_t start = 0;
     for (const std::size_t end : record_ends_) {

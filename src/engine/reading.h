@@ -49,7 +49,7 @@ class ApplicationData {
     tlv::Bytes authentication_data() const { return authentication_; }
 
     // Each record whole, in reading order.
-    const std::vector<tlv::Bytes> records() const;
+    std::vector<tlv::Bytes> records() const;
 
     // A record that would pass the limit is not taken, nor any after it.
     void append(tlv::Bytes record);

@@ -2,12 +2,12 @@
 #include "engine/transaction_data.h"
 
 #include "support/boundary.h"
+#include "support/decimal.h"
 #include "support/utils.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <optional>
@@ -235,7 +235,8 @@ void append_normalised(RecordWriter& writer, char letter, std::string_view value
     writer.append_record(letter, {characters.data(), characters.size()});
 }
 
-constexpr std::string_view kNormalisedLetters("PQRSTUV", 8);
+// The zero behind the letters is normalised too, as a letter of its own.
+constexpr std::array kNormalisedLetters{'P', 'Q', 'R', 'S', 'T', 'U', 'V', '\0'};
 constexpr std::size_t kTypeResetPosition = 2;
 constexpr std::string_view kDefaultType = "33";
 
@@ -285,7 +286,7 @@ void GetTime(unsigned char* out) {
 int getLen(const char* p, int n) {
     std::array<char, 32> scratch{};
     std::copy_n(p, std::clamp(n, 0, 31), scratch.begin());
-    return std::atoi(scratch.data());
+    return qaven::decimal(scratch.data());
 }
 
 const char* getTag(const char* data, int dataLen, char letter, int* valueLen) {

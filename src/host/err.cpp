@@ -50,7 +50,8 @@ const char* Qm_ErrGetDesc(int code) {
 }
 
 char* Qm_GetLastErrDesc(int code, char* dst) {
-    return std::strcpy(dst, Qm_ErrGetDesc(code));
+    const char* const text = Qm_ErrGetDesc(code);
+    return static_cast<char*>(std::memcpy(dst, text, std::strlen(text) + 1));
 }
 
 int transErr(int code) {

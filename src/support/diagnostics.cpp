@@ -34,34 +34,37 @@ struct Free {
     void operator()(char* memory) const { std::free(memory); }
 };
 
-} // namespace
+enum class Ending {
+    kNewline, // one is added when the text does not end in one
+    kAsIs,
+};
 
-void line(const char* format, ...) {
-    std::FILE* sink = current_sinks().progress;
+void print(std::FILE* sink, const char* format, std::va_list arguments, Ending ending) {
     if (sink == nullptr) {
         return;
     }
     char* formatted = nullptr;
-    std::va_list arguments;
-    va_start(arguments, format);
-    const int length = vasprintf(&formatted, format, arguments);
-    va_end(arguments);
-    if (length < 0) {
+    if (vasprintf(&formatted, format, arguments) < 0) {
         return;
     }
     const std::unique_ptr<char, Free> owner(formatted);
-    const bool ended = std::string_view(formatted).ends_with('\n');
-    std::fprintf(sink, "%s%s", formatted, ended ? "" : "\n");
+    const bool complete = ending == Ending::kAsIs || std::string_view(formatted).ends_with('\n');
+    std::fprintf(sink, "%s%s", formatted, complete ? "" : "\n");
+}
+
+} // namespace
+
+void line(const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    print(current_sinks().progress, format, arguments, Ending::kNewline);
+    va_end(arguments);
 }
 
 void text(const char* format, ...) {
-    std::FILE* sink = current_sinks().progress;
-    if (sink == nullptr) {
-        return;
-    }
     std::va_list arguments;
     va_start(arguments, format);
-    std::vfprintf(sink, format, arguments);
+    print(current_sinks().progress, format, arguments, Ending::kAsIs);
     va_end(arguments);
 }
 
