@@ -46,12 +46,14 @@ std::optional<Place> locate(Bytes tag, Bytes data) {
 }
 
 // The command data: the PDOL's value string in its template.
-int command_data(Bytes fci, Bytes terminal_data, std::vector<unsigned char>& command) {
+int command_data(Bytes fci, Bytes terminal_data, tlv::Extent extent,
+                 std::vector<unsigned char>& command) {
     std::array<unsigned char, kMaxPdolData> values{};
     std::size_t length = 0;
     std::array<unsigned char, 256> pdol{};
     if (const auto pdol_length = tlv::extract(kPdol, fci, pdol)) {
-        const auto built = dol::build(terminal_data, std::span(pdol).first(*pdol_length), values);
+        const auto built =
+            dol::build(terminal_data, std::span(pdol).first(*pdol_length), values, extent);
         if (built.result != 0) {
             return built.result;
         }
@@ -143,10 +145,11 @@ void read_entry(std::span<const unsigned char, 4> entry, ApplicationData& data) 
 
 } // namespace
 
-int get_processing_options(tlv::Bytes fci, tlv::Bytes terminal_data, Options& options) {
+int get_processing_options(tlv::Bytes fci, tlv::Bytes terminal_data, Options& options,
+                           tlv::Extent extent) {
     options = Options{};
     std::vector<unsigned char> command;
-    if (const int failure = command_data(fci, terminal_data, command); failure != 0) {
+    if (const int failure = command_data(fci, terminal_data, extent, command); failure != 0) {
         return failure;
     }
     commands::Response response;
@@ -198,11 +201,10 @@ int qmcx_GetProcOptions(unsigned char* fci, unsigned char fcilen, unsigned char*
                         unsigned char* afl, unsigned char* afllen) {
     *aiplen = 0;
     return qaven::guarded(static_cast<int>(QAVEN_EMPTY_DATA), [&] {
-        const qaven::tlv::Bytes terminal_data(termdata,
-                                              static_cast<std::size_t>(std::max(termdatalen, 0)));
+        const auto terminal_data = qaven::tlv::host_buffer(termdata, termdatalen);
         reading::Options options;
-        const int result =
-            reading::get_processing_options(qaven::tlv::Bytes(fci, fcilen), terminal_data, options);
+        const int result = reading::get_processing_options(
+            qaven::tlv::Bytes(fci, fcilen), terminal_data.bytes, options, terminal_data.extent);
         if (options.aip_present) {
             std::ranges::copy(options.aip, aip);
             *aiplen = static_cast<unsigned char>(options.aip.size());

@@ -124,7 +124,7 @@ class DirectoryWalk {
             }
             const Bytes value = record.subspan(object + 2, value_length);
             if (record[object] == kAdfName) {
-                take_application(value, record.subspan(object, entry_length), node);
+                take_application(value, record.subspan(object), entry_length, node);
                 ++count;
             } else if (record[object] == kDdfName) {
                 count += select_and_walk(value, node, depth + 1);
@@ -135,13 +135,15 @@ class DirectoryWalk {
         }
     }
 
-    static void take_application(Bytes aid, Bytes entry, alist*& node) {
+    // entry begins with the AID's object and goes on to the end of the record; the priority
+    // indicator is looked for within the entry's own length.
+    static void take_application(Bytes aid, Bytes entry, std::size_t entry_length, alist*& node) {
         std::ranges::fill(node->aid, static_cast<unsigned char>(0));
         const Bytes taken = aid.first(std::min(aid.size(), kMaxAid));
         std::ranges::copy(taken, node->aid);
         node->aidlen = static_cast<unsigned char>(taken.size());
 
-        const auto at = tlv::find(kPriorityIndicator, entry);
+        const auto at = tlv::find(kPriorityIndicator, entry.first(entry_length));
         const Bytes priority =
             at ? tlv::clipped(entry, *at + kPriorityIndicator.size(), entry.size()) : Bytes();
         const auto length = tlv::read_length(priority);

@@ -20,6 +20,9 @@ namespace {
 
 using tlv::Bytes;
 
+constexpr std::size_t kScratchSize = 128;
+constexpr std::size_t kMerchantLength = 20;
+
 // The scratch that a letter's value is copied into. It is cleared before the merchant name and the
 // algorithm indicator only: a value shorter than its object is followed by what the letter before
 // it left there.
@@ -42,8 +45,11 @@ class Scratch {
 
   private:
     Bytes converted_;
-    std::array<unsigned char, 128> bytes_{};
+    std::array<unsigned char, kScratchSize> bytes_{};
 };
+
+// The store, and room for what a merchant name longer than its object leaves behind it.
+using StoreArea = std::array<unsigned char, kStoreSize + kScratchSize - kMerchantLength>;
 
 // Appends primitive data objects.
 class StoreWriter {
@@ -54,7 +60,15 @@ class StoreWriter {
         put(value);
     }
 
-    const Store& store() const { return store_; }
+    // Copies bytes to where the next objects will be written over them.
+    void leave_behind(Bytes bytes) {
+        std::ranges::copy(bytes, store_.begin() + static_cast<std::ptrdiff_t>(size_));
+    }
+
+    // The zero byte that ends the list.
+    void terminate() { store_[size_++] = 0; }
+
+    const StoreArea& area() const { return store_; }
 
   private:
     void put(Bytes bytes) {
@@ -62,14 +76,13 @@ class StoreWriter {
         size_ += bytes.size();
     }
 
-    Store store_{};
+    StoreArea store_{};
     std::size_t size_ = 0;
 };
 
 constexpr std::size_t kDateLength = 3;
 constexpr std::size_t kTimeLength = 3;
 constexpr std::size_t kRandomLength = 4;
-constexpr std::size_t kMerchantLength = 20;
 constexpr std::size_t kLongDateLength = 4; // YYYYMMDD; its century byte is skipped
 
 constexpr std::array<unsigned char, 4> kQualifiers{0xF4, 0x00, 0x00, 0x00};
@@ -113,24 +126,29 @@ void set_random() {
     }
 }
 
-using Merchant = std::array<unsigned char, kMerchantLength>;
-
-Merchant merchant_name(Scratch& scratch) {
-    Merchant name{};
+// 9F4E, zero-filled to its length. A longer name is copied whole, and the objects behind it are
+// written over its excess. Gives how many bytes are too many.
+std::size_t append_merchant(Scratch& scratch, StoreWriter& writer) {
     scratch.clear();
-    if (const auto length = scratch.look_up('V')) {
-        // A longer name would run on over the objects behind it, which are written later; twenty
-        // bytes are what stays.
-        std::ranges::copy(scratch.first(std::min(*length, name.size())), name.begin());
-    } else {
+    const auto length = scratch.look_up('V');
+    if (!length) {
+        std::array<unsigned char, kMerchantLength> name{};
         std::ranges::copy(std::string_view(gbk::kExampleMerchantName), name.begin());
+        writer.append({0x9F, 0x4E}, name);
+        return 0;
     }
-    return name;
+    writer.append({0x9F, 0x4E}, scratch.first(kMerchantLength));
+    const std::size_t excess = std::max(*length, kMerchantLength) - kMerchantLength;
+    writer.leave_behind(scratch.from(kMerchantLength, excess));
+    return excess;
 }
 
-} // namespace
+struct Packed {
+    StoreArea area;
+    std::size_t reach; // bytes of the area that were written
+};
 
-Store pack(tlv::Bytes converted) {
+Packed pack_area(Bytes converted) {
     Scratch scratch(converted);
     StoreWriter writer;
     writer.append({0x9F, 0x02}, value_or(scratch, 'P', kNoAmount));
@@ -148,10 +166,20 @@ Store pack(tlv::Bytes converted) {
     writer.append({0x9F, 0x66}, kQualifiers);
     writer.append({0x9F, 0x7A}, kVlpSupported);
     writer.append({0x9F, 0x7B}, kVlpLimit);
-    writer.append({0x9F, 0x4E}, merchant_name(scratch));
+    const std::size_t excess = append_merchant(scratch, writer);
     scratch.clear();
     writer.append({0xDF, 0x69}, value_or(scratch, 'Z', kSmAlgorithm));
-    return writer.store();
+    writer.terminate();
+    constexpr std::size_t kBehindMerchant = 5; // the last object and the zero byte
+    return {writer.area(), kStoreSize + std::max(excess, kBehindMerchant) - kBehindMerchant};
+}
+
+} // namespace
+
+Store pack(tlv::Bytes converted) {
+    Store store{};
+    std::ranges::copy(Bytes(pack_area(converted).area).first(kStoreSize), store.begin());
+    return store;
 }
 
 bool letter_value(char letter, tlv::Bytes converted, std::span<unsigned char> out) {
@@ -168,7 +196,7 @@ bool letter_value(char letter, tlv::Bytes converted, std::span<unsigned char> ou
 
 int Qm_PackGpoData(unsigned char* store, const unsigned char* txConverted) {
     namespace tlv = qaven::tlv;
-    const auto packed = qaven::terminal_data::pack(tlv::Bytes(txConverted, tlv::kUnknownSize));
-    std::ranges::copy(packed, store);
-    return static_cast<int>(packed.size());
+    const auto packed = qaven::terminal_data::pack_area(tlv::Bytes(txConverted, tlv::kUnknownSize));
+    std::ranges::copy(tlv::Bytes(packed.area).first(packed.reach), store);
+    return static_cast<int>(qaven::terminal_data::kStoreSize);
 }

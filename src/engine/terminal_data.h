@@ -16,7 +16,9 @@ QAVEN_API extern unsigned char HHMMSS[5];
 QAVEN_API extern unsigned char gRnd[9];
 
 // Builds the store from the zero-terminated converted transaction data: fourteen data objects in a
-// fixed order and a zero byte. store: 104 bytes. Returns the number of bytes written, 104.
+// fixed order and a zero byte. Returns the number of bytes of the store, 104. store: those bytes,
+// and one more for each byte by which the merchant name is longer than 20 (at most 108): a longer
+// name is copied whole, and what the objects behind it do not overwrite stays behind the store.
 QAVEN_API int Qm_PackGpoData(unsigned char* store, const unsigned char* txConverted);
 
 namespace qaven::terminal_data {

@@ -1,6 +1,7 @@
 // CCID framing: ten header bytes, 64-byte packets, one message counter.
 #include "usb/ccid.h"
 
+#include "support/boundary.h"
 #include "support/diagnostics.h"
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <vector>
 
 namespace diagnostics = qaven::diagnostics;
+using qaven::guarded;
 
 namespace {
 
@@ -144,14 +146,21 @@ int CCID::interact_apdu(unsigned char* apdu, int len, unsigned char* resp, int* 
     if (!can_be_framed(apdu, len)) {
         return kIllegalData;
     }
+    if (const int sent = guarded(kIllegalData, [&] { return send_apdu(apdu, len); }); sent < 0) {
+        return sent;
+    }
+    return receive_response(resp, resp_len, timeout_ms);
+}
+
+int CCID::send_apdu(const unsigned char* apdu, int len) {
     const auto length = static_cast<std::size_t>(len);
     std::vector<unsigned char> staging(length + kPacket);
     put_header(Message::kTransferBlock, len, staging);
     std::copy_n(apdu, length, staging.begin() + kHeader);
-    if (const int sent = send_message(staging, len); sent < 0) {
-        return sent;
-    }
+    return send_message(staging, len);
+}
 
+int CCID::receive_response(unsigned char* resp, int* resp_len, int timeout_ms) {
     std::array<unsigned char, 2 * kPacket> packet{};
     int result = Myusb::readTimeout(packet.data(), kPacketSize, timeout_ms);
     if (result != 0) {
@@ -187,11 +196,13 @@ int CCID::write(unsigned char* data, int len) {
     if (!can_be_framed(data, len)) {
         return kIllegalData;
     }
-    const auto length = static_cast<std::size_t>(len);
-    std::vector<unsigned char> message(kHeader + length);
-    put_header(Message::kTransferBlock, len, message);
-    std::copy_n(data, length, message.begin() + kHeader);
-    return Myusb::write(message.data(), static_cast<int>(message.size()));
+    return guarded(kIllegalData, [&] {
+        const auto length = static_cast<std::size_t>(len);
+        std::vector<unsigned char> message(kHeader + length);
+        put_header(Message::kTransferBlock, len, message);
+        std::copy_n(data, length, message.begin() + kHeader);
+        return Myusb::write(message.data(), static_cast<int>(message.size()));
+    });
 }
 
 int CCID::receive_rest(unsigned char* buf, int* len, unsigned int timeout_ms) {

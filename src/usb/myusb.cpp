@@ -31,9 +31,12 @@ void Myusb::init(int vid, int pid) {
     product_id = pid;
     ctx = nullptr;
 
-    // A start whose reader was never found has had no close. Ending it here keeps starts and ends
-    // of the default context paired over any number of attempts.
-    if (library_started) {
+    // A connection that is still held, or a start whose reader was never found, has had no close.
+    // Ending it here keeps starts and ends of the default context paired over any number of
+    // attempts.
+    if (handle != nullptr) {
+        close();
+    } else if (library_started) {
         libusb_exit(ctx);
     }
     library_started = libusb_init(nullptr) >= 0;
@@ -95,7 +98,19 @@ int Myusb::setInterface(int n) {
     return 0;
 }
 
+bool Myusb::give_back() {
+    const bool released =
+        handle != nullptr && libusb_release_interface(handle, interface_number) == 0;
+    if (handle != nullptr) {
+        libusb_close(handle);
+        handle = nullptr;
+    }
+    interface_claimed = false;
+    return released;
+}
+
 int Myusb::open() {
+    give_back();
     handle = library_started
                  ? libusb_open_device_with_vid_pid(ctx, low16(vendor_id), low16(product_id))
                  : nullptr;
@@ -120,14 +135,7 @@ int Myusb::open() {
 }
 
 void Myusb::close() {
-    const bool released =
-        handle != nullptr && libusb_release_interface(handle, interface_number) == 0;
-    diagnostics::line("%s", released ? "Released Interface!" : "Cannot Released Interface!");
-    if (handle != nullptr) {
-        libusb_close(handle);
-        handle = nullptr;
-    }
-    interface_claimed = false;
+    diagnostics::line("%s", give_back() ? "Released Interface!" : "Cannot Released Interface!");
     if (library_started) {
         libusb_exit(ctx);
         library_started = false;

@@ -63,6 +63,11 @@ class Myusb {
     bool library_started;   // init started libusb and close has not ended it yet
     bool interface_claimed; // open got the interface and close has not given it back yet
 
+  private:
+    // Releases the interface and closes the handle, if one is held; true when the release
+    // succeeded.
+    bool give_back();
+
   protected:
     // One bulk transfer on the held handle; 0, a negative libusb code, or kNoHandle.
     int transfer(int endpoint, unsigned char* buf, int len, unsigned int timeout_ms);
