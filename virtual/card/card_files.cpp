@@ -1,0 +1,202 @@
+// The virtual PBOC card: records, transparent files, data objects, challenge and PIN.
+#include <algorithm>
+
+#include "card.h"
+
+namespace qaven::virtual_card {
+
+namespace {
+
+constexpr unsigned sfi_shift = 3;
+constexpr std::uint8_t by_number = 0x04;
+constexpr std::uint8_t record_mode_mask = 0x07;
+
+Response find_log_record(const LogFile& log, std::uint8_t number) {
+    if (number == 0 || number > log.records.size()) {
+        return status::record_not_found;
+    }
+    return log.records[number - 1U];
+}
+
+Bytes directory_record(const std::vector<DirectoryEntry>& entries) {
+    Bytes inner;
+    for (const DirectoryEntry& entry : entries) {
+        Bytes value = encode_object(entry.is_directory ? 0x9D : 0x4F, entry.name);
+        if (!entry.label.empty()) {
+            append(value, encode_object(0x50, to_bytes(entry.label)));
+        }
+        if (entry.priority) {
+            append(value, encode_object(0x87, Bytes{*entry.priority}));
+        }
+        append(inner, encode_object(0x61, value));
+    }
+    return encode_object(0x70, inner);
+}
+
+Bytes counter_bytes(std::uint16_t counter) {
+    return {static_cast<std::uint8_t>(counter >> 8U), static_cast<std::uint8_t>(counter)};
+}
+
+} // namespace
+
+Response Card::read_record(const Command& command) {
+    if ((command.p2 & record_mode_mask) != by_number) {
+        return status::wrong_parameters;
+    }
+    const auto sfi = static_cast<std::uint8_t>(command.p2 >> sfi_shift);
+    if (directory_ != nullptr) {
+        return read_directory_record(sfi, command.p1);
+    }
+    if (application_ == nullptr) {
+        return status::not_now;
+    }
+    return read_application_record(sfi, command.p1);
+}
+
+Response Card::read_directory_record(std::uint8_t sfi, std::uint8_t number) const {
+    if (sfi != directory_->sfi) {
+        return status::file_not_found;
+    }
+    if (number == 0 || number > directory_->records.size()) {
+        return status::record_not_found;
+    }
+    return directory_record(directory_->records[number - 1U]);
+}
+
+Response Card::read_application_record(std::uint8_t sfi, std::uint8_t number) const {
+    for (const auto* log : {&application_->transaction_log, &application_->load_log}) {
+        if (*log && (*log)->sfi == sfi) {
+            return find_log_record(**log, number);
+        }
+    }
+    const auto in_file = [sfi](const auto& entry) { return entry.sfi == sfi; };
+    if (std::any_of(application_->binary_files.begin(), application_->binary_files.end(),
+                    in_file)) {
+        return status::wrong_file_structure;
+    }
+    const std::vector<Record>& records = application_->records;
+    if (std::none_of(records.begin(), records.end(), in_file)) {
+        return status::file_not_found;
+    }
+    // The files that the AFL names can be read once the transaction has begun.
+    if (!transaction_->initiated()) {
+        return status::not_now;
+    }
+    const auto found = std::find_if(records.begin(), records.end(), [&](const Record& record) {
+        return record.sfi == sfi && record.number == number;
+    });
+    if (found == records.end()) {
+        return status::record_not_found;
+    }
+    return found->content;
+}
+
+Response Card::read_binary(const Command& command) {
+    constexpr std::uint8_t names_sfi = 0x80;
+    constexpr std::uint8_t sfi_mask = 0x1F;
+    if (application_ == nullptr) {
+        return status::not_now;
+    }
+    if ((command.p1 & names_sfi) == 0) {
+        return status::no_current_file;
+    }
+    const std::uint8_t sfi = command.p1 & sfi_mask;
+    const auto in_file = [sfi](const auto& entry) { return entry.sfi == sfi; };
+    const auto file =
+        std::find_if(application_->binary_files.begin(), application_->binary_files.end(), in_file);
+    if (file == application_->binary_files.end()) {
+        const bool has_records =
+            std::any_of(application_->records.begin(), application_->records.end(), in_file);
+        return has_records ? status::wrong_file_structure : status::file_not_found;
+    }
+    const std::size_t offset = command.p2;
+    if (offset >= file->content.size()) {
+        return status::wrong_offset;
+    }
+    const ByteView rest = ByteView(file->content).subspan(offset);
+    const auto expected = command.expected_length();
+    if (!expected) {
+        return status::wrong_length;
+    }
+    // A transparent file is read with the exact length; the card says which it is.
+    if (*expected > rest.size()) {
+        return static_cast<std::uint16_t>(status::wrong_expected_length |
+                                          static_cast<std::uint8_t>(rest.size()));
+    }
+    const ByteView part = rest.first(*expected);
+    return Bytes(part.begin(), part.end());
+}
+
+Response Card::get_data(const Command& command) {
+    if (application_ == nullptr) {
+        return status::not_now;
+    }
+    const Tag tag = (Tag{command.p1} << 8U) | command.p2;
+    const auto value = data_object(tag);
+    return value ? Response(encode_object(tag, *value)) : Response(status::object_not_found);
+}
+
+std::optional<Bytes> Card::data_object(Tag tag) const {
+    const auto& cash = application_->electronic_cash;
+    const auto log_format = [](const std::optional<LogFile>& log) {
+        return log ? std::optional(log->format) : std::nullopt;
+    };
+    switch (tag) {
+    case 0x9F13:
+        return counter_bytes(application_->last_online_counter);
+    case 0x9F17:
+        return profile_.pin ? std::optional(Bytes{profile_.pin->tries_left}) : std::nullopt;
+    case 0x9F36:
+        return counter_bytes(application_->transaction_counter);
+    case 0x9F4F:
+        return log_format(application_->transaction_log);
+    case 0xDF4F:
+        return log_format(application_->load_log);
+    case 0x9F77:
+        return cash ? std::optional(cash->balance_limit) : std::nullopt;
+    case 0x9F78:
+        return cash ? std::optional(cash->single_limit) : std::nullopt;
+    case 0x9F79:
+        return cash ? std::optional(cash->balance) : std::nullopt;
+    default:
+        return std::nullopt;
+    }
+}
+
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): stands in the row of handlers
+Response Card::get_challenge(const Command& command) {
+    constexpr std::uint8_t usual_size = 8;
+    if (command.p1 != 0 || command.p2 != 0) {
+        return status::wrong_parameters;
+    }
+    const std::uint8_t asked = command.expected.value_or(0);
+    return random_bytes(asked == 0 ? usual_size : asked);
+}
+
+Response Card::verify(const Command& command) {
+    constexpr std::uint8_t plaintext_pin = 0x80;
+    if (command.p1 != 0 || command.p2 != plaintext_pin) {
+        return status::wrong_parameters;
+    }
+    if (application_ == nullptr || !profile_.pin) {
+        return status::not_now;
+    }
+    if (command.data.size() != sizeof(Cryptogram)) {
+        return status::wrong_length;
+    }
+    Pin& pin = *profile_.pin;
+    if (pin.tries_left == 0) {
+        return status::pin_blocked;
+    }
+    const Cryptogram expected = make_pin_block(pin.digits);
+    const bool accepted = std::equal(expected.begin(), expected.end(), command.data.begin());
+    transaction_->note_pin_verification(accepted);
+    if (accepted) {
+        pin.tries_left = pin.try_limit;
+        return status::success;
+    }
+    --pin.tries_left;
+    return static_cast<std::uint16_t>(status::tries_left | pin.tries_left);
+}
+
+} // namespace qaven::virtual_card

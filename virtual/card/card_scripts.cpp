@@ -1,0 +1,195 @@
+// The virtual PBOC card: the commands of the issuer's script, each ended by a MAC.
+#include <algorithm>
+
+#include "card.h"
+
+namespace qaven::virtual_card {
+
+namespace {
+
+constexpr std::size_t amount_size = 6;
+
+bool is_amount(ByteView value) {
+    return value.size() == amount_size &&
+           to_hex(value).find_first_not_of("0123456789") == std::string::npos;
+}
+
+std::uint16_t check_bare_command(const Command& command, ByteView data) {
+    if (command.p1 != 0 || command.p2 != 0) {
+        return status::wrong_parameters;
+    }
+    return data.empty() ? status::success : status::wrong_length;
+}
+
+} // namespace
+
+Response Card::run_script(const Command& command, Effect effect) {
+    if (!transaction_ || !transaction_->accepts_scripts()) {
+        return status::not_now;
+    }
+    if (command.data.size() < script_mac_size) {
+        return status::wrong_length;
+    }
+    const auto data = transaction_->authentic_data(command);
+    const std::uint16_t result = data ? (this->*effect)(command, *data) : status::wrong_script_mac;
+    transaction_->note_script(result == status::success);
+    if (profile_.card_blocked) {
+        forget_session();
+    }
+    return result;
+}
+
+Response Card::application_block(const Command& command) {
+    return run_script(command, &Card::block_application);
+}
+
+Response Card::application_unblock(const Command& command) {
+    return run_script(command, &Card::unblock_application);
+}
+
+Response Card::card_block(const Command& command) {
+    return run_script(command, &Card::block_card);
+}
+
+Response Card::pin_change(const Command& command) {
+    return run_script(command, &Card::change_pin);
+}
+
+Response Card::put_data(const Command& command) {
+    return run_script(command, &Card::write_object);
+}
+
+Response Card::update_record(const Command& command) {
+    return run_script(command, &Card::write_record);
+}
+
+std::uint16_t Card::block_application(const Command& command, ByteView data) {
+    const std::uint16_t result = check_bare_command(command, data);
+    if (result == status::success) {
+        application_->blocked = true;
+    }
+    return result;
+}
+
+std::uint16_t Card::unblock_application(const Command& command, ByteView data) {
+    const std::uint16_t result = check_bare_command(command, data);
+    if (result == status::success) {
+        application_->blocked = false;
+    }
+    return result;
+}
+
+std::uint16_t Card::block_card(const Command& command, ByteView data) {
+    const std::uint16_t result = check_bare_command(command, data);
+    if (result == status::success) {
+        profile_.card_blocked = true;
+    }
+    return result;
+}
+
+std::uint16_t Card::change_pin(const Command& command, ByteView data) {
+    constexpr std::uint8_t unblock_only = 0x00;
+    constexpr std::uint8_t new_pin = 0x02;
+    if (command.p1 != 0 || (command.p2 != unblock_only && command.p2 != new_pin)) {
+        return status::wrong_parameters;
+    }
+    if (!profile_.pin) {
+        return status::not_now;
+    }
+    if (command.p2 == new_pin) {
+        const auto block = transaction_->decipher_pin(data);
+        const auto digits = block ? read_pin_block(*block) : std::nullopt;
+        if (!digits) {
+            return status::wrong_data;
+        }
+        profile_.pin->digits = *digits;
+    } else if (!data.empty()) {
+        return status::wrong_length;
+    }
+    profile_.pin->tries_left = profile_.pin->try_limit;
+    return status::success;
+}
+
+std::uint16_t Card::write_object(const Command& command, ByteView data) {
+    auto& cash = application_->electronic_cash;
+    const Tag tag = (Tag{command.p1} << 8U) | command.p2;
+    if (!cash || (tag != 0x9F77 && tag != 0x9F78 && tag != 0x9F79)) {
+        return status::object_not_found;
+    }
+    if (data.size() != amount_size) {
+        return status::wrong_length;
+    }
+    if (!is_amount(data)) {
+        return status::wrong_data;
+    }
+    const Bytes amount(data.begin(), data.end());
+    if (tag == 0x9F77) {
+        cash->balance_limit = amount;
+    } else if (tag == 0x9F78) {
+        cash->single_limit = amount;
+    } else if (amount > cash->balance_limit) {
+        return status::wrong_data;
+    } else {
+        record_load(command, cash->balance, amount);
+        cash->balance = amount;
+    }
+    return status::success;
+}
+
+// A load is logged with the tag that was written, the balance before and after, and what the
+// terminal said in this transaction.
+void Card::record_load(const Command& command, ByteView before, ByteView after) {
+    if (!application_->load_log) {
+        return;
+    }
+    LogFile& log = *application_->load_log;
+    const Bytes tag = {command.p1, command.p2};
+    log.records.insert(log.records.begin(),
+                       concatenate({tag, before, after, transaction_->log_values(log.format)}));
+    if (log.records.size() > log.capacity) {
+        log.records.resize(log.capacity);
+    }
+}
+
+std::uint16_t Card::write_record(const Command& command, ByteView data) {
+    constexpr unsigned sfi_shift = 3;
+    constexpr std::uint8_t record_mode_mask = 0x07;
+    constexpr std::uint8_t by_number = 0x04;
+    if ((command.p2 & record_mode_mask) != by_number) {
+        return status::wrong_parameters;
+    }
+    const auto sfi = static_cast<std::uint8_t>(command.p2 >> sfi_shift);
+    for (const auto* log : {&application_->transaction_log, &application_->load_log}) {
+        if (*log && (*log)->sfi == sfi) {
+            return status::wrong_file_structure;
+        }
+    }
+    std::vector<Record>& records = application_->records;
+    if (std::none_of(records.begin(), records.end(),
+                     [&](const Record& record) { return record.sfi == sfi; })) {
+        return status::file_not_found;
+    }
+    const auto found = std::find_if(records.begin(), records.end(), [&](const Record& record) {
+        return record.sfi == sfi && record.number == command.p1;
+    });
+    if (found == records.end()) {
+        return status::record_not_found;
+    }
+    if (!is_one_object(0x70, data)) {
+        return status::wrong_data;
+    }
+    Record updated = *found;
+    updated.objects.clear();
+    updated.content.assign(data.begin(), data.end());
+    std::vector<Record> all = records;
+    all[static_cast<std::size_t>(found - records.begin())] = std::move(updated);
+    try {
+        personal_data(all);
+    } catch (const std::runtime_error&) {
+        return status::wrong_data;
+    }
+    records = std::move(all);
+    return status::success;
+}
+
+} // namespace qaven::virtual_card

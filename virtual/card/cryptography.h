@@ -1,0 +1,65 @@
+// The cryptography that card and issuer share: key derivation, application cryptogram, issuer
+// authentication and secure messaging.
+//
+// With 3DES (double-length keys, no parity adjustment):
+//   card key     Y = rightmost 16 digits of PAN || PSN, zeros in front of a shorter one;
+//                3DES(IMK)[Y] || 3DES(IMK)[Y xor FF..FF]
+//   session key  3DES(UDK)[00x6 || ATC] || 3DES(UDK)[00x6 || (ATC xor FFFF)]
+//   MAC          ISO 9797-1 algorithm 3, padded with 80 00.., 8 bytes
+//   ARPC         3DES(SK)[ARQC xor (ARC || 00x6)]
+// With SM4 the constructions are the same ones stretched to the 16-byte block; this is the choice
+// of this card model, made so that one set of terminal data can be tried with both algorithms:
+//   card key     SM4(IMK)[Y || (Y xor FF..FF)]
+//   session key  SM4(UDK)[00x6 || ATC || 00x6 || (ATC xor FFFF)]
+//   MAC          CBC over the data padded with 80 00.. to 16-byte blocks, leftmost 8 bytes
+//   ARPC         SM4(SK)[(ARQC xor (ARC || 00x6)) || 00x8], leftmost 8 bytes
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "bytes.h"
+
+namespace qaven::virtual_card {
+
+using Key = std::array<std::uint8_t, 16>;
+using Cryptogram = std::array<std::uint8_t, 8>;
+using ResponseCode = std::array<std::uint8_t, 2>;
+
+// The values are those of the algorithm byte that ends the issuer application data.
+enum class Algorithm : std::uint8_t { triple_des = 0x01, sm4 = 0x04 };
+
+constexpr std::size_t script_mac_size = 4;
+
+Key derive_card_key(Algorithm algorithm, const Key& issuer_key, std::string_view pan_digits,
+                    std::uint8_t sequence_number);
+
+Key derive_session_key(Algorithm algorithm, const Key& card_key, std::uint16_t counter);
+
+Cryptogram compute_mac(Algorithm algorithm, const Key& session_key, ByteView data);
+
+Cryptogram compute_response_cryptogram(Algorithm algorithm, const Key& session_key,
+                                       const Cryptogram& request_cryptogram,
+                                       const ResponseCode& response_code);
+
+// The MAC that ends a script command: over CLA INS P1 P2 Lc, the ATC, the cryptogram of the first
+// GENERATE AC and the command data in front of the MAC; the leftmost four bytes. Lc counts the MAC.
+Bytes compute_script_mac(Algorithm algorithm, const Key& mac_session_key, ByteView header,
+                         std::uint16_t counter, const Cryptogram& first_cryptogram,
+                         ByteView command_data);
+
+// A new PIN travels as 08 || PIN block, padded with 80 00.. to 16 bytes, enciphered block by block.
+Bytes encipher_pin_block(Algorithm algorithm, const Key& encryption_session_key,
+                         const Cryptogram& pin_block);
+std::optional<Cryptogram> decipher_pin_block(Algorithm algorithm, const Key& encryption_session_key,
+                                             ByteView enciphered);
+
+// The PIN block of VERIFY and of the PIN change: 2L, the digits, F up to eight bytes.
+Cryptogram make_pin_block(std::string_view digits);
+std::optional<std::string> read_pin_block(const Cryptogram& block);
+
+Bytes random_bytes(std::size_t count);
+
+} // namespace qaven::virtual_card

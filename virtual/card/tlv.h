@@ -1,0 +1,39 @@
+// Data objects as a card writes them (tag, length, value) and the data object lists in which it
+// asks the terminal for values (tag, length).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "bytes.h"
+
+namespace qaven::virtual_card {
+
+// A tag is held as the number that its bytes make: 5A, 9F02, DF69.
+using Tag = std::uint32_t;
+
+Bytes tag_bytes(Tag tag);
+
+// The whole object; the length takes the shortest form that holds it.
+Bytes encode_object(Tag tag, ByteView value);
+
+struct DolEntry {
+    Tag tag = 0;
+    std::size_t length = 0;
+};
+
+// Reads a data object list; nothing when it ends inside an entry.
+std::optional<std::vector<DolEntry>> parse_dol(ByteView list);
+
+std::size_t dol_value_size(const std::vector<DolEntry>& list);
+
+// The value of the first object with this tag, searched through templates at any depth. Nothing
+// when it is not there or an object in front of it does not fit.
+std::optional<Bytes> find_object(ByteView bytes, Tag tag);
+
+// True when the bytes are exactly one object of this tag.
+bool is_one_object(Tag tag, ByteView bytes);
+
+} // namespace qaven::virtual_card

@@ -1,0 +1,308 @@
+// One transaction of the selected application.
+#include "transaction.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace qaven::virtual_card {
+
+namespace {
+
+constexpr std::uint8_t command_template = 0x83;
+constexpr Tag algorithm_indicator = 0xDF69;
+constexpr std::uint8_t terminal_offers_sm4 = 0x01;
+constexpr Tag response_code_object = 0x8A;
+constexpr Tag counter_object = 0x9F36;
+constexpr std::uint8_t most_counted_scripts = 15;
+
+Bytes counter_bytes(std::uint16_t counter) {
+    return {static_cast<std::uint8_t>(counter >> 8U), static_cast<std::uint8_t>(counter)};
+}
+
+std::map<Tag, Bytes> take_apart(const std::vector<DolEntry>& list, ByteView values) {
+    std::map<Tag, Bytes> objects;
+    for (const DolEntry& entry : list) {
+        const ByteView value = values.first(entry.length);
+        objects.insert_or_assign(entry.tag, Bytes(value.begin(), value.end()));
+        values = values.subspan(entry.length);
+    }
+    return objects;
+}
+
+// The codes with which a terminal says that it could not reach the issuer.
+bool says_unable_to_go_online(const Bytes& response_code) {
+    return response_code == to_bytes("Y3") || response_code == to_bytes("Z3");
+}
+
+} // namespace
+
+Transaction::Transaction(Application& application, const IssuerKeys& issuer_keys)
+    : application_(application), issuer_keys_(issuer_keys),
+      personal_(personal_data(application.records)) {}
+
+Response Transaction::get_processing_options(const Command& command) {
+    if (command.p1 != 0 || command.p2 != 0) {
+        return status::wrong_parameters;
+    }
+    if (stage_ != Stage::selected) {
+        return status::not_now;
+    }
+    if (command.data.size() < 2 || command.data.size() != command.data[1] + std::size_t{2}) {
+        return status::wrong_length;
+    }
+    if (command.data[0] != command_template) {
+        return status::wrong_data;
+    }
+    const auto list = parse_dol(application_.pdol);
+    if (!list || dol_value_size(*list) != command.data[1]) {
+        return status::wrong_length;
+    }
+    // A counter that has run out ends the life of the application: no number may come twice.
+    if (application_.transaction_counter == std::numeric_limits<std::uint16_t>::max()) {
+        return status::not_now;
+    }
+    ++application_.transaction_counter;
+    stage_ = Stage::initiated;
+    history_ = application_.last_transaction;
+    new_card_ = application_.last_online_counter == 0;
+    first_terminal_data_ = take_apart(*list, command.data.subspan(2));
+
+    if (application_.processing_options_format == ResponseFormat::primitive) {
+        return encode_object(
+            0x80, concatenate({application_.interchange_profile, application_.file_locator}));
+    }
+    return encode_object(0x77, concatenate({encode_object(0x82, application_.interchange_profile),
+                                            encode_object(0x94, application_.file_locator)}));
+}
+
+Response Transaction::generate_cryptogram(const Command& command, bool pin_try_limit_exceeded) {
+    const bool known_request =
+        command.p1 == cid_aac || command.p1 == cid_tc || command.p1 == cid_arqc;
+    if (!known_request || command.p2 != 0) {
+        return status::wrong_parameters;
+    }
+    if (stage_ == Stage::initiated) {
+        return first_cryptogram(command, pin_try_limit_exceeded);
+    }
+    if (stage_ == Stage::online) {
+        return second_cryptogram(command, pin_try_limit_exceeded);
+    }
+    return status::not_now;
+}
+
+Response Transaction::first_cryptogram(const Command& command, bool pin_try_limit_exceeded) {
+    if (personal_.cdol1.empty() || personal_.pan_digits.empty()) {
+        return status::not_now;
+    }
+    if (command.data.size() != dol_value_size(personal_.cdol1)) {
+        return status::wrong_length;
+    }
+    TerminalData terminal_data = take_apart(personal_.cdol1, command.data);
+    const auto indicator = terminal_data.find(algorithm_indicator);
+    const bool sm4_offered =
+        indicator != terminal_data.end() && indicator->second == Bytes{terminal_offers_sm4};
+    algorithm_ = sm4_offered && issuer_keys_.sm4 ? Algorithm::sm4 : Algorithm::triple_des;
+    terminal_data.merge(first_terminal_data_);
+    first_terminal_data_ = std::move(terminal_data);
+
+    // This card never approves without its issuer: a request for a TC gets an ARQC.
+    const bool declined = command.p1 == cid_aac || application_.blocked || application_.declines;
+    const std::uint8_t outcome =
+        cvr::second_not_requested | (declined ? cvr::first_aac : cvr::first_arqc);
+    Response response = cryptogram_response(declined ? cid_aac : cid_arqc, first_terminal_data_,
+                                            verification_results(outcome, pin_try_limit_exceeded));
+    first_cryptogram_ = latest_cryptogram_;
+    stage_ = declined ? Stage::finished : Stage::online;
+    if (!declined) {
+        application_.last_transaction.online_not_completed = true;
+    }
+    return response;
+}
+
+Response Transaction::second_cryptogram(const Command& command, bool pin_try_limit_exceeded) {
+    if (command.p1 == cid_arqc) {
+        return status::wrong_parameters;
+    }
+    if (personal_.cdol2.empty()) {
+        return status::not_now;
+    }
+    if (command.data.size() != dol_value_size(personal_.cdol2)) {
+        return status::wrong_length;
+    }
+    const TerminalData terminal_data = take_apart(personal_.cdol2, command.data);
+    if (const auto code = terminal_data.find(response_code_object); code != terminal_data.end()) {
+        unable_to_go_online_ = says_unable_to_go_online(code->second);
+    }
+    const bool approved = command.p1 == cid_tc && issuer_accepted() && !application_.blocked;
+    const std::uint8_t outcome = (approved ? cvr::second_tc : cvr::second_aac) | cvr::first_arqc;
+    Response response = cryptogram_response(approved ? cid_tc : cid_aac, terminal_data,
+                                            verification_results(outcome, pin_try_limit_exceeded));
+    stage_ = Stage::finished;
+    close_history();
+    if (approved) {
+        record_in_log();
+    }
+    return response;
+}
+
+bool Transaction::issuer_accepted() const {
+    return issuer_authentication_ == IssuerAuthentication::passed ||
+           (issuer_authentication_ == IssuerAuthentication::missing &&
+            !application_.issuer_authentication_mandatory);
+}
+
+void Transaction::close_history() {
+    LastTransaction& last = application_.last_transaction;
+    last.online_not_completed = false;
+    last.issuer_authentication_failed = issuer_authentication_ == IssuerAuthentication::failed;
+    last.issuer_authentication_missing = issuer_authentication_ == IssuerAuthentication::missing;
+    last.script_commands = 0;
+    last.script_failed = false;
+    if (issuer_authentication_ == IssuerAuthentication::passed) {
+        application_.last_online_counter = application_.transaction_counter;
+    }
+}
+
+void Transaction::record_in_log() {
+    if (!application_.transaction_log) {
+        return;
+    }
+    LogFile& log = *application_.transaction_log;
+    log.records.insert(log.records.begin(), log_values(log.format));
+    if (log.records.size() > log.capacity) {
+        log.records.resize(log.capacity);
+    }
+}
+
+const KeySet* Transaction::issuer_key_set() const {
+    return issuer_keys_.find(algorithm_);
+}
+
+Key Transaction::session_key(const Key& issuer_key) const {
+    const Key card_key =
+        derive_card_key(algorithm_, issuer_key, personal_.pan_digits, personal_.sequence_number);
+    return derive_session_key(algorithm_, card_key, application_.transaction_counter);
+}
+
+CardVerificationResults Transaction::verification_results(std::uint8_t outcome,
+                                                          bool pin_try_limit_exceeded) const {
+    CardVerificationResults results{0x03, outcome, 0x00, 0x00};
+    const auto set = [&results](std::size_t byte, std::uint8_t bit, bool when) {
+        results.at(byte) |= when ? bit : std::uint8_t{0};
+    };
+    set(cvr::outcome_byte, cvr::issuer_authentication_failed,
+        issuer_authentication_ == IssuerAuthentication::failed);
+    set(cvr::outcome_byte, cvr::pin_verified_offline, pin_verified_ || pin_verification_failed_);
+    set(cvr::outcome_byte, cvr::pin_verification_failed, pin_verification_failed_);
+    set(cvr::outcome_byte, cvr::unable_to_go_online, unable_to_go_online_);
+    set(cvr::history_byte, cvr::last_online_not_completed, history_.online_not_completed);
+    set(cvr::history_byte, cvr::pin_try_limit_exceeded, pin_try_limit_exceeded);
+    set(cvr::history_byte, cvr::new_card, new_card_);
+    set(cvr::history_byte, cvr::last_issuer_authentication_failed,
+        history_.issuer_authentication_failed);
+    set(cvr::history_byte, cvr::last_issuer_authentication_missing,
+        history_.issuer_authentication_missing);
+    results[cvr::script_byte] =
+        static_cast<std::uint8_t>(history_.script_commands << cvr::script_count_shift);
+    set(cvr::script_byte, cvr::script_failed, history_.script_failed);
+    return results;
+}
+
+Response Transaction::cryptogram_response(std::uint8_t cid, const TerminalData& terminal_data,
+                                          const CardVerificationResults& results) {
+    const Bytes counter = counter_bytes(application_.transaction_counter);
+    Bytes input;
+    for (const DolEntry& object : cryptogram_terminal_objects) {
+        append(input, terminal_data.at(object.tag));
+    }
+    append(input, application_.interchange_profile);
+    append(input, counter);
+    append(input, results);
+    latest_cryptogram_ = compute_mac(algorithm_, session_key(issuer_key_set()->cryptogram), input);
+
+    Bytes issuer_data = {iad_size - 1, application_.key_index, application_.cryptogram_version};
+    append(issuer_data, results);
+    issuer_data.push_back(static_cast<std::uint8_t>(algorithm_));
+
+    const Bytes cid_byte = {cid};
+    if (application_.cryptogram_format == ResponseFormat::primitive) {
+        return encode_object(0x80,
+                             concatenate({cid_byte, counter, latest_cryptogram_, issuer_data}));
+    }
+    return encode_object(
+        0x77, concatenate({encode_object(0x9F27, cid_byte), encode_object(counter_object, counter),
+                           encode_object(0x9F26, latest_cryptogram_),
+                           encode_object(0x9F10, issuer_data)}));
+}
+
+Response Transaction::external_authenticate(const Command& command) {
+    if (command.p1 != 0 || command.p2 != 0) {
+        return status::wrong_parameters;
+    }
+    // One attempt for each transaction, so that a response cryptogram cannot be guessed.
+    if (stage_ != Stage::online || issuer_authentication_ != IssuerAuthentication::missing) {
+        return status::not_now;
+    }
+    if (command.data.size() != sizeof(Cryptogram) + sizeof(ResponseCode)) {
+        return status::wrong_length;
+    }
+    ResponseCode response_code{};
+    std::copy_n(command.data.begin() + sizeof(Cryptogram), response_code.size(),
+                response_code.begin());
+    const Cryptogram expected = compute_response_cryptogram(
+        algorithm_, session_key(issuer_key_set()->cryptogram), *first_cryptogram_, response_code);
+    const bool genuine = std::equal(expected.begin(), expected.end(), command.data.begin());
+    issuer_authentication_ = genuine ? IssuerAuthentication::passed : IssuerAuthentication::failed;
+    return genuine ? status::success : status::authentication_failed;
+}
+
+void Transaction::note_pin_verification(bool accepted) {
+    pin_verified_ = accepted;
+    pin_verification_failed_ = !accepted;
+}
+
+std::optional<ByteView> Transaction::authentic_data(const Command& command) const {
+    const std::size_t plain_size = command.data.size() - script_mac_size;
+    const ByteView plain = command.data.first(plain_size);
+    const ByteView received = command.data.subspan(plain_size);
+    const Bytes expected =
+        compute_script_mac(algorithm_, session_key(issuer_key_set()->script_mac), command.header,
+                           application_.transaction_counter, *first_cryptogram_, plain);
+    if (!std::equal(expected.begin(), expected.end(), received.begin(), received.end())) {
+        return std::nullopt;
+    }
+    return plain;
+}
+
+std::optional<Cryptogram> Transaction::decipher_pin(ByteView enciphered) const {
+    return decipher_pin_block(algorithm_, session_key(issuer_key_set()->script_encryption),
+                              enciphered);
+}
+
+void Transaction::note_script(bool accepted) {
+    LastTransaction& last = application_.last_transaction;
+    if (last.script_commands < most_counted_scripts) {
+        ++last.script_commands;
+    }
+    last.script_failed = last.script_failed || !accepted;
+}
+
+Bytes Transaction::log_values(ByteView format) const {
+    const auto list = parse_dol(format);
+    Bytes values;
+    if (!list) {
+        return values;
+    }
+    for (const DolEntry& entry : *list) {
+        const auto found = first_terminal_data_.find(entry.tag);
+        Bytes value = found != first_terminal_data_.end() ? found->second : Bytes{};
+        if (entry.tag == counter_object) {
+            value = counter_bytes(application_.transaction_counter);
+        }
+        value.resize(entry.length, 0x00);
+        append(values, value);
+    }
+    return values;
+}
+
+} // namespace qaven::virtual_card

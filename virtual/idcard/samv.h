@@ -1,0 +1,58 @@
+// The security module inside an identity-card reader (the SAM-V): command frames in, reply frames
+// out, and the order in which a card is found, selected and read.
+#pragma once
+
+#include "virtual/idcard/identity_card.h"
+
+#include <optional>
+#include <span>
+
+namespace qaven::virtual_idcard {
+
+// The last of the three status bytes.
+enum class Sw3 : std::uint8_t {
+    success = 0x90,
+    found = 0x9F,
+    wrong_checksum = 0x10,
+    wrong_length = 0x11,
+    unknown_command = 0x21,
+    read_failed = 0x41,
+    no_card = 0x80,
+    select_failed = 0x81,
+};
+
+class Samv {
+  public:
+    explicit Samv(std::optional<IdentityCard> card);
+
+    // A whole frame, preamble to checksum; gives the whole reply.
+    Bytes execute(std::span<const std::uint8_t> frame);
+
+    // Power is gone: no card is found or selected any more.
+    void reset() { stage_ = Stage::idle; }
+
+  private:
+    enum class Stage : std::uint8_t { idle, found, selected };
+
+    Bytes find();
+    Bytes select();
+    Bytes read_base_information() const;
+
+    std::optional<IdentityCard> card_;
+    Stage stage_ = Stage::idle;
+};
+
+// Puts a command frame together from the reports that carry it. A report that starts no frame while
+// none is under way is dropped, and so is the padding behind a frame.
+class FrameCollector {
+  public:
+    // The frame that this report made whole, if it did.
+    std::optional<Bytes> take(std::span<const std::uint8_t> report);
+
+    void reset() { frame_.clear(); }
+
+  private:
+    Bytes frame_;
+};
+
+} // namespace qaven::virtual_idcard

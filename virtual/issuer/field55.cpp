@@ -1,0 +1,153 @@
+// The issuer's parser for the card data of an authorisation request.
+#include "field55.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <utility>
+
+namespace qaven::virtual_issuer {
+
+namespace {
+
+// Reads front to back and complains with the position of what is wrong.
+class Reader {
+  public:
+    explicit Reader(ByteView bytes) : bytes_(bytes) {}
+
+    bool at_end() const { return at_ == bytes_.size(); }
+
+    std::uint32_t tag() {
+        std::uint32_t tag = next("a tag");
+        if ((tag & 0x1FU) != 0x1FU) {
+            return tag;
+        }
+        std::uint8_t more = 0;
+        do {
+            if (tag > 0xFFFF) {
+                complain("a tag of more than three bytes");
+            }
+            more = next("the rest of a tag");
+            tag = (tag << 8U) | more;
+        } while ((more & 0x80U) != 0);
+        return tag;
+    }
+
+    Bytes value() {
+        std::size_t length = next("a length");
+        if (length > 0x80) {
+            std::size_t count = length & 0x7FU;
+            if (count > 2) {
+                complain("a length of more than two bytes");
+            }
+            length = 0;
+            for (; count > 0; --count) {
+                length = (length << 8U) | next("the rest of a length");
+            }
+        } else if (length == 0x80) {
+            complain("a length of no bytes");
+        }
+        if (length > bytes_.size() - at_) {
+            complain("a value that is longer than what is left");
+        }
+        const ByteView value = bytes_.subspan(at_, length);
+        at_ += length;
+        return {value.begin(), value.end()};
+    }
+
+  private:
+    std::uint8_t next(const char* wanted) {
+        if (at_end()) {
+            throw std::runtime_error(std::string("The card data ends where ") + wanted +
+                                     " should be.");
+        }
+        return bytes_[at_++];
+    }
+
+    [[noreturn]] void complain(const char* what) const {
+        throw std::runtime_error(std::string("The card data has ") + what + " at byte " +
+                                 std::to_string(at_) + ".");
+    }
+
+    ByteView bytes_;
+    std::size_t at_ = 0;
+};
+
+} // namespace
+
+Field55 Field55::parse(std::string_view hex_text) {
+    const auto bytes = virtual_card::from_hex(hex_text);
+    if (!bytes || bytes->empty()) {
+        throw std::runtime_error(
+            "The card data has to be hexadecimal text, two digits for a byte.");
+    }
+    Field55 field;
+    Reader reader(*bytes);
+    while (!reader.at_end()) {
+        ReceivedObject object;
+        object.tag = reader.tag();
+        object.value = reader.value();
+        if (field.find(object.tag) != nullptr) {
+            throw std::runtime_error("The card data has " + tag_text(object.tag) + " twice.");
+        }
+        field.objects_.push_back(std::move(object));
+    }
+    return field;
+}
+
+const Bytes* Field55::find(std::uint32_t tag) const {
+    const auto found =
+        std::find_if(objects_.begin(), objects_.end(),
+                     [tag](const ReceivedObject& object) { return object.tag == tag; });
+    return found != objects_.end() ? &found->value : nullptr;
+}
+
+const Bytes& Field55::require(std::uint32_t tag, std::size_t size) const {
+    const Bytes* value = find(tag);
+    if (value == nullptr) {
+        throw std::runtime_error("The card data has no " + tag_text(tag) + " (" +
+                                 std::string(tag_name(tag)) + ").");
+    }
+    if (value->size() != size) {
+        throw std::runtime_error(tag_text(tag) + " (" + std::string(tag_name(tag)) + ") has " +
+                                 std::to_string(value->size()) + " bytes instead of " +
+                                 std::to_string(size) + ".");
+    }
+    return *value;
+}
+
+std::string tag_text(std::uint32_t tag) {
+    Bytes bytes;
+    for (; tag != 0; tag >>= 8U) {
+        bytes.insert(bytes.begin(), static_cast<std::uint8_t>(tag));
+    }
+    return virtual_card::to_hex(bytes);
+}
+
+std::string_view tag_name(std::uint32_t tag) {
+    constexpr std::array<std::pair<std::uint32_t, std::string_view>, 18> names{{
+        {0x9F26, "application cryptogram"},
+        {0x9F27, "cryptogram information data"},
+        {0x9F10, "issuer application data"},
+        {0x9F37, "unpredictable number"},
+        {0x9F36, "application transaction counter"},
+        {0x95, "terminal verification results"},
+        {0x9F13, "last online transaction counter"},
+        {0x9A, "transaction date"},
+        {0x9C, "transaction type"},
+        {0x9F02, "amount authorised"},
+        {0x5F2A, "transaction currency code"},
+        {0x5A, "PAN"},
+        {0x5F34, "PAN sequence number"},
+        {0x82, "application interchange profile"},
+        {0x9F1A, "terminal country code"},
+        {0x9F03, "amount other"},
+        {0x9F33, "terminal capabilities"},
+        {0x9F63, "card product identification"},
+    }};
+    const auto* const found = std::find_if(names.begin(), names.end(),
+                                           [tag](const auto& name) { return name.first == tag; });
+    return found != names.end() ? found->second : "unknown";
+}
+
+} // namespace qaven::virtual_issuer

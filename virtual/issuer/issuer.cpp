@@ -1,0 +1,201 @@
+// The issuer's side of a transaction: verdicts, response cryptogram and script.
+#include "issuer.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "card/tlv.h"
+
+namespace qaven::virtual_issuer {
+
+namespace card = virtual_card;
+
+using card::Algorithm;
+using card::Cryptogram;
+using card::Key;
+
+// What follows from the card data for one transaction.
+struct Issuer::Session {
+    Algorithm algorithm = Algorithm::triple_des;
+    const card::KeySet* issuer_keys = nullptr;
+    std::string pan_digits;
+    std::uint8_t sequence_number = 0;
+    std::uint16_t counter = 0;
+    Cryptogram cryptogram{};
+    card::CardVerificationResults card_results{};
+
+    Key key(const Key& issuer_key) const {
+        const Key card_key =
+            card::derive_card_key(algorithm, issuer_key, pan_digits, sequence_number);
+        return card::derive_session_key(algorithm, card_key, counter);
+    }
+};
+
+namespace {
+
+Cryptogram as_cryptogram(const Bytes& bytes) {
+    Cryptogram cryptogram{};
+    std::copy_n(bytes.begin(), cryptogram.size(), cryptogram.begin());
+    return cryptogram;
+}
+
+Algorithm read_algorithm(const Bytes& issuer_data) {
+    const std::uint8_t byte = issuer_data[card::iad_algorithm_at];
+    for (const Algorithm known : {Algorithm::triple_des, Algorithm::sm4}) {
+        if (byte == static_cast<std::uint8_t>(known)) {
+            return known;
+        }
+    }
+    throw std::runtime_error("The issuer application data (9F10) names an unknown algorithm.");
+}
+
+// The cryptogram information data is not under the cryptogram, the CVR is: they have to agree.
+bool is_of_kind(std::uint8_t information, const card::CardVerificationResults& results,
+                CryptogramKind kind) {
+    const std::uint8_t outcome = results[card::cvr::outcome_byte];
+    const bool went_online = (outcome & card::cvr::first_mask) == card::cvr::first_arqc;
+    const std::uint8_t second = outcome & card::cvr::second_mask;
+    const std::uint8_t cid = information & card::cid_mask;
+    if (kind == CryptogramKind::request) {
+        return cid == card::cid_arqc && went_online && second == card::cvr::second_not_requested;
+    }
+    return cid == card::cid_tc && second == card::cvr::second_tc;
+}
+
+Bytes cryptogram_input(const Field55& field, const card::CardVerificationResults& results) {
+    Bytes input;
+    for (const card::DolEntry& object : card::cryptogram_terminal_objects) {
+        card::append(input, field.require(object.tag, object.length));
+    }
+    card::append(input, field.require(0x82, 2));
+    card::append(input, field.require(0x9F36, 2));
+    card::append(input, results);
+    return input;
+}
+
+void flip_last_byte(Bytes& bytes) {
+    bytes.back() = static_cast<std::uint8_t>(~bytes.back());
+}
+
+} // namespace
+
+Issuer Issuer::from_profile(const std::filesystem::path& profile) {
+    return Issuer(card::load_profile(profile).issuer_keys);
+}
+
+Issuer::Session Issuer::open_session(const Field55& field) const {
+    const Bytes& issuer_data = field.require(0x9F10, card::iad_size);
+    const Bytes& counter = field.require(0x9F36, 2);
+    if (issuer_data[0] != card::iad_size - 1 ||
+        issuer_data[card::iad_cvr_at] != card::cvr_size - 1) {
+        throw std::runtime_error("The issuer application data (9F10) is not built as this issuer's "
+                                 "cards build it.");
+    }
+    Session session;
+    session.algorithm = read_algorithm(issuer_data);
+    session.issuer_keys = keys_.find(session.algorithm);
+    if (session.issuer_keys == nullptr) {
+        throw std::runtime_error("The issuer has no keys for the algorithm that the card used.");
+    }
+    std::copy_n(issuer_data.begin() + card::iad_cvr_at, card::cvr_size,
+                session.card_results.begin());
+    const Bytes* pan = field.find(0x5A);
+    if (pan == nullptr) {
+        throw std::runtime_error("The card data has no 5A (PAN).");
+    }
+    const std::string digits = card::to_hex(*pan);
+    session.pan_digits = digits.substr(0, digits.find('F'));
+    const Bytes* sequence = field.find(0x5F34);
+    session.sequence_number =
+        sequence != nullptr && !sequence->empty() ? sequence->front() : std::uint8_t{0};
+    session.counter = static_cast<std::uint16_t>((counter[0] << 8U) | counter[1]);
+    session.cryptogram = as_cryptogram(field.require(0x9F26, sizeof(Cryptogram)));
+    return session;
+}
+
+Verdict Issuer::verify(const Field55& field, CryptogramKind kind) const {
+    try {
+        return judge(field, kind);
+    } catch (const std::runtime_error& error) {
+        Verdict verdict;
+        verdict.reason = error.what();
+        return verdict;
+    }
+}
+
+Verdict Issuer::judge(const Field55& field, CryptogramKind kind) const {
+    const Session session = open_session(field);
+    const Comparison comparison{session.cryptogram,
+                                card::compute_mac(session.algorithm,
+                                                  session.key(session.issuer_keys->cryptogram),
+                                                  cryptogram_input(field, session.card_results)),
+                                session.algorithm, session.card_results};
+    const bool right_kind = is_of_kind(field.require(0x9F27, 1)[0], session.card_results, kind);
+    Verdict verdict;
+    verdict.comparison = comparison;
+    if (comparison.received != comparison.computed) {
+        verdict.reason = "The cryptogram is not the one that follows from the card data.";
+    } else if (!right_kind) {
+        verdict.reason = kind == CryptogramKind::request
+                             ? "The cryptogram is genuine, but it is no ARQC."
+                             : "The cryptogram is genuine, but it is no TC.";
+    } else {
+        verdict.verified = true;
+        verdict.reason = "The cryptogram is the one that follows from the card data.";
+    }
+    return verdict;
+}
+
+bool is_covered(std::uint32_t tag) {
+    // The AIP, the ATC and the CVR (in 9F10) enter beside the terminal's objects; the PAN, its
+    // sequence number and the algorithm (in 9F10) choose the key; 9F27 is held against the CVR.
+    constexpr std::array<std::uint32_t, 7> others{0x82,   0x9F36, 0x9F10, 0x5A,
+                                                  0x5F34, 0x9F26, 0x9F27};
+    return std::find(others.begin(), others.end(), tag) != others.end() ||
+           std::any_of(card::cryptogram_terminal_objects.begin(),
+                       card::cryptogram_terminal_objects.end(),
+                       [tag](const card::DolEntry& object) { return object.tag == tag; });
+}
+
+Bytes Issuer::answer(const Field55& field, const Answer& answer) const {
+    const Session session = open_session(field);
+    const Cryptogram response_cryptogram = card::compute_response_cryptogram(
+        session.algorithm, session.key(session.issuer_keys->cryptogram), session.cryptogram,
+        answer.response_code);
+    Bytes authentication(response_cryptogram.begin(), response_cryptogram.end());
+    if (!answer.genuine_authentication) {
+        flip_last_byte(authentication);
+    }
+    card::append(authentication, answer.response_code);
+    Bytes response = card::encode_object(0x91, authentication);
+    if (answer.script.empty()) {
+        return response;
+    }
+
+    const Key mac_key = session.key(session.issuer_keys->script_mac);
+    const Key encryption_key = session.key(session.issuer_keys->script_encryption);
+    Bytes script = card::encode_object(0x9F18, answer.script_identifier);
+    for (const ScriptCommand& command : answer.script) {
+        Bytes data = command.data;
+        if (command.encipher_as_pin) {
+            data = card::encipher_pin_block(session.algorithm, encryption_key, as_cryptogram(data));
+        }
+        const std::size_t mac_size = command.secured ? card::script_mac_size : 0;
+        Bytes bytes(command.header.begin(), command.header.end());
+        bytes.push_back(static_cast<std::uint8_t>(data.size() + mac_size));
+        if (command.secured) {
+            Bytes mac = card::compute_script_mac(session.algorithm, mac_key, bytes, session.counter,
+                                                 session.cryptogram, data);
+            if (!answer.genuine_script_macs) {
+                flip_last_byte(mac);
+            }
+            card::append(data, mac);
+        }
+        card::append(bytes, data);
+        card::append(script, card::encode_object(0x86, bytes));
+    }
+    card::append(response, card::encode_object(answer.script_template, script));
+    return response;
+}
+
+} // namespace qaven::virtual_issuer

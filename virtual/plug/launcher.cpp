@@ -1,0 +1,248 @@
+// The launcher's two lives: first it starts itself again under umockdev's preload library, then it
+// makes the test bed and runs the command in it.
+#include "virtual/plug/launcher.h"
+
+#include "virtual/plug/mocked_usbfs.h"
+#include "virtual/plug/options.h"
+#include "virtual/plug/profile.h"
+#include "virtual/reader/reader.h"
+
+#include <dlfcn.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+
+namespace qaven::virtual_plug {
+namespace {
+
+constexpr int exit_usage = 2;
+// As of other programs that run a command: own failure, command not executable, not found.
+constexpr int exit_launcher_failed = 125;
+constexpr int exit_not_executable = 126;
+constexpr int exit_not_found = 127;
+constexpr int exit_signal_base = 128;
+
+constexpr const char* marker = "QAVEN_VIRTUAL_READER_STAGE";
+constexpr const char* preload_library = "libumockdev-preload.so.0";
+
+// The test bed's sockets lie some fifty characters below the temporary folder, and a socket's path
+// has room for 107.
+constexpr std::size_t longest_temporary_folder = 50;
+
+std::string environment(const char* name) {
+    const char* const value = std::getenv(name);
+    return value == nullptr ? std::string() : std::string(value);
+}
+
+// An instrumented program insists on its runtime being the first library, which the preload library
+// is now.
+void admit_preload_to_sanitizers() {
+    std::string options = environment("ASAN_OPTIONS");
+    constexpr auto setting = std::string_view("verify_asan_link_order=0");
+    if (options.find(setting) == std::string::npos) {
+        options += options.empty() ? "" : ":";
+        options += setting;
+        setenv("ASAN_OPTIONS", options.c_str(), 1);
+    }
+}
+
+// Does not return if it succeeds.
+[[noreturn]] void start_again_under_preload(char** argv) {
+    const std::string others = environment("LD_PRELOAD");
+    const std::string preload =
+        others.empty() ? preload_library : std::string(preload_library) + ":" + others;
+    setenv("LD_PRELOAD", preload.c_str(), 1);
+    setenv(marker, "1", 1);
+    admit_preload_to_sanitizers();
+    execv("/proc/self/exe", argv);
+    throw std::system_error(errno, std::generic_category(), "cannot start again");
+}
+
+// Gives the test bed a short place to stand in and the command its own setting back.
+class ShortTemporaryFolder {
+  public:
+    ShortTemporaryFolder() : original_(environment("TMPDIR")) {
+        if (original_.size() > longest_temporary_folder) {
+            setenv("TMPDIR", "/tmp", 1);
+        }
+    }
+    ShortTemporaryFolder(const ShortTemporaryFolder&) = delete;
+    ShortTemporaryFolder& operator=(const ShortTemporaryFolder&) = delete;
+    ShortTemporaryFolder(ShortTemporaryFolder&&) = delete;
+    ShortTemporaryFolder& operator=(ShortTemporaryFolder&&) = delete;
+    ~ShortTemporaryFolder() {
+        if (!original_.empty()) {
+            setenv("TMPDIR", original_.c_str(), 1);
+        }
+    }
+
+  private:
+    std::string original_;
+};
+
+// The signals that end the launcher go through it to the command, so that the test bed is always
+// taken down.
+class Signals {
+  public:
+    Signals() {
+        std::signal(SIGCHLD, SIG_DFL); // whoever ignored it would take the exit status from us
+        sigemptyset(&set_);
+        for (const int signal : {SIGCHLD, SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+            sigaddset(&set_, signal);
+        }
+        pthread_sigmask(SIG_BLOCK, &set_, &before_);
+    }
+    void restore() const { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+    // Waits until the child is gone; returns its wait status.
+    [[nodiscard]] int wait_for(pid_t child) const {
+        while (true) {
+            siginfo_t info{};
+            const int signal = sigwaitinfo(&set_, &info);
+            if (signal == SIGCHLD) {
+                int status = 0;
+                if (waitpid(child, &status, WNOHANG) == child) {
+                    return status;
+                }
+            } else if (signal > 0 && info.si_code != SI_KERNEL) {
+                kill(child, signal); // (from the terminal it has come to the child already)
+            }
+        }
+    }
+
+  private:
+    sigset_t set_{};
+    sigset_t before_{};
+};
+
+[[noreturn]] void become_command(std::span<char* const> arguments, const Signals& signals,
+                                 pid_t launcher) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != launcher) {
+        _exit(exit_launcher_failed);
+    }
+    signals.restore();
+    execvp(arguments.front(), arguments.data());
+    const int code = errno;
+    std::fprintf(stderr, "qaven-virtual-reader: cannot run %s: %s\n", arguments.front(),
+                 std::strerror(code));
+    _exit(code == ENOENT ? exit_not_found : exit_not_executable);
+}
+
+int run_command(std::vector<std::string> words, const Signals& signals) {
+    std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
+    for (auto& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    const pid_t launcher = getpid();
+    const pid_t child = fork();
+    if (child < 0) {
+        throw std::system_error(errno, std::generic_category(), "fork");
+    }
+    if (child == 0) {
+        become_command(arguments, signals, launcher);
+    }
+    const int status = signals.wait_for(child);
+    return WIFSIGNALED(status) ? exit_signal_base + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+int run(const Options& options, const Makers& makers) {
+    if (dlopen(preload_library, RTLD_LAZY | RTLD_NOLOAD) == nullptr) {
+        throw std::runtime_error(std::string(preload_library) + " could not be loaded");
+    }
+    const Signals signals;
+    // The preload library and libusb wait by short timeouts; the default slack of 50 microseconds
+    // would come on top of each.
+    prctl(PR_SET_TIMERSLACK, 1);
+    unsetenv(marker);
+
+    const virtual_reader::Behaviour behaviour{.strict = options.strict,
+                                              .baud = options.baud,
+                                              .remove_card_after = options.remove_card_after};
+    std::unique_ptr<virtual_card::Icc> card;
+    if (options.slot != 0 && !options.no_reader) {
+        card = makers.card(find_profile(options.profile));
+    }
+    virtual_reader::Reader reader(options.slot == 1 ? card.get() : nullptr,
+                                  options.slot == 2 ? card.get() : nullptr, behaviour);
+    virtual_reader::Reader second(nullptr, nullptr, behaviour);
+    std::unique_ptr<virtual_usb::Device> idcard;
+    if (options.idcard) {
+        idcard = makers.idcard(*options.idcard);
+        if (!idcard) {
+            throw UsageError("there is no identity card of kind '" + *options.idcard + "'");
+        }
+    }
+    std::optional<virtual_usb::CaptureFile> capture;
+    if (options.capture) {
+        capture.emplace(*options.capture);
+    }
+
+    std::optional<MockedUsbfs> usbfs;
+    {
+        const ShortTemporaryFolder short_folder;
+        usbfs.emplace();
+    }
+    PlugSettings plain;
+    plain.capture = capture ? &*capture : nullptr;
+    PlugSettings settings = plain;
+    settings.driver = options.driver;
+    settings.held = options.held;
+    settings.interfaces = {virtual_reader::slot_1.number, virtual_reader::slot_2.number};
+    settings.faults = options.faults;
+    settings.replug_after = options.replug_after;
+    // libusb lists the device that came last first; that is to be the reader with the card.
+    if (options.second_reader) {
+        usbfs->plug(second, plain);
+    }
+    if (!options.no_reader) {
+        usbfs->plug(reader, settings);
+    }
+    if (idcard) {
+        usbfs->plug(*idcard, plain);
+    }
+    const int status = run_command(options.command, signals);
+    if (options.save && card) {
+        makers.save(*card, *options.save);
+    }
+    return status;
+}
+
+} // namespace
+
+int launch(int argc, char** argv, const Makers& makers) {
+    try {
+        const Options options =
+            parse_options(std::span<const char* const>(argv, static_cast<std::size_t>(argc))
+                              .subspan(argc > 0 ? 1 : 0));
+        if (options.help) {
+            std::fputs(usage_text().c_str(), stdout);
+            return EXIT_SUCCESS;
+        }
+        if (environment(marker).empty()) {
+            start_again_under_preload(argv);
+        }
+        return run(options, makers);
+    } catch (const UsageError& error) {
+        std::fprintf(stderr, "qaven-virtual-reader: %s\n%s", error.what(), usage_text().c_str());
+        return exit_usage;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "qaven-virtual-reader: %s\n", error.what());
+        return exit_launcher_failed;
+    }
+}
+
+} // namespace qaven::virtual_plug

@@ -1,0 +1,149 @@
+// Reading the command line.
+#include "virtual/plug/options.h"
+
+#include "virtual/usb/number.h"
+
+#include <functional>
+#include <map>
+#include <string_view>
+
+namespace qaven::virtual_plug {
+namespace {
+
+unsigned number(const std::string& option, const std::string& text) {
+    const auto value = virtual_usb::parse_number(text);
+    if (!value) {
+        throw UsageError(option + " takes a number, not '" + text + "'");
+    }
+    return *value;
+}
+
+unsigned slot(const std::string& text) {
+    if (text == "1" || text == "2") {
+        return static_cast<unsigned>(text[0] - '0');
+    }
+    if (text == "none") {
+        return 0;
+    }
+    throw UsageError("--slot takes 1, 2 or none, not '" + text + "'");
+}
+
+virtual_usb::Fault fault(const std::string& text) {
+    try {
+        return virtual_usb::parse_fault(text);
+    } catch (const std::invalid_argument& error) {
+        throw UsageError(error.what());
+    }
+}
+
+using Flag = std::function<void(Options&)>;
+using Setting = std::function<void(Options&, const std::string&)>;
+
+const std::map<std::string, Flag, std::less<>>& flags() {
+    static const std::map<std::string, Flag, std::less<>> table{
+        {"--help", [](Options& o) { o.help = true; }},
+        {"--hold", [](Options& o) { o.held = true; }},
+        {"--no-reader", [](Options& o) { o.no_reader = true; }},
+        {"--second", [](Options& o) { o.second_reader = true; }},
+        {"--strict", [](Options& o) { o.strict = true; }},
+    };
+    return table;
+}
+
+const std::map<std::string, Setting, std::less<>>& settings() {
+    using Text = const std::string&;
+    static const std::map<std::string, Setting, std::less<>> table{
+        {"--slot", [](Options& o, Text text) { o.slot = slot(text); }},
+        {"--profile", [](Options& o, Text text) { o.profile = text; }},
+        {"--driver", [](Options& o, Text text) { o.driver = text; }},
+        {"--pcap", [](Options& o, Text text) { o.capture = text; }},
+        {"--fault", [](Options& o, Text text) { o.faults.push_back(fault(text)); }},
+        {"--remove-card-after",
+         [](Options& o, Text text) { o.remove_card_after = number("--remove-card-after", text); }},
+        {"--replug-after",
+         [](Options& o, Text text) {
+             o.replug_after = std::chrono::milliseconds(number("--replug-after", text));
+         }},
+        {"--speed", [](Options& o, Text text) { o.baud = number("--speed", text); }},
+        {"--idcard", [](Options& o, Text text) { o.idcard = text; }},
+        {"--save", [](Options& o, Text text) { o.save = text; }},
+    };
+    return table;
+}
+
+} // namespace
+
+Options parse_options(std::span<const char* const> arguments) {
+    Options options;
+    const std::vector<std::string> words(arguments.begin(), arguments.end());
+    if (words.empty()) {
+        throw UsageError("what is it to do?");
+    }
+    if (words.front() == "--help") {
+        options.help = true;
+        return options;
+    }
+    if (words.front() != "run") {
+        throw UsageError("'" + words.front() + "' is no verb of this program");
+    }
+    std::size_t at = 1;
+    for (; at < words.size() && words[at] != "--"; ++at) {
+        std::string name = words[at];
+        if (const auto flag = flags().find(name); flag != flags().end()) {
+            flag->second(options);
+            continue;
+        }
+        std::optional<std::string> value;
+        if (const auto equals = name.find('='); equals != std::string::npos) {
+            value = name.substr(equals + 1);
+            name.resize(equals);
+        }
+        const auto setting = settings().find(name);
+        if (setting == settings().end()) {
+            throw UsageError("'" + words[at] + "' is no option; the command comes after --");
+        }
+        if (!value) {
+            if (at + 1 >= words.size()) {
+                throw UsageError(name + " lacks its value");
+            }
+            value = words[++at];
+        }
+        setting->second(options, *value);
+    }
+    if (options.help) {
+        return options;
+    }
+    if (at + 1 >= words.size()) {
+        throw UsageError("there is no command after --");
+    }
+    options.command.assign(words.begin() + static_cast<std::ptrdiff_t>(at) + 1, words.end());
+    return options;
+}
+
+std::string usage_text() {
+    return R"(usage: qaven-virtual-reader run [options] -- COMMAND ARGS
+
+Runs COMMAND on a machine whose USB bus holds a virtual bank-card reader (2F7A:4417) with a virtual
+card in it. The exit status is that of COMMAND, 128 + n if signal n ended it.
+
+  --slot 1|2|none         the slot that holds the card (default 2)
+  --profile NAME|FILE     the card: a shipped profile's name or a profile file (default debit)
+  --driver NAME           a kernel driver of this name is bound to the reader's slots
+  --hold                  another program holds the reader's slots
+  --no-reader             no bank-card reader at all
+  --second                a second reader, without a card
+  --strict                wrongly framed messages are answered with the CCID class's errors
+  --pcap FILE             capture of the USB traffic, for Wireshark (pcapng)
+  --fault after=N:KIND    after N bulk transfers one goes wrong; KIND is timeout, stall (this
+                          transfer), halt (until cleared), unplug, overflow, short, garbage, late
+                          or late=MS; may be given several times
+  --replug-after MS       an unplugged reader comes back after MS milliseconds
+  --remove-card-after N   the card is taken out after N command APDUs
+  --speed BAUD            the card's line takes its time: BAUD bit/s (default: none)
+  --save FILE             writes the card as it is at the end, as a profile
+  --idcard KIND           an identity-card reader (2F7A:4463) too; KIND is resident, foreign, hmt or
+                          none
+)";
+}
+
+} // namespace qaven::virtual_plug

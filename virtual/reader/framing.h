@@ -1,0 +1,78 @@
+// CCID messages out of bulk-OUT packets, and bulk-IN packets out of CCID messages.
+#pragma once
+
+#include "virtual/reader/descriptors.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace qaven::virtual_reader {
+
+using Bytes = std::vector<std::uint8_t>;
+
+inline constexpr std::size_t ccid_header_size = 10;
+
+// The messages from the host, by bMessageType.
+namespace pc_to_rdr {
+inline constexpr std::uint8_t set_parameters = 0x61;
+inline constexpr std::uint8_t icc_power_on = 0x62;
+inline constexpr std::uint8_t icc_power_off = 0x63;
+inline constexpr std::uint8_t get_slot_status = 0x65;
+inline constexpr std::uint8_t secure = 0x69;
+inline constexpr std::uint8_t t0_apdu = 0x6A;
+inline constexpr std::uint8_t escape = 0x6B;
+inline constexpr std::uint8_t get_parameters = 0x6C;
+inline constexpr std::uint8_t reset_parameters = 0x6D;
+inline constexpr std::uint8_t icc_clock = 0x6E;
+inline constexpr std::uint8_t xfr_block = 0x6F;
+inline constexpr std::uint8_t mechanical = 0x71;
+inline constexpr std::uint8_t abort = 0x72;
+inline constexpr std::uint8_t set_data_rate = 0x73;
+} // namespace pc_to_rdr
+
+// How whole a message arrived.
+enum class Arrival : std::uint8_t {
+    exact,
+    with_surplus,  // more bytes than 10 + dwLength in its last packet
+    cut_short,     // a short packet came before 10 + dwLength bytes; zeros stand for the rest
+    too_long,      // dwLength promises more than the reader can hold; the data were not kept
+    unknown_start, // the packet starts no message of the class
+};
+
+struct Message {
+    Arrival arrival = Arrival::exact;
+    Bytes bytes; // 10 + dwLength, or the header alone when too long
+
+    [[nodiscard]] std::uint8_t type() const { return bytes[0]; }
+    [[nodiscard]] std::uint8_t slot() const { return bytes[5]; }
+    [[nodiscard]] std::uint8_t seq() const { return bytes[6]; }
+    [[nodiscard]] std::span<const std::uint8_t> data() const {
+        return std::span(bytes).subspan(ccid_header_size);
+    }
+};
+
+// Collects packets until a message is there. A message starts with a packet; what a packet holds
+// beyond the end of its message belongs to nothing.
+class MessageAssembler {
+  public:
+    [[nodiscard]] std::optional<Message> packet(std::span<const std::uint8_t> packet);
+    void clear();
+
+  private:
+    Message finish(Arrival arrival);
+
+    Bytes buffer_;
+    bool skipping_ = false; // the rest of a message that is too long
+};
+
+[[nodiscard]] std::uint32_t dw_length(std::span<const std::uint8_t> header);
+
+// Packets of 64 bytes, the last one shorter: a message of whole packets ends with an empty one, for
+// the host cannot know otherwise that it is over.
+[[nodiscard]] std::deque<Bytes> to_packets(std::span<const std::uint8_t> message);
+
+} // namespace qaven::virtual_reader

@@ -1,0 +1,199 @@
+// Endpoints to slots and back.
+#include "virtual/reader/reader.h"
+
+#include <algorithm>
+
+namespace qaven::virtual_reader {
+namespace {
+
+using virtual_usb::Handshake;
+using virtual_usb::Reply;
+using virtual_usb::Setup;
+using virtual_usb::TimePoint;
+
+constexpr std::uint8_t notify_slot_change = 0x50;
+
+// bmSlotICCState of slot 0: a card is there, and that is news.
+constexpr std::uint8_t slot_card_present = 0x01;
+constexpr std::uint8_t slot_changed = 0x02;
+
+constexpr std::uint8_t request_get_descriptor = 6;
+constexpr std::uint8_t descriptor_hid_report = 0x22;
+
+constexpr std::uint8_t hid_get_report = 0x01;
+constexpr std::uint8_t hid_set_report = 0x09;
+constexpr std::uint8_t hid_set_idle = 0x0A;
+
+constexpr std::uint8_t ccid_abort = 0x01;
+
+// A host that only sends and never reads is held off once this many packets wait for it.
+constexpr std::size_t waiting_packets = 64;
+
+} // namespace
+
+Reader::Reader(virtual_card::Icc* card_1, virtual_card::Icc* card_2, const Behaviour& behaviour)
+    : stations_{
+          {{.interface = slot_1, .slot = Slot(card_1, behaviour), .assembler = {}, .bulk_in = {}},
+           {.interface = slot_2,
+            .slot = Slot(card_2, behaviour),
+            .assembler = {},
+            .bulk_in = {}}}} {
+    power_up();
+}
+
+virtual_usb::Bytes Reader::device_descriptor() const {
+    return virtual_reader::device_descriptor();
+}
+
+virtual_usb::Bytes Reader::configuration_descriptor() const {
+    return virtual_reader::configuration_descriptor();
+}
+
+std::string Reader::string(std::uint8_t index) const {
+    switch (index) {
+    case 1:
+        return "qaven";
+    case 2:
+        return "Virtual Card Reader";
+    default:
+        return {};
+    }
+}
+
+Reader::Station* Reader::with_endpoint(std::uint8_t endpoint) {
+    const auto found =
+        std::find_if(stations_.begin(), stations_.end(), [endpoint](const Station& station) {
+            return station.interface.bulk_out == endpoint ||
+                   station.interface.bulk_in == endpoint ||
+                   station.interface.interrupt_in == endpoint;
+        });
+    return found == stations_.end() ? nullptr : &*found;
+}
+
+Reply Reader::control(const Setup& setup, std::span<const std::uint8_t> data, TimePoint now) {
+    static_cast<void>(data);
+    static_cast<void>(now);
+    constexpr std::uint8_t class_to_interface = 0x21;
+    constexpr std::uint8_t class_from_interface = 0xA1;
+    constexpr std::uint8_t standard_from_interface = 0x81;
+    const std::uint8_t interface = setup.index & 0xFFU;
+    if (interface == keypad_interface) {
+        if (setup.request_type == standard_from_interface &&
+            setup.request == request_get_descriptor && setup.value >> 8U == descriptor_hid_report) {
+            return Reply::ack(keypad_report_descriptor());
+        }
+        if (setup.request_type == class_from_interface && setup.request == hid_get_report) {
+            return Reply::ack(Bytes(interrupt_packet_size, 0)); // no key pressed
+        }
+        if (setup.request_type == class_to_interface &&
+            (setup.request == hid_set_report || setup.request == hid_set_idle)) {
+            return Reply::ack();
+        }
+        return Reply::stall();
+    }
+    // Nothing is ever in progress when the host comes to abort it.
+    if (setup.request_type == class_to_interface && setup.request == ccid_abort) {
+        return Reply::ack();
+    }
+    return Reply::stall();
+}
+
+Handshake Reader::out(std::uint8_t endpoint, std::span<const std::uint8_t> packet, TimePoint now) {
+    Station* const station = with_endpoint(endpoint);
+    if (station == nullptr || endpoint != station->interface.bulk_out) {
+        return Handshake::stall;
+    }
+    if (station->bulk_in.size() >= waiting_packets) {
+        return Handshake::nak;
+    }
+    if (const auto message = station->assembler.packet(packet)) {
+        if (const auto answer = station->slot.answer(*message)) {
+            for (auto& piece : to_packets(answer->message)) {
+                station->bulk_in.push_back(
+                    {.packet = std::move(piece), .ready = now + answer->delay});
+            }
+        }
+        station->check_card();
+    }
+    return Handshake::ack;
+}
+
+Reply Reader::in(std::uint8_t endpoint, TimePoint now) {
+    Station* const station = with_endpoint(endpoint);
+    if (station == nullptr) {
+        return Reply::nak(); // the keypad: no key is ever pressed
+    }
+    if (endpoint == station->interface.interrupt_in) {
+        if (!station->card_changed) {
+            return Reply::nak();
+        }
+        station->card_changed = false;
+        const std::uint8_t state =
+            slot_changed | (station->card_known ? slot_card_present : std::uint8_t{0});
+        return Reply::ack({notify_slot_change, state});
+    }
+    if (station->bulk_in.empty() || station->bulk_in.front().ready > now) {
+        return Reply::nak();
+    }
+    Reply reply = Reply::ack(std::move(station->bulk_in.front().packet));
+    station->bulk_in.pop_front();
+    return reply;
+}
+
+void Reader::clear_halt(std::uint8_t endpoint) {
+    Station* const station = with_endpoint(endpoint);
+    if (station == nullptr) {
+        return;
+    }
+    if (endpoint == station->interface.bulk_out) {
+        station->assembler.clear();
+    } else if (endpoint == station->interface.bulk_in) {
+        station->bulk_in.clear();
+    }
+}
+
+void Reader::reset() {
+    power_up();
+}
+
+void Reader::power_up() {
+    for (auto& station : stations_) {
+        station.power_up();
+    }
+}
+
+void Reader::unplugged() {
+    for (auto& station : stations_) {
+        station.slot.power_off();
+    }
+}
+
+std::optional<TimePoint> Reader::ready_at(TimePoint now) const {
+    std::optional<TimePoint> earliest;
+    for (const auto& station : stations_) {
+        if (station.bulk_in.empty() || station.bulk_in.front().ready <= now) {
+            continue;
+        }
+        if (!earliest || station.bulk_in.front().ready < *earliest) {
+            earliest = station.bulk_in.front().ready;
+        }
+    }
+    return earliest;
+}
+
+void Reader::Station::power_up() {
+    assembler.clear();
+    bulk_in.clear();
+    slot.power_off();
+    card_known = slot.card_present();
+    card_changed = card_known;
+}
+
+void Reader::Station::check_card() {
+    if (card_known != slot.card_present()) {
+        card_known = slot.card_present();
+        card_changed = true;
+    }
+}
+
+} // namespace qaven::virtual_reader

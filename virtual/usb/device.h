@@ -1,0 +1,115 @@
+// A USB device as the cable shows it: descriptors, one control transfer at a time, one packet at a
+// time on the other endpoints. Whoever plays the host controller (mocked usbfs, USB/IP) drives it
+// through virtual_usb::Port; the device knows neither transfers nor who listens.
+//
+// A device is driven from one thread at a time and reads no clock of its own: `now` is handed in,
+// and what it will only have later it announces with ready_at().
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace qaven::virtual_usb {
+
+using Bytes = std::vector<std::uint8_t>;
+using Clock = std::chrono::steady_clock;
+using TimePoint = Clock::time_point;
+
+// Numbered as Linux numbers the speed of a port.
+enum class Speed : std::uint8_t { low = 1, full = 2, high = 3 };
+
+// The eight bytes in front of every control transfer.
+struct Setup {
+    std::uint8_t request_type = 0;
+    std::uint8_t request = 0;
+    std::uint16_t value = 0;
+    std::uint16_t index = 0;
+    std::uint16_t length = 0;
+
+    [[nodiscard]] bool device_to_host() const { return (request_type & 0x80U) != 0; }
+};
+
+inline constexpr std::size_t setup_size = 8;
+
+// The set-up bytes as they travel, multi-byte fields little-endian.
+[[nodiscard]] Setup parse_setup(std::span<const std::uint8_t, setup_size> bytes);
+
+enum class Handshake : std::uint8_t {
+    ack,   // taken, or here is data
+    nak,   // nothing yet; ask again (see ready_at)
+    stall, // refused; a bulk or interrupt endpoint stays halted until clear_halt
+};
+
+// What an IN packet or a control transfer brings.
+struct Reply {
+    Handshake handshake = Handshake::nak;
+    Bytes data; // with ack only; empty is a zero-length packet, or a control write accepted
+
+    [[nodiscard]] static Reply ack(Bytes bytes = {}) {
+        return {.handshake = Handshake::ack, .data = std::move(bytes)};
+    }
+    [[nodiscard]] static Reply nak() { return {.handshake = Handshake::nak, .data = {}}; }
+    [[nodiscard]] static Reply stall() { return {.handshake = Handshake::stall, .data = {}}; }
+};
+
+class Device {
+  public:
+    Device() = default;
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
+    Device(Device&&) = delete;
+    Device& operator=(Device&&) = delete;
+    virtual ~Device() = default;
+
+    // 18 bytes.
+    [[nodiscard]] virtual Bytes device_descriptor() const = 0;
+
+    // The one configuration with all its interfaces, wTotalLength bytes.
+    [[nodiscard]] virtual Bytes configuration_descriptor() const = 0;
+
+    // Text of a string descriptor (index 1 and up); empty where there is none.
+    [[nodiscard]] virtual std::string string(std::uint8_t index) const {
+        static_cast<void>(index);
+        return {};
+    }
+
+    [[nodiscard]] virtual Speed speed() const { return Speed::full; }
+
+    // A control transfer that the descriptors do not answer: class and vendor requests, and
+    // standard requests to an interface such as GET_DESCRIPTOR of a HID report. `data` holds the
+    // host's bytes of a control write. A reply longer than setup.length is cut by the port.
+    virtual Reply control(const Setup& setup, std::span<const std::uint8_t> data,
+                          TimePoint now) = 0;
+
+    // One packet from the host, at most wMaxPacketSize bytes, possibly none. `endpoint` is the
+    // endpoint's address (OUT: 0x01 ... 0x0F).
+    virtual Handshake out(std::uint8_t endpoint, std::span<const std::uint8_t> packet,
+                          TimePoint now) = 0;
+
+    // The host asks for one packet. `endpoint` is the address with bit 7 set (IN).
+    virtual Reply in(std::uint8_t endpoint, TimePoint now) = 0;
+
+    // The host cleared a halt: the endpoint answers again and has forgotten half a message.
+    virtual void clear_halt(std::uint8_t endpoint) = 0;
+
+    // Port reset, and every (re)connection to the bus.
+    virtual void reset() = 0;
+
+    // The cable was pulled: power is gone.
+    virtual void unplugged() {}
+
+    // The next moment after `now` at which an endpoint that gives nak will have something without
+    // being sent anything first; nothing: only the host can change that.
+    [[nodiscard]] virtual std::optional<TimePoint> ready_at(TimePoint now) const {
+        static_cast<void>(now);
+        return std::nullopt;
+    }
+};
+
+} // namespace qaven::virtual_usb

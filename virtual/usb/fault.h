@@ -1,0 +1,35 @@
+// Faults on request: what goes wrong with which transfer, so that a host can walk its own error
+// paths.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string_view>
+
+namespace qaven::virtual_usb {
+
+enum class FaultKind : std::uint8_t {
+    timeout,   // nothing moves until the host gives up
+    stall,     // this one transfer is stalled
+    halt,      // stalled, and the endpoint stays so until the host clears it
+    unplug,    // the device leaves the bus
+    overflow,  // the device sends more than the host's buffer takes (IN)
+    cut_short, // half of the answer's bytes (IN)
+    garbage,   // as many bytes, all of them wrong (IN)
+    late,      // the transfer moves only after a delay
+};
+
+struct Fault {
+    unsigned after = 0; // bulk transfers that go well first
+    FaultKind kind = FaultKind::timeout;
+    std::chrono::milliseconds delay{0};
+};
+
+// True if the fault can only hit a transfer towards the host.
+[[nodiscard]] bool hits_in_only(FaultKind kind);
+
+// Reads "after=N:KIND" with KIND timeout, stall, halt, unplug, overflow, short, garbage, late or
+// late=MS. Throws std::invalid_argument with a sentence.
+[[nodiscard]] Fault parse_fault(std::string_view text);
+
+} // namespace qaven::virtual_usb

@@ -1,0 +1,456 @@
+// Transfers to packets and back.
+#include "virtual/usb/port.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace qaven::virtual_usb {
+namespace {
+
+constexpr std::uint8_t descriptor_device = 1;
+constexpr std::uint8_t descriptor_configuration = 2;
+constexpr std::uint8_t descriptor_string = 3;
+constexpr std::uint8_t descriptor_interface = 4;
+constexpr std::uint8_t descriptor_endpoint = 5;
+
+constexpr std::uint8_t request_get_status = 0;
+constexpr std::uint8_t request_clear_feature = 1;
+constexpr std::uint8_t request_set_feature = 3;
+constexpr std::uint8_t request_set_address = 5;
+constexpr std::uint8_t request_get_descriptor = 6;
+constexpr std::uint8_t request_get_configuration = 8;
+constexpr std::uint8_t request_set_configuration = 9;
+constexpr std::uint8_t request_get_interface = 10;
+constexpr std::uint8_t request_set_interface = 11;
+
+constexpr std::uint8_t recipient_device = 0;
+constexpr std::uint8_t recipient_interface = 1;
+constexpr std::uint8_t recipient_endpoint = 2;
+
+constexpr std::uint16_t feature_endpoint_halt = 0;
+
+constexpr std::uint16_t english_us = 0x0409;
+
+constexpr std::uint64_t enumeration_id = 1;
+
+std::uint8_t queue_key(const Urb& urb) {
+    return urb.type == TransferType::control ? std::uint8_t{0} : urb.endpoint;
+}
+
+void make_garbage(Bytes& bytes) {
+    std::uint8_t state = 0xC5;
+    for (auto& byte : bytes) {
+        state = static_cast<std::uint8_t>(state * 5U + 0x33U);
+        byte = static_cast<std::uint8_t>(byte ^ (state | 1U));
+    }
+}
+
+Urb control_read(std::uint8_t request, std::uint8_t value_high, std::uint16_t length) {
+    Urb urb;
+    urb.id = enumeration_id;
+    urb.type = TransferType::control;
+    urb.endpoint = direction_in;
+    urb.setup = {direction_in,
+                 request,
+                 0,
+                 value_high,
+                 0,
+                 0,
+                 static_cast<std::uint8_t>(length & 0xFFU),
+                 static_cast<std::uint8_t>(length >> 8U)};
+    urb.length = length;
+    return urb;
+}
+
+Urb control_write(std::uint8_t request, std::uint8_t value_low) {
+    Urb urb;
+    urb.id = enumeration_id;
+    urb.type = TransferType::control;
+    urb.setup = {0, request, value_low, 0, 0, 0, 0, 0};
+    return urb;
+}
+
+} // namespace
+
+Port::Port(Device& device, PortMonitor* monitor, std::vector<Fault> faults)
+    : device_(device), monitor_(monitor), faults_(std::move(faults)) {
+    read_configuration();
+}
+
+void Port::read_configuration() {
+    const Bytes bytes = device_.configuration_descriptor();
+    std::uint8_t interface = 0;
+    for (std::size_t at = 0; at + 2 <= bytes.size() && bytes[at] >= 2; at += bytes[at]) {
+        const auto one =
+            std::span(bytes).subspan(at, std::min<std::size_t>(bytes[at], bytes.size() - at));
+        if (one[1] == descriptor_interface && one.size() >= 9) {
+            interface = one[2];
+            settings_.emplace(interface, one[3]);
+        } else if (one[1] == descriptor_endpoint && one.size() >= 7) {
+            endpoints_[one[2]] = {.interface = interface,
+                                  .max_packet = static_cast<std::size_t>(one[4]) |
+                                                (static_cast<std::size_t>(one[5] & 0x07U) << 8U)};
+        }
+    }
+}
+
+void Port::enumerate(TimePoint now) {
+    reset();
+    const Bytes configuration = device_.configuration_descriptor();
+    const std::array requests{
+        control_read(request_get_descriptor, descriptor_device, 18),
+        control_read(request_get_descriptor, descriptor_configuration, 9),
+        control_read(request_get_descriptor, descriptor_configuration,
+                     static_cast<std::uint16_t>(configuration.size())),
+        control_write(request_set_configuration, configuration.size() > 5 ? configuration[5] : 1)};
+    for (const auto& request : requests) {
+        submit(request, now);
+        completions_.clear();
+    }
+}
+
+std::optional<Fault> Port::fault_for(const Urb& urb) {
+    if (urb.type != TransferType::bulk) {
+        return std::nullopt;
+    }
+    const unsigned before = bulk_transfers_++;
+    const auto due = std::find_if(faults_.begin(), faults_.end(), [&](const Fault& fault) {
+        return fault.after <= before && (urb.in() || !hits_in_only(fault.kind));
+    });
+    if (due == faults_.end()) {
+        return std::nullopt;
+    }
+    const Fault fault = *due;
+    faults_.erase(due);
+    return fault;
+}
+
+int Port::submit(Urb urb, TimePoint now) {
+    if (!plugged_) {
+        return -ENODEV;
+    }
+    if (urb.type != TransferType::control && !endpoints_.contains(urb.endpoint)) {
+        return -ENOENT;
+    }
+    if (monitor_ != nullptr) {
+        monitor_->submitted(urb);
+    }
+    Flight flight;
+    flight.fault = fault_for(urb);
+    flight.not_before = now;
+    if (flight.fault && flight.fault->kind == FaultKind::late) {
+        flight.not_before = now + flight.fault->delay;
+    }
+    flight.urb = std::move(urb);
+    const bool pulled = flight.fault && flight.fault->kind == FaultKind::unplug;
+    queues_[queue_key(flight.urb)].push_back(std::move(flight));
+    if (pulled) {
+        unplug();
+    } else {
+        advance(now);
+    }
+    return 0;
+}
+
+bool Port::discard(std::uint64_t id) {
+    for (auto& [key, queue] : queues_) {
+        const auto found = std::find_if(queue.begin(), queue.end(),
+                                        [id](const Flight& flight) { return flight.urb.id == id; });
+        if (found != queue.end()) {
+            finish(*found, -ENOENT);
+            queue.erase(found);
+            return true;
+        }
+    }
+    return false;
+}
+
+void Port::advance(TimePoint now) {
+    bool moved = true;
+    while (moved && plugged_) {
+        moved = false;
+        for (auto& [key, queue] : queues_) {
+            while (!queue.empty() && step(queue.front(), now)) {
+                queue.pop_front();
+                moved = true;
+            }
+        }
+    }
+}
+
+std::optional<TimePoint> Port::wake(TimePoint now) const {
+    std::optional<TimePoint> earliest;
+    const auto consider = [&](TimePoint when) {
+        if (when > now && (!earliest || when < *earliest)) {
+            earliest = when;
+        }
+    };
+    bool waiting = false;
+    for (const auto& [key, queue] : queues_) {
+        if (!queue.empty()) {
+            waiting = true;
+            consider(queue.front().not_before);
+        }
+    }
+    if (waiting) {
+        if (const auto ready = device_.ready_at(now)) {
+            consider(*ready);
+        }
+    }
+    return earliest;
+}
+
+void Port::unplug() {
+    if (!plugged_) {
+        return;
+    }
+    plugged_ = false;
+    for (auto& [key, queue] : queues_) {
+        for (auto& flight : queue) {
+            finish(flight, -ESHUTDOWN);
+        }
+        queue.clear();
+    }
+    device_.unplugged();
+}
+
+void Port::reset() {
+    halted_.clear();
+    configuration_ = 0;
+    device_.reset();
+}
+
+void Port::clear_halt(std::uint8_t endpoint) {
+    halted_.erase(endpoint);
+    device_.clear_halt(endpoint);
+}
+
+bool Port::set_interface(std::uint8_t interface, std::uint8_t alternate) {
+    if (!settings_.contains({interface, alternate})) {
+        return false;
+    }
+    for (const auto& [address, info] : endpoints_) {
+        if (info.interface == interface) {
+            clear_halt(address);
+        }
+    }
+    return true;
+}
+
+std::optional<std::uint8_t> Port::interface_of(std::uint8_t endpoint) const {
+    const auto found = endpoints_.find(endpoint);
+    if (found == endpoints_.end()) {
+        return std::nullopt;
+    }
+    return found->second.interface;
+}
+
+std::set<std::uint8_t> Port::interfaces() const {
+    std::set<std::uint8_t> numbers;
+    for (const auto& [interface, alternate] : settings_) {
+        numbers.insert(interface);
+    }
+    return numbers;
+}
+
+bool Port::finish(Flight& flight, int status) {
+    Completion completion;
+    completion.status = status;
+    completion.actual = flight.urb.in() ? flight.received.size() : flight.sent;
+    completion.data = std::move(flight.received);
+    completion.urb = std::move(flight.urb);
+    if (monitor_ != nullptr) {
+        monitor_->completed(completion);
+    }
+    completions_.push_back(std::move(completion));
+    return true;
+}
+
+bool Port::step(Flight& flight, TimePoint now) {
+    if (flight.fault && flight.fault->kind == FaultKind::timeout) {
+        return false;
+    }
+    if (now < flight.not_before) {
+        return false;
+    }
+    if (flight.urb.type == TransferType::control) {
+        return step_control(flight, now);
+    }
+    if (flight.fault && flight.fault->kind == FaultKind::halt) {
+        halted_.insert(flight.urb.endpoint);
+    }
+    if (halted_.contains(flight.urb.endpoint) ||
+        (flight.fault && flight.fault->kind == FaultKind::stall)) {
+        return finish(flight, -EPIPE);
+    }
+    return flight.urb.in() ? step_in(flight, now) : step_out(flight, now);
+}
+
+bool Port::step_control(Flight& flight, TimePoint now) {
+    const Setup setup = parse_setup(flight.urb.setup);
+    auto reply = standard_request(setup);
+    if (!reply) {
+        reply = device_.control(setup, flight.urb.data, now);
+    }
+    switch (reply->handshake) {
+    case Handshake::nak:
+        return false;
+    case Handshake::stall:
+        return finish(flight, -EPIPE);
+    case Handshake::ack:
+        break;
+    }
+    if (setup.device_to_host()) {
+        reply->data.resize(std::min(reply->data.size(), flight.urb.length));
+        flight.received = std::move(reply->data);
+    } else {
+        flight.sent = flight.urb.data.size();
+    }
+    return finish(flight, 0);
+}
+
+bool Port::step_out(Flight& flight, TimePoint now) {
+    const std::size_t max_packet = endpoints_.at(flight.urb.endpoint).max_packet;
+    const std::span<const std::uint8_t> data(flight.urb.data);
+    while (!flight.all_sent) {
+        const auto packet =
+            data.subspan(flight.sent, std::min(max_packet, data.size() - flight.sent));
+        const Handshake handshake = device_.out(flight.urb.endpoint, packet, now);
+        if (handshake == Handshake::nak) {
+            return false;
+        }
+        if (handshake == Handshake::stall) {
+            halted_.insert(flight.urb.endpoint);
+            return finish(flight, -EPIPE);
+        }
+        flight.sent += packet.size();
+        flight.all_sent =
+            packet.size() < max_packet || (flight.sent == data.size() && !flight.urb.zero_packet);
+    }
+    return finish(flight, 0);
+}
+
+bool Port::step_in(Flight& flight, TimePoint now) {
+    const std::size_t max_packet = endpoints_.at(flight.urb.endpoint).max_packet;
+    while (true) {
+        Reply reply = device_.in(flight.urb.endpoint, now);
+        if (reply.handshake == Handshake::nak) {
+            return false;
+        }
+        if (reply.handshake == Handshake::stall) {
+            halted_.insert(flight.urb.endpoint);
+            return finish(flight, -EPIPE);
+        }
+        if (flight.fault && flight.fault->kind == FaultKind::cut_short) {
+            reply.data.resize(reply.data.size() / 2);
+        }
+        if (flight.fault && flight.fault->kind == FaultKind::garbage) {
+            make_garbage(reply.data);
+        }
+        const std::size_t room = flight.urb.length - flight.received.size();
+        const bool babble = flight.fault && flight.fault->kind == FaultKind::overflow;
+        const bool short_packet = reply.data.size() < max_packet;
+        const bool too_much = reply.data.size() > room;
+        reply.data.resize(std::min(reply.data.size(), room));
+        flight.received.insert(flight.received.end(), reply.data.begin(), reply.data.end());
+        if (too_much || babble) {
+            return finish(flight, -EOVERFLOW);
+        }
+        if (flight.received.size() == flight.urb.length) {
+            return finish(flight, 0);
+        }
+        if (short_packet) {
+            return finish(flight, flight.urb.short_not_ok ? -EREMOTEIO : 0);
+        }
+    }
+}
+
+std::optional<Reply> Port::standard_request(const Setup& setup) {
+    const unsigned kind = (setup.request_type >> 5U) & 0x03U;
+    const unsigned recipient = setup.request_type & 0x1FU;
+    if (kind != 0) {
+        return std::nullopt;
+    }
+    const auto low = static_cast<std::uint8_t>(setup.value & 0xFFU);
+    const auto index = static_cast<std::uint8_t>(setup.index & 0xFFU);
+    if (recipient == recipient_device) {
+        switch (setup.request) {
+        case request_get_status:
+            return Reply::ack({0, 0});
+        case request_set_address:
+            return Reply::ack();
+        case request_get_descriptor:
+            return descriptor(setup);
+        case request_get_configuration:
+            return Reply::ack({configuration_});
+        case request_set_configuration:
+            configuration_ = low;
+            return Reply::ack();
+        default:
+            return Reply::stall();
+        }
+    }
+    if (recipient == recipient_interface) {
+        switch (setup.request) {
+        case request_get_status:
+            return Reply::ack({0, 0});
+        case request_get_interface:
+            return Reply::ack({0});
+        case request_set_interface:
+            return set_interface(index, low) ? Reply::ack() : Reply::stall();
+        default:
+            return std::nullopt;
+        }
+    }
+    if (recipient == recipient_endpoint && (endpoints_.contains(index) || (index & 0x0FU) == 0)) {
+        switch (setup.request) {
+        case request_get_status:
+            return Reply::ack({static_cast<std::uint8_t>(halted_.contains(index) ? 1 : 0), 0});
+        case request_clear_feature:
+            if (setup.value == feature_endpoint_halt) {
+                clear_halt(index);
+                return Reply::ack();
+            }
+            return Reply::stall();
+        case request_set_feature:
+            if (setup.value == feature_endpoint_halt) {
+                halted_.insert(index);
+                return Reply::ack();
+            }
+            return Reply::stall();
+        default:
+            return Reply::stall();
+        }
+    }
+    return Reply::stall();
+}
+
+Reply Port::descriptor(const Setup& setup) const {
+    const auto type = static_cast<std::uint8_t>(setup.value >> 8U);
+    const auto index = static_cast<std::uint8_t>(setup.value & 0xFFU);
+    Bytes bytes;
+    if (type == descriptor_device) {
+        bytes = device_.device_descriptor();
+    } else if (type == descriptor_configuration && index == 0) {
+        bytes = device_.configuration_descriptor();
+    } else if (type == descriptor_string && index == 0) {
+        bytes = {4, descriptor_string, english_us & 0xFFU, english_us >> 8U};
+    } else if (type == descriptor_string) {
+        const std::string text = device_.string(index);
+        if (!text.empty()) {
+            bytes = {static_cast<std::uint8_t>(2 + 2 * text.size()), descriptor_string};
+            for (const char letter : text) {
+                bytes.push_back(static_cast<std::uint8_t>(letter));
+                bytes.push_back(0);
+            }
+        }
+    }
+    if (bytes.empty()) {
+        return Reply::stall();
+    }
+    bytes.resize(std::min<std::size_t>(bytes.size(), setup.length));
+    return Reply::ack(std::move(bytes));
+}
+
+} // namespace qaven::virtual_usb

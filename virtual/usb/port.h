@@ -1,0 +1,136 @@
+// One port of a host controller with a device in it: transfers (URBs) go in, packets go to the
+// device and back, completions come out. This is what a kernel does between a host program and the
+// cable; mocked usbfs and USB/IP both stand on it.
+//
+// Not thread-safe: the owner serialises calls and hands in the time.
+#pragma once
+
+#include "virtual/usb/device.h"
+#include "virtual/usb/fault.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <set>
+#include <vector>
+
+namespace qaven::virtual_usb {
+
+// Numbered as Linux numbers the kinds of transfer in its USB captures.
+enum class TransferType : std::uint8_t { isochronous = 0, interrupt = 1, control = 2, bulk = 3 };
+
+inline constexpr std::uint8_t direction_in = 0x80;
+
+struct Urb {
+    std::uint64_t id = 0; // the submitter's name for it
+    TransferType type = TransferType::bulk;
+    std::uint8_t endpoint = 0;                    // address; control: bit 7 as in the request type
+    std::array<std::uint8_t, setup_size> setup{}; // control only
+    Bytes data{};                                 // towards the device
+    std::size_t length = 0;                       // room (IN) or number of bytes (OUT)
+    bool zero_packet = false;  // OUT: end a transfer of whole packets with an empty one
+    bool short_not_ok = false; // IN: a short packet is an error
+
+    [[nodiscard]] bool in() const { return (endpoint & direction_in) != 0; }
+};
+
+struct Completion {
+    Urb urb;
+    int status = 0;         // 0 or a negative errno value
+    std::size_t actual = 0; // bytes moved
+    Bytes data;             // IN: the bytes
+};
+
+// Who listens to the port, as a bus analyser does.
+class PortMonitor {
+  public:
+    PortMonitor() = default;
+    PortMonitor(const PortMonitor&) = delete;
+    PortMonitor& operator=(const PortMonitor&) = delete;
+    PortMonitor(PortMonitor&&) = delete;
+    PortMonitor& operator=(PortMonitor&&) = delete;
+    virtual ~PortMonitor() = default;
+
+    virtual void submitted(const Urb& urb) = 0;
+    virtual void completed(const Completion& completion) = 0;
+};
+
+class Port {
+  public:
+    // The device must outlive the port; a monitor too, if there is one.
+    explicit Port(Device& device, PortMonitor* monitor = nullptr, std::vector<Fault> faults = {});
+
+    // Plug in: reset, descriptors read, configuration chosen, as a host does with every new device.
+    void enumerate(TimePoint now);
+
+    // 0, or a negative errno value: -ENODEV after an unplug, -ENOENT for an endpoint the device
+    // does not have.
+    int submit(Urb urb, TimePoint now);
+
+    // Takes a transfer back: it completes with -ENOENT and what had moved so far. False if it is
+    // not (or no longer) in flight.
+    bool discard(std::uint64_t id);
+
+    // Moves what can move.
+    void advance(TimePoint now);
+
+    // When advance() should be called although the host has sent nothing.
+    [[nodiscard]] std::optional<TimePoint> wake(TimePoint now) const;
+
+    // Every transfer in flight completes with -ESHUTDOWN.
+    void unplug();
+    [[nodiscard]] bool plugged() const { return plugged_; }
+
+    void reset();
+    void clear_halt(std::uint8_t endpoint);
+    // False if there is no such interface and alternate setting.
+    bool set_interface(std::uint8_t interface, std::uint8_t alternate);
+
+    // The interface that has this endpoint.
+    [[nodiscard]] std::optional<std::uint8_t> interface_of(std::uint8_t endpoint) const;
+    [[nodiscard]] std::set<std::uint8_t> interfaces() const;
+
+    // Completions in the order in which they happened.
+    [[nodiscard]] std::deque<Completion>& completions() { return completions_; }
+
+  private:
+    struct EndpointInfo {
+        std::uint8_t interface = 0;
+        std::size_t max_packet = 0;
+    };
+    struct Flight {
+        Urb urb;
+        Bytes received;
+        std::size_t sent = 0;
+        bool all_sent = false;
+        std::optional<Fault> fault;
+        TimePoint not_before;
+    };
+
+    void read_configuration();
+    std::optional<Fault> fault_for(const Urb& urb);
+    bool step(Flight& flight, TimePoint now);
+    bool step_control(Flight& flight, TimePoint now);
+    bool step_out(Flight& flight, TimePoint now);
+    bool step_in(Flight& flight, TimePoint now);
+    std::optional<Reply> standard_request(const Setup& setup);
+    Reply descriptor(const Setup& setup) const;
+    bool finish(Flight& flight, int status);
+
+    Device& device_;
+    PortMonitor* monitor_;
+    std::vector<Fault> faults_;
+    unsigned bulk_transfers_ = 0;
+    bool plugged_ = true;
+    std::uint8_t configuration_ = 0;
+    std::map<std::uint8_t, EndpointInfo> endpoints_;
+    std::set<std::pair<std::uint8_t, std::uint8_t>> settings_; // interface, alternate setting
+    std::set<std::uint8_t> halted_;
+    std::map<std::uint8_t, std::deque<Flight>> queues_; // by endpoint address, control under 0
+    std::deque<Completion> completions_;
+};
+
+} // namespace qaven::virtual_usb
