@@ -1,0 +1,125 @@
+// The command qaven-issuer, run as a process.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <string>
+
+#include <sys/wait.h>
+
+#include "card/json.h"
+#include "counter_terminal.h"
+
+namespace qaven::card_test {
+namespace {
+
+using testing::HasSubstr;
+
+struct Outcome {
+    int exit_status = -1;
+    std::string output;
+};
+
+// Standard error comes with the output.
+Outcome run_issuer(const std::string& arguments) {
+    const std::string command = std::string(QAVEN_ISSUER_COMMAND) + " " + arguments + " 2>&1";
+    Outcome outcome;
+    // NOLINTNEXTLINE(cert-env33-c): the whole command line is the test's own
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return outcome;
+    }
+    std::array<char, 512> chunk{};
+    while (fgets(chunk.data(), static_cast<int>(chunk.size()), pipe) != nullptr) {
+        outcome.output += chunk.data();
+    }
+    const int status = pclose(pipe);
+    outcome.exit_status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return outcome;
+}
+
+class IssuerCommand : public testing::Test {
+  protected:
+    IssuerCommand() {
+        terminal.begin(debit_aid);
+        request = terminal.field55(terminal.first_cryptogram());
+    }
+    const std::string profile_option = " --profile " + profile_file("debit").string();
+
+    Card card{profile("debit")};
+    CounterTerminal terminal{card};
+    std::string request;
+};
+
+TEST_F(IssuerCommand, ListsTheObjectsAndVerifiesAGenuineCryptogram) {
+    const Outcome outcome = run_issuer("verify --arqc " + request + profile_option);
+    EXPECT_EQ(outcome.exit_status, 0);
+    EXPECT_THAT(outcome.output, HasSubstr("* 9F02  000000001213  amount authorised\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("  9F33  20A100  terminal capabilities\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("first cryptogram: ARQC"));
+    EXPECT_THAT(outcome.output, HasSubstr("\nVERIFIED. "));
+}
+
+TEST_F(IssuerCommand, DoesNotVerifyATamperedAmount) {
+    std::string tampered = request;
+    tampered.replace(tampered.find("9F0206000000001213"), 18, "9F0206000000009999");
+    const Outcome outcome = run_issuer("verify --arqc " + tampered + profile_option);
+    EXPECT_EQ(outcome.exit_status, 1);
+    EXPECT_THAT(outcome.output, HasSubstr("\nNOT VERIFIED. "));
+}
+
+TEST_F(IssuerCommand, GivesTheVerdictAsJsonToo) {
+    const Outcome outcome = run_issuer("verify --json --arqc " + request + profile_option);
+    EXPECT_EQ(outcome.exit_status, 0);
+    const virtual_card::JsonTree tree(cJSON_Parse(outcome.output.c_str()));
+    ASSERT_TRUE(tree);
+    EXPECT_TRUE(cJSON_IsTrue(cJSON_GetObjectItem(tree.get(), "verified")));
+    EXPECT_STREQ(cJSON_GetStringValue(cJSON_GetObjectItem(tree.get(), "algorithm")), "3DES");
+    EXPECT_EQ(cJSON_GetArraySize(cJSON_GetObjectItem(tree.get(), "objects")), 17);
+}
+
+TEST_F(IssuerCommand, AnswersSoThatTheCardGivesATcAndTakesTheScript) {
+    const Outcome outcome =
+        run_issuer("answer --arc 00 --script put-data=9F79:000000050000 --script "
+                   "pin-unblock --script-id 12345678 --arqc " +
+                   request + profile_option);
+    ASSERT_EQ(outcome.exit_status, 0) << outcome.output;
+    const Bytes response = hex(outcome.output.substr(0, outcome.output.size() - 1));
+    EXPECT_EQ(terminal.authenticate(response), "9000");
+    const std::string tc = terminal.field55(terminal.second_cryptogram());
+    EXPECT_EQ(terminal.run_script(response), "9000 9000");
+    const Outcome verdict = run_issuer("verify-tc --tc " + tc + profile_option);
+    EXPECT_EQ(verdict.exit_status, 0) << verdict.output;
+    EXPECT_THAT(verdict.output, HasSubstr("second cryptogram: TC"));
+}
+
+TEST_F(IssuerCommand, AnswersWithAWrongArpcOnRequest) {
+    const Outcome outcome = run_issuer("answer --wrong-arpc --arqc " + request + profile_option);
+    EXPECT_EQ(terminal.authenticate(hex(outcome.output.substr(0, 24))), "6300");
+}
+
+TEST_F(IssuerCommand, ExplainsItselfWhenItIsUsedWrongly) {
+    EXPECT_EQ(run_issuer("--help").exit_status, 0);
+    for (const std::string& arguments :
+         {std::string(), std::string("sign"), "verify" + profile_option,
+          "verify --arqc" + profile_option, "verify --tc 00" + profile_option,
+          "verify --arqc 9C0100 --arc 00" + profile_option,
+          "answer --arc 5 --arqc " + request + profile_option,
+          "answer --template 73 --arqc " + request + profile_option,
+          "answer --script-id 12 --arqc " + request + profile_option}) {
+        const Outcome outcome = run_issuer(arguments);
+        EXPECT_EQ(outcome.exit_status, 2) << arguments;
+        EXPECT_THAT(outcome.output, HasSubstr("qaven-issuer verify")) << arguments;
+    }
+}
+
+TEST_F(IssuerCommand, HasNoVerdictOnWhatItCannotRead) {
+    EXPECT_EQ(run_issuer("verify --arqc 9F02" + profile_option).exit_status, 2);
+    EXPECT_EQ(run_issuer("verify --profile /nonexistent.json --arqc " + request).exit_status, 2);
+    EXPECT_EQ(run_issuer("answer --script dance --arqc " + request + profile_option).exit_status,
+              2);
+}
+
+} // namespace
+} // namespace qaven::card_test

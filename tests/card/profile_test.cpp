@@ -1,0 +1,208 @@
+// Profile files: the shipped ones, bad ones, and saving.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <sstream>
+
+#include "card/card_factory.h"
+#include "counter_terminal.h"
+
+namespace qaven::card_test {
+namespace {
+
+namespace card = virtual_card;
+namespace fs = std::filesystem;
+
+std::vector<fs::path> shipped_profiles() {
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::directory_iterator(QAVEN_PROFILES)) {
+        if (entry.path().extension() == ".json") {
+            files.push_back(entry.path());
+        }
+    }
+    return files;
+}
+
+std::string read_file(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+class TemporaryFile {
+  public:
+    explicit TemporaryFile(const std::string& text = "")
+        : path_(
+              fs::path(testing::TempDir()) /
+              ("qaven-profile-" + virtual_card::to_hex(virtual_card::random_bytes(6)) + ".json")) {
+        std::ofstream(path_, std::ios::binary) << text;
+    }
+    ~TemporaryFile() {
+        std::error_code ignored;
+        fs::remove(path_, ignored);
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    const fs::path& path() const { return path_; }
+
+  private:
+    fs::path path_;
+};
+
+// The sentence with which a profile is refused.
+std::string complaint(const std::string& text) {
+    const TemporaryFile file(text);
+    try {
+        card::make_card(file.path());
+    } catch (const std::runtime_error& error) {
+        const std::string sentence = error.what();
+        const std::string start = "Profile " + file.path().string() + " ";
+        return sentence.starts_with(start) ? sentence.substr(start.size()) : sentence;
+    }
+    return "accepted";
+}
+
+// The debit profile with one piece of text replaced.
+std::string debit_with(const std::string& piece, const std::string& replacement) {
+    std::string text = read_file(profile_file("debit"));
+    const std::size_t at = text.find(piece);
+    if (at == std::string::npos) {
+        throw std::invalid_argument("not in the profile: " + piece);
+    }
+    return text.replace(at, piece.size(), replacement);
+}
+
+TEST(ShippedProfiles, AreTheOnesThatTheManualNames) {
+    std::vector<std::string> names;
+    for (const fs::path& file : shipped_profiles()) {
+        names.push_back(file.stem().string());
+    }
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{"blocked", "card-blocked", "credit", "ddf", "debit",
+                                               "format-2", "get-response", "no-pse", "sm",
+                                               "two-applications"}));
+}
+
+TEST(ShippedProfiles, AllMakeACardThatAnswersToReset) {
+    for (const fs::path& file : shipped_profiles()) {
+        EXPECT_FALSE(card::make_card(file)->power_on().empty()) << file;
+    }
+}
+
+// The reader takes 63 bytes of a command without loss.
+TEST(ShippedProfiles, AskForNoMoreThanOneCommandOf63BytesCarries) {
+    constexpr std::size_t longest_command = 63;
+    constexpr std::size_t header_size = 5;
+    constexpr std::size_t template_size = 2;
+    for (const fs::path& file : shipped_profiles()) {
+        for (const auto& application : card::load_profile(file).applications) {
+            const auto data = card::personal_data(application.records);
+            ASSERT_FALSE(data.cdol1.empty()) << file;
+            ASSERT_FALSE(data.cdol2.empty()) << file;
+            EXPECT_LE(header_size + card::dol_value_size(data.cdol1), longest_command) << file;
+            EXPECT_LE(header_size + card::dol_value_size(data.cdol2), longest_command) << file;
+            EXPECT_LE(header_size + template_size +
+                          card::dol_value_size(card::parse_dol(application.pdol).value()),
+                      longest_command)
+                << file;
+        }
+    }
+}
+
+TEST(ShippedProfiles, AllowThePanOf19DigitsToBeSeenWithItsFilling) {
+    const auto records = profile("debit").applications.front().records;
+    EXPECT_EQ(card::personal_data(records).pan_digits, "6228000100001234565");
+}
+
+TEST(SavedCard, ThatDidNothingIsTheSameProfile) {
+    for (const fs::path& file : shipped_profiles()) {
+        const TemporaryFile first;
+        const TemporaryFile second;
+        card::save_card(*card::make_card(file), first.path());
+        card::save_card(*card::make_card(first.path()), second.path());
+        EXPECT_EQ(read_file(first.path()), read_file(second.path())) << file;
+        // What a card tells about itself is the same before and after.
+        const auto original = card::make_card(file);
+        const auto restored = card::make_card(first.path());
+        CounterTerminal at_original(*original);
+        CounterTerminal at_restored(*restored);
+        for (const std::string_view name :
+             {std::string_view("315041592E5359532E4444463031"), debit_aid, credit_aid}) {
+            EXPECT_EQ(at_original.select(name), at_restored.select(name)) << file;
+        }
+    }
+}
+
+TEST(SavedCard, IsNotWrittenWhereThereIsNoFolder) {
+    const auto card = card::make_card(profile_file("debit"));
+    EXPECT_THROW(card::save_card(*card, "/nonexistent/card.json"), std::runtime_error);
+}
+
+TEST(SavedCard, CannotBeMadeFromACardOfAnotherMake) {
+    class Foreign : public card::Icc {
+      public:
+        Bytes power_on() override { return {}; }
+        void power_off() override {}
+        Bytes transmit(std::span<const std::uint8_t> /*command*/) override { return {}; }
+    };
+    const TemporaryFile file;
+    EXPECT_THROW(card::save_card(Foreign(), file.path()), std::runtime_error);
+}
+
+TEST(BadProfile, IsRefusedWithASentence) {
+    EXPECT_EQ(complaint("no json"), "is not JSON.");
+    EXPECT_EQ(complaint("[]"), "cannot be used. The profile has to be a JSON object.");
+    EXPECT_EQ(complaint("{}"), "cannot be used. The profile: \"description\" is missing.");
+    EXPECT_THROW(card::make_card("/nonexistent.json"), std::runtime_error);
+}
+
+TEST(BadProfile, NamesThePlaceOfTheMistake) {
+    EXPECT_EQ(complaint(debit_with("\"aid\": \"A000000333010101\"", "\"aid\": \"A0000\"")),
+              "cannot be used. The profile, applications 1: \"aid\" has to be hexadecimal text.");
+    EXPECT_EQ(complaint(debit_with("\"aid\": \"A000000333010101\"", "\"aid\": 5")),
+              "cannot be used. The profile, applications 1: \"aid\" has to be hexadecimal text.");
+    EXPECT_EQ(complaint(debit_with("\"aid\": \"A000000333010101\"", "\"aid\": \"\"")),
+              "cannot be used. The profile, applications 1: \"aid\" has to be 1 to 16 bytes long.");
+    EXPECT_EQ(complaint(debit_with("\"sfi\": 11", "\"sfi\": 31")),
+              "cannot be used. The profile, applications 1, transaction_log: \"sfi\" has to be a "
+              "whole number from 0 to 30.");
+    EXPECT_EQ(complaint(debit_with("\"sfi\": 11", "\"sfi\": 0")),
+              "cannot be used. The profile, applications 1, transaction_log: \"sfi\" has to be a "
+              "number from 1 to 30.");
+    EXPECT_EQ(complaint(debit_with("\"blocked\": false", "\"blocked\": \"no\"")),
+              "cannot be used. The profile, applications 1: \"blocked\" has to be true or false.");
+    EXPECT_EQ(complaint(debit_with("\"card_blocked\"", "\"cardblocked\"")),
+              "cannot be used. The profile: \"cardblocked\" is not an entry that a profile has "
+              "here.");
+    EXPECT_EQ(complaint(debit_with("\"direct\"", "\"t1\"")),
+              "cannot be used. The profile: \"transmission\" has to be \"direct\" or "
+              "\"get-response\".");
+    EXPECT_EQ(complaint(debit_with("\"digits\": \"123456\"", "\"digits\": \"12\"")),
+              "cannot be used. The profile, pin: \"digits\" has to be 4 to 12 digits.");
+    EXPECT_EQ(complaint(debit_with("\"digits\": \"123456\"", "\"digits\": \"12X4\"")),
+              "cannot be used. The profile, pin: \"digits\" has to be 4 to 12 digits.");
+    EXPECT_EQ(complaint(debit_with("\"interchange_profile\": \"7C00\"",
+                                   "\"interchange_profile\": \"7C\"")),
+              "cannot be used. The profile, applications 1: \"interchange_profile\" has to be 2 "
+              "bytes long.");
+    EXPECT_EQ(complaint(debit_with("9F7A01 9F0206 5F2A02", "9F7A01 9F02")),
+              "cannot be used. The profile, applications 1: \"pdol\" has to be a list of tags and "
+              "lengths.");
+}
+
+TEST(BadProfile, IsOneWhoseCdolLeavesOutWhatTheCryptogramCovers) {
+    EXPECT_EQ(complaint(debit_with("9C01 9F3704 9F2103 9F4E14", "9C01 9F2103 9F4E14")),
+              "cannot be used. CDOL1 (8C) has to ask for 9F37 with 4 bytes, which the cryptogram "
+              "covers.");
+}
+
+TEST(BadProfile, IsOneWhosePanIsNotDigits) {
+    EXPECT_EQ(complaint(debit_with("\"6228000100001234565F\"", "\"62280001000012345AFF\"")),
+              "cannot be used. The PAN (5A) has to be digits, filled up with F.");
+}
+
+} // namespace
+} // namespace qaven::card_test

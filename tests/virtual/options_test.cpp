@@ -1,0 +1,98 @@
+// The launcher's command line, and where it finds profiles.
+#include "virtual/plug/options.h"
+#include "virtual/plug/profile.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+
+using namespace qaven::virtual_plug;
+
+namespace {
+
+Options parse(std::initializer_list<const char*> words) {
+    return parse_options(std::span(words.begin(), words.size()));
+}
+
+TEST(CommandLine, AloneRunsTheCommandWithACardInSlotTwo) {
+    const auto options = parse({"run", "--", "host", "--slot", "1"});
+    EXPECT_EQ(options.slot, 2U);
+    EXPECT_EQ(options.profile, "debit");
+    EXPECT_EQ(options.command, (std::vector<std::string>{"host", "--slot", "1"}));
+}
+
+TEST(CommandLine, TakesValuesBesideOrBehindAnEqualsSign) {
+    const auto options = parse({"run", "--slot", "none", "--speed=9600", "--fault=after=3:late=40",
+                                "--fault", "after=9:unplug", "--replug-after", "50", "--", "host"});
+    EXPECT_EQ(options.slot, 0U);
+    EXPECT_EQ(options.baud, 9600U);
+    ASSERT_EQ(options.faults.size(), 2U);
+    EXPECT_EQ(options.faults[0].delay, std::chrono::milliseconds(40));
+    EXPECT_EQ(options.faults[1].after, 9U);
+    EXPECT_EQ(options.replug_after, std::chrono::milliseconds(50));
+}
+
+TEST(CommandLine, KnowsItsFlags) {
+    const auto options =
+        parse({"run", "--hold", "--strict", "--second", "--no-reader", "--", "host"});
+    EXPECT_TRUE(options.held);
+    EXPECT_TRUE(options.strict);
+    EXPECT_TRUE(options.second_reader);
+    EXPECT_TRUE(options.no_reader);
+}
+
+TEST(CommandLine, WithoutSenseIsRefused) {
+    EXPECT_THROW(parse({}), UsageError);
+    EXPECT_THROW(parse({"walk", "--", "host"}), UsageError);
+    EXPECT_THROW(parse({"run"}), UsageError);
+    EXPECT_THROW(parse({"run", "--"}), UsageError);
+    EXPECT_THROW(parse({"run", "host"}), UsageError);
+    EXPECT_THROW(parse({"run", "--slot"}), UsageError);
+    EXPECT_THROW(parse({"run", "--slot", "3", "--", "host"}), UsageError);
+    EXPECT_THROW(parse({"run", "--speed", "fast", "--", "host"}), UsageError);
+    EXPECT_THROW(parse({"run", "--fault", "after=1:fire", "--", "host"}), UsageError);
+}
+
+TEST(CommandLine, HelpNamesEveryOption) {
+    EXPECT_TRUE(parse({"run", "--help"}).help);
+    EXPECT_TRUE(parse({"--help"}).help);
+    for (const auto* const option : {"--slot", "--profile", "--driver", "--hold", "--no-reader",
+                                     "--second", "--strict", "--pcap", "--fault", "--replug-after",
+                                     "--remove-card-after", "--speed", "--save", "--idcard"}) {
+        EXPECT_NE(usage_text().find(option), std::string::npos) << option;
+    }
+}
+
+class Profiles : public testing::Test {
+  protected:
+    void SetUp() override {
+        std::string pattern = (std::filesystem::temp_directory_path() / "profiles-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        folder = pattern;
+        std::ofstream(folder / "mine.json") << "{}";
+    }
+    void TearDown() override {
+        unsetenv("QAVEN_PROFILE_DIR");
+        std::filesystem::remove_all(folder);
+    }
+    std::filesystem::path folder;
+};
+
+TEST_F(Profiles, AreFoundByNameInTheFolderOfTheEnvironment) {
+    setenv("QAVEN_PROFILE_DIR", folder.c_str(), 1);
+    EXPECT_EQ(find_profile("mine"), folder / "mine.json");
+    EXPECT_THROW(static_cast<void>(find_profile("debit")), std::runtime_error);
+}
+
+TEST_F(Profiles, AreFoundByPath) {
+    EXPECT_EQ(find_profile((folder / "mine.json").string()), folder / "mine.json");
+    EXPECT_THROW(static_cast<void>(find_profile((folder / "other.json").string())),
+                 std::runtime_error);
+}
+
+TEST_F(Profiles, ShippedOnesAreFoundByName) {
+    EXPECT_TRUE(std::filesystem::exists(find_profile("debit")));
+}
+
+} // namespace
