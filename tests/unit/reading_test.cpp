@@ -123,6 +123,10 @@ TEST_F(ProcessingOptions, AreAskedForWithTheTerminalsOwnStore) {
 TEST_F(ProcessingOptions, TakeAStoreOfLengthZeroForAZeroTerminatedOne) {
     card.expect("80A8000006 8304 A1B2C3D4", "80027C00 9000");
     EXPECT_EQ(get(fci_with("9F3803 9F3704"), kStore, /*known_size=*/false), 0);
+    card.expect("80A8000006 8304 00000000", "80027C00 9000");
+    EXPECT_EQ(get(fci_with("9F3803 9F3704"), "9C0133 00 9F3704A1B2C3D4 00", /*known_size=*/false),
+              0)
+        << "the number stands behind the store's end";
 }
 
 TEST_F(ProcessingOptions, AreAskedForWithZerosForWhatTheTerminalDoesNotHave) {
