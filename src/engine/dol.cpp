@@ -182,13 +182,14 @@ int qmcx_GetTaginDOL(const unsigned char* dol, int dollen, unsigned char* tagout
 int qmcx_findtaginDOL(const unsigned char* tag, int taglen, const unsigned char* dol, int dollen) {
     const tlv::Bytes wanted = host_bytes(tag, taglen);
     tlv::Bytes list = host_bytes(dol, dollen);
-    while (!list.empty()) {
+    while (const auto size = tlv::tag_size(list)) {
+        // A tag that matches counts also where the list ends before its length.
+        if (std::ranges::equal(wanted, list.first(*size))) {
+            return 0;
+        }
         const auto parsed = dol::parse_entry(list);
         if (!parsed.entry) {
             break;
-        }
-        if (std::ranges::equal(wanted, parsed.entry->tag)) {
-            return 0;
         }
         list = list.subspan(parsed.entry->size);
     }

@@ -22,9 +22,8 @@ QAVEN_API int qmcx_findtaginDOL(const unsigned char* tag, int taglen, const unsi
                                 int dollen);
 
 // Fills out with the value string for dol (dollen bytes) from the TLV data (datalen bytes, 0 for a
-// zero-terminated list) and sets
-// *outlen. out must hold the sum of the requested lengths. 0; -205 when dol is null or empty; -204
-// when an entry cannot be read (the values before it stand in out).
+// zero-terminated list) and sets *outlen. out must hold the sum of the requested lengths. 0; -205
+// when dol is null or empty; -204 when an entry cannot be read (the values before it stand in out).
 QAVEN_API int qmcx_BuildDOL(unsigned char* data, int datalen, const unsigned char* dol, int dollen,
                             unsigned char* out, int* outlen);
 

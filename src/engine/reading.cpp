@@ -109,7 +109,8 @@ Bytes authentication_part(Bytes padded_record, std::size_t record_length, bool v
         return {};
     }
     const std::size_t field = *at + kRecordTemplate.size();
-    const auto length = tlv::read_length(tlv::clipped(padded_record, field, padded_record.size()));
+    const auto length =
+        tlv::read_length(tlv::clipped(padded_record.first(record_length), field, record_length));
     if (!length) {
         return {};
     }

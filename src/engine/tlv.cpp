@@ -34,8 +34,8 @@ std::optional<Place> value_at(Bytes data, std::size_t length_field) {
     }
     Place place{length_field + length->field, length->value};
     if (data[length_field] == kOneByteLength) {
-        // A length of the form 81 LL is taken from the second byte of the whole buffer: the cards
-        // in the field use 81 only in the outermost template, which stands first.
+        // A length of the form 81 LL is taken from the second byte of the whole searched buffer,
+        // not from the byte behind the 81: the lengths that hosts know come from there.
         place.length = data[1];
     }
     return place;

@@ -253,6 +253,11 @@ TEST(AskedFor, StepsOverTemplatesLikeOverAnyTag) {
     EXPECT_EQ(asked_for("70", "7004 9A03"), 0);
 }
 
+TEST(AskedFor, IsATagWhoseLengthTheListNoLongerHolds) {
+    EXPECT_EQ(asked_for("9F37", "9F0206 9F37"), 0);
+    EXPECT_EQ(asked_for("9A", "9F0206 9A8203"), 0);
+}
+
 TEST(AskedFor, IsNothingBehindPaddingOrABrokenEntry) {
     EXPECT_EQ(asked_for("9A", "9F0206 FF 9A03"), kNoTag);
     EXPECT_EQ(asked_for("9A", "9F0206 9FFF 9A03"), kNoTag);

@@ -124,8 +124,8 @@ TEST_F(ProcessingOptions, TakeAStoreOfLengthZeroForAZeroTerminatedOne) {
     card.expect("80A8000006 8304 A1B2C3D4", "80027C00 9000");
     EXPECT_EQ(get(fci_with("9F3803 9F3704"), kStore, /*known_size=*/false), 0);
     card.expect("80A8000006 8304 00000000", "80027C00 9000");
-    EXPECT_EQ(get(fci_with("9F3803 9F3704"), "9C0133 00 9F3704A1B2C3D4 00", /*known_size=*/false),
-              0)
+    EXPECT_EQ(
+        get(fci_with("9F3803 9F3704"), "9C0133 00 00 9F3704A1B2C3D4 00", /*known_size=*/false), 0)
         << "the number stands behind the store's end";
 }
 
@@ -481,6 +481,12 @@ TEST_F(Records, GiveNothingForATemplateThatIsOnlyATag) {
     card.expect("00B2010C00", "570163 70 9000").expect("00B2020C00", "70035A0162 9000");
     read("08010202");
     EXPECT_EQ(sda_text(), "5A0162");
+}
+
+TEST_F(Records, GiveNothingForATagAtTheirEndWhereTemplatesGoWhole) {
+    card.expect("00B2011400", "570163 70 9000").expect("00B2021400", "70035A0162 9000");
+    read("10010202");
+    EXPECT_EQ(sda_text(), "70035A0162");
 }
 
 TEST_F(Records, WithAHugeTemplateFillTheAuthenticationDataAndNoMore) {

@@ -54,7 +54,7 @@ struct Store {
 class TerminalData : public testing::Test {
   protected:
     // Builds the store from converted transaction data, zero included.
-    std::string pack(std::string_view converted_text) {
+    static std::string pack(std::string_view converted_text) {
         const Bytes converted = exact(converted_text);
         Bytes store = room(kStoreSize);
         EXPECT_EQ(Qm_PackGpoData(store.data(), converted.data()), 104);
@@ -62,7 +62,7 @@ class TerminalData : public testing::Test {
     }
 
     // ... from a host's text.
-    std::string pack_text(std::string_view text) {
+    static std::string pack_text(std::string_view text) {
         Bytes in = exact_text(text);
         Bytes converted(text.size() + 1);
         Qm_ConvertTxData2BCD(converted.data(), in.data());
