@@ -51,16 +51,16 @@ extern "C" {
  */
 enum qaven_result {
     QAVEN_OK = 0,
-    QAVEN_NO_CARD = -1,         /* no card in the reader, or no such reader */
+    QAVEN_NO_CARD = -1,         /* no card in the reader; or its options are of a form not taken */
     QAVEN_INVALID_CARD = -2,    /* folded from "invalid card" */
     QAVEN_NO_CRYPTOGRAM = -3,   /* no TC or ARQC, or a data object is missing */
-    QAVEN_BAD_RESPONSE = -4,    /* issuer response missing or illegal; libusb: reader gone */
+    QAVEN_BAD_RESPONSE = -4,    /* data of issuer or card missing or illegal; libusb: reader gone */
     QAVEN_TIMEOUT = -7,         /* the reader did not answer in time */
     QAVEN_BAD_HANDLE = -8,      /* no reader is open */
     QAVEN_CARD_NOT_SEATED = -9, /* card not seated, or more than one card */
     QAVEN_ILLEGAL_DATA = -16,   /* the JSON text, or the reader's answer, is not usable */
     QAVEN_NO_LOAD_LOG = -22,    /* the card keeps no load log */
-    QAVEN_NO_APPLICATION = -23, /* no single application for that AID */
+    QAVEN_NO_APPLICATION = -23, /* no single application for that AID, or no reader at all */
     QAVEN_NO_CDOL2 = -202,      /* card operations only, folded to -4 for hosts */
     QAVEN_NO_TC = -203,         /* card operations only, folded to -3 for hosts */
     QAVEN_NO_TAG = -204,        /* card operations only, folded to -3 for hosts */
@@ -95,8 +95,9 @@ QAVEN_PUBLIC void setPortAttr(void* port, int attribute1, int attribute2, int at
  *                         J PAN sequence number, K single transaction limit, L M N O card objects
  *                         DF20 to DF23
  *           "AIDList"     AIDs in hex, separated by "|"; tried in turn while an AID selects no
- *                         single application; an empty field stands for A000000333; an AID that
- *                         begins with 0 selects through the card's directory
+ *                         single application; an empty field stands for A000000333 (in the ARQC
+ *                         step: for the card's directory); an AID that begins with 0 selects
+ *                         through the card's directory
  *           "aryInput"    transaction data string: letter, three-digit length, value, repeated,
  *                         e.g. "P012000000001213R0040156S00820190422T00203U006161355"
  *           "isReadArqc"  "true" or "True" to run the ARQC step too; anything else: no
@@ -107,7 +108,8 @@ QAVEN_PUBLIC void setPortAttr(void* port, int attribute1, int attribute2, int at
  * errmsg  receives a GBK text on failure, QAVEN_ERRMSG_SIZE bytes; never cleared.
  * The two integers are ignored.
  *
- * Result: 0; QAVEN_ILLEGAL_DATA for input that is not usable; else the failing step's code.
+ * Result: 0; QAVEN_ILLEGAL_DATA for input that is not usable; else the failing step's code. A card
+ * that is asked for its directory and has none gives 0 and an empty IcInfo.
  * After the ARQC step the card stays powered for QAVEN_ARPC_ExeICScript.
  */
 QAVEN_PUBLIC int QAVEN_getICCardInfo(const char* json, char* resmsg, char* errmsg, int reserved1,
@@ -135,7 +137,8 @@ QAVEN_PUBLIC int QAVEN_genARQC(const char* json, char* resmsg, char* errmsg, int
  * json    {"Txdata": transaction data string, "LpAppData": text of the ARQC step, "ARPC": issuer
  *         response in hex (tag 91, templates 71 and 72), "Status": number, 0 = host approved}
  * resmsg  {"Scriptresult": "" or "DF3105" and the five bytes of the issuer script results,
- *         "TC": TC data objects in hex, or ""}, QAVEN_RESMSG_SIZE bytes.
+ *         "TC": TC data objects in hex, or ""}, QAVEN_RESMSG_SIZE bytes. A byte of the script
+ *         identifier from 80 on reads as eight digits (FFFFFF80).
  * errmsg  written only for input that is not usable, QAVEN_ERRMSG_SIZE bytes.
  *
  * Result: 0, or QAVEN_ILLEGAL_DATA for input that is not usable. From the second GENERATE AC on
@@ -151,7 +154,8 @@ QAVEN_PUBLIC int QAVEN_ARPC_ExeICScript(const char* json, char* resmsg, char* er
  *         directory}
  * resmsg  {"TxDtailRet": log text}, QAVEN_RESMSG_SIZE bytes. The log text begins with two binary
  *         count bytes (records; characters of the last record), then per record: letter,
- *         three-digit length, value for P Q R S T U V W X. "0" alone means no log.
+ *         three-digit length, value for P Q R S T U V W X. "0" alone means no log, or
+ *         no application, card or reader to read it from.
  * errmsg  written only for input that is not usable, QAVEN_ERRMSG_SIZE bytes.
  *
  * Result: 0, or QAVEN_ILLEGAL_DATA for input that is not usable.

@@ -3,7 +3,6 @@
 
 #include "support/export.h"
 
-// Calls both close hooks; reader and card stay as they are. Positions 1, 3, 4, 5 and 8 are read as
-// numbers and not used. Always 0.
+// Calls both close hooks; reader and card stay as they are. The ten texts are not used. Always 0.
 QAVEN_API int ZEB_ICC_PowerOff(char* p1, char* p2, char* p3, char* p4, char* p5, char* p6, char* p7,
                                char* p8, char* p9, char* p10);

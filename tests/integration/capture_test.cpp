@@ -55,6 +55,7 @@ std::vector<Packet> bulk_packets(const std::string& file) {
         "' -Y 'usb.transfer_type == 3 && usb.data_len > 0' -T fields -E separator=/t"
         " -e usb.src -e usb.data_len -e usbccid.bMessageType -e usbccid.dwLength -e usbccid.bSeq"
         " -e data.data 2>/dev/null";
+    // NOLINTNEXTLINE(cert-env33-c): the command line is written here, only the file's name is not
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(popen(command.c_str(), "r"),
                                                                &pclose);
     std::vector<Packet> packets;

@@ -35,7 +35,7 @@ Called call(EntryPoint entry_point, const json& request) {
     std::string resmsg(QAVEN_RESMSG_SIZE, '\0');
     std::string errmsg(QAVEN_ERRMSG_SIZE, '\0');
     const int result = entry_point(request.dump().c_str(), resmsg.data(), errmsg.data(), 10, 10);
-    return {result, resmsg.c_str(), errmsg.c_str()};
+    return {result, resmsg.data(), errmsg.data()};
 }
 
 Arqc arqc_of(const json& object) {
@@ -88,7 +88,7 @@ Arqc generate_arqc_from(const std::string& application_data, int& result, const 
     std::array<char, QAVEN_FIELD60_SIZE> field60{};
     result =
         genARQC("host", kTransaction, aids.c_str(), text.data(), field55.data(), field60.data());
-    return {text.c_str(), field55.data(), field60.data()};
+    return {text.data(), field55.data(), field60.data()};
 }
 
 Completion hand_over(const Arqc& arqc, const std::string& issuer_response, int status) {
@@ -147,7 +147,7 @@ bool card_answers() {
 }
 
 std::string gbk(const std::string& utf8) {
-    const iconv_t conversion = iconv_open("GBK", "UTF-8");
+    iconv_t conversion = iconv_open("GBK", "UTF-8");
     if (conversion == reinterpret_cast<iconv_t>(-1)) {
         throw std::runtime_error("no conversion to GBK");
     }

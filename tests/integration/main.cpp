@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <iostream>
 
+// NOLINTNEXTLINE(bugprone-exception-escape): what ends the run there is a failure of the run
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     const qaven::test::TemporaryFolder folder;

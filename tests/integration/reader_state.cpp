@@ -35,10 +35,14 @@ std::ostream& operator<<(std::ostream& out, ReaderState state) {
     return out;
 }
 
-OtherProgram::OtherProgram(int slot) : slot_(slot) {
-    libusb_init(&context_);
-    handle_ = libusb_open_device_with_vid_pid(context_, kVendor, kProduct);
-    claimed_ = handle_ != nullptr && libusb_claim_interface(handle_, slot_) == 0;
+OtherProgram::OtherProgram(int slot)
+    : context_(started()), handle_(libusb_open_device_with_vid_pid(context_, kVendor, kProduct)),
+      slot_(slot), claimed_(handle_ != nullptr && libusb_claim_interface(handle_, slot_) == 0) {}
+
+libusb_context* OtherProgram::started() {
+    libusb_context* context = nullptr;
+    libusb_init(&context);
+    return context;
 }
 
 OtherProgram::~OtherProgram() {

@@ -37,6 +37,8 @@ class OtherProgram {
     int slot_status();
 
   private:
+    static libusb_context* started();
+
     libusb_context* context_ = nullptr;
     libusb_device_handle* handle_ = nullptr;
     int slot_;

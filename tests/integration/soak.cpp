@@ -19,6 +19,7 @@
 #include <iostream>
 
 // The sanitizers' own count of the heap; there in instrumented programs only.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): their name for it
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
 
 using namespace qaven::test;
@@ -106,6 +107,7 @@ TEST(Soak, LeavesFilesThreadsAndHeapAsTheyWereAfterTenTransactions) {
 
 } // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): what ends the run there is a failure of the run
 int main(int argc, char** argv) {
     start_again_without_block_cache(argv);
     testing::InitGoogleTest(&argc, argv);

@@ -30,6 +30,7 @@ const std::vector<ReadObject> kCertainOfField55{
 
 std::vector<std::string> tags_of(const std::vector<ReadObject>& objects) {
     std::vector<std::string> tags;
+    tags.reserve(objects.size());
     for (const ReadObject& object : objects) {
         tags.push_back(object.tag);
     }

@@ -361,6 +361,16 @@ TEST_F(IssuerAnswer, AResponseOfTheLargestSizeIsUsed) {
     EXPECT_EQ(call.response.size(), 2046U);
 }
 
+TEST_F(IssuerAnswer, TheFirstOfSeveralFailuresIsTheResult) {
+    call.application_data = application_data_text(object("5A", kPan));
+    EXPECT_EQ(run(""), -202) << "no CDOL2, and an empty response";
+    call.application_data = application_data_text("8D029F02");
+    EXPECT_EQ(run(""), -204) << "a broken CDOL2, and an empty response";
+    call.application_data = transaction_data_text();
+    EXPECT_EQ(run(""), -205) << "an empty response, which has no tag 91 either";
+    EXPECT_THAT(card.events(), IsEmpty());
+}
+
 TEST_F(IssuerAnswer, AResponseWithoutTagNinetyOneIsNamedSo) {
     EXPECT_EQ(run(object("72", kIdentifier)), -206);
     EXPECT_EQ(call.error_text.text(), gbk(" 没有标签91的数据 "));
@@ -550,6 +560,22 @@ TEST_F(IssuerAnswer, TemplateSeventyOneRunsAfterTheCryptogramToo) {
 TEST_F(IssuerAnswer, WithoutATemplateThereIsNoScriptResult) {
     EXPECT_EQ(run_to_tc(kIdentifier), 0);
     EXPECT_EQ(call.script_result.text(), "");
+}
+
+TEST_F(IssuerAnswer, ATemplateBehindAZeroTagRunsWithoutAScriptResult) {
+    // The look ahead for a script ends at the zero; the script itself is found behind it.
+    expect_script("84180000 00", "9000");
+    EXPECT_EQ(run_to_tc("0000" + object("72", object("86", "84180000 00"))), 0);
+    EXPECT_EQ(call.script_result.text(), "");
+}
+
+TEST_F(IssuerAnswer, ALengthBehind81IsTheResponsesSecondByte) {
+    // The second byte is the length of tag 91, so ten bytes of the script count: one command and
+    // the head of the next, which runs past the end.
+    expect_script("84180000 00", "9000");
+    const std::string script = repeated(object("86", "84180000 00"), 20);
+    EXPECT_EQ(run_to_tc(object("72", script)), 0);
+    EXPECT_EQ(call.script_result.text(), "DF31051200000000");
 }
 
 TEST_F(IssuerAnswer, AnEmptyTemplateIsAnAcceptedScript) {

@@ -487,6 +487,13 @@ TEST_F(CardInformation, AValueThatClaimsMoreThanTheRecordHoldsIsFilledWithZeros)
     EXPECT_EQ(information("C", "9F62041122"), "C00811220000");
 }
 
+TEST_F(CardInformation, ALengthBehind81IsTheSecondByteOfAllRecords) {
+    // Two bytes of C, but the record announces seven: five zeros follow.
+    EXPECT_EQ(information("C", "9F6281021122 00"), "C01411220000000000");
+    // The same of a text ends at the first of them.
+    EXPECT_EQ(information("D", "9F6181024142 00"), "D002AB");
+}
+
 TEST_F(CardInformation, AnAnswerOfTheLargestSizeIsTakenWhole) {
     const std::string value = repeated("37", 252);
     EXPECT_EQ(asked("G", "80CA9F7900", short_form_object("9F79", value) + "9000"), "G504" + value);

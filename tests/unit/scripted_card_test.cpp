@@ -85,13 +85,13 @@ TEST_F(Script, QuestionMarksStandForAnyByte) {
 }
 
 TEST_F(Script, LongCommandsAreMatchedAsFarAsTheyAreSent) {
-    const std::string data(2 * 95, '1');
+    const std::string data(190, '1');
     card.expect("80AE80005F" + data, "9000");
     EXPECT_EQ(send("80AE80005F" + data), 0);
     // The last ten bytes of 100 never reach the reader; the 90th does.
     card.expect("80AE80005F" + data.substr(20) + std::string(20, '2'), "9000");
     EXPECT_EQ(send("80AE80005F" + data), 0);
-    card.expect("80AE80005F" + std::string(2 * 84, '1') + std::string(22, '2'), "9000");
+    card.expect("80AE80005F" + std::string(168, '1') + std::string(22, '2'), "9000");
     EXPECT_EQ(send("80AE80005F" + data), 0x6F00);
     EXPECT_EQ(card.take_violations().size(), 1U);
 }

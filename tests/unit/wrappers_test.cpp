@@ -4,11 +4,13 @@
 #include "console.h"
 #include "engine/session.h"
 #include "host_calls.h"
+#include "noted_operations.h"
 #include "payment_card.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <list>
 
 namespace session = qaven::session;
@@ -375,6 +377,50 @@ TEST_F(WrappersWithoutCard, TheTransactionLogOfNoCardIsMinusOne) {
     EXPECT_EQ(GetTxDetail("", "A000000333", detail.get()), -1);
     EXPECT_EQ(detail.text(), "0");
     EXPECT_THAT(trace.text(), EndsWith("TxDtailRet:0\n\r\niret:-1\n\r\n"));
+}
+
+// --- how the operations are called ---
+
+TEST_F(Wrappers, CardInformationIsCalledWithReaderSlotLettersAndOneAid) {
+    expect_nothing_selected("A000000333");
+    expect_nothing_selected("A000000333010101");
+    EXPECT_EQ(card_information("|A|B", "|A000000333010101"), -23);
+    EXPECT_THAT(noted_texts(),
+                ElementsAre("", "", kReader, "", "", "", "", "", "3", "|A|B", "A000000333010101"));
+}
+
+TEST_F(Wrappers, TheArqcStepIsCalledWithTheWholeAidList) {
+    expect_nothing_selected("A000000333");
+    expect_nothing_selected("A000000333010101");
+    EXPECT_EQ(arqc_step(kTxData, "A000000333|A000000333010101"), -23);
+    EXPECT_THAT(noted_texts(), ElementsAre("", "", kReader, "", "", "", "", "", "3", kTxData,
+                                           "A000000333|A000000333010101", ""));
+}
+
+TEST_F(Wrappers, TheIssuersAnswerIsCalledWithLengthAndStatusInDecimal) {
+    connect();
+    EXPECT_EQ(issuer_answer("000000", kResponse, -1), -4);
+    EXPECT_THAT(noted_texts(), ElementsAre("", "", "", "", "", "", "", "", "3", kTxData, "000000",
+                                           "24", kResponse, "-1"));
+}
+
+TEST_F(Wrappers, AResponseIsAnnouncedWithTwoHundredFiftyDigitsAtMost) {
+    connect();
+    const std::array<std::pair<std::size_t, std::string_view>, 5> announced{
+        {{0, "0"}, {249, "249"}, {250, "250"}, {251, "250"}, {300, "250"}}};
+    for (const auto& [digits, length] : announced) {
+        EXPECT_EQ(issuer_answer("000000", repeated("0", digits), 0), -4);
+        EXPECT_EQ(noted_texts().at(11), length) << digits;
+    }
+}
+
+TEST_F(Wrappers, TheTransactionLogIsCalledWithTheAidAsItIs) {
+    connect();
+    card.expect("00A404000E 315041592E5359532E4444463031", "6A82");
+    HostText aid("0|A000000333");
+    EXPECT_EQ(GetTxDetail(std::string(kReader).c_str(), aid.get(), detail.get()), 0);
+    EXPECT_THAT(noted_texts(),
+                ElementsAre("", "", kReader, "", "", "", "", "", "3", "0|A000000333"));
 }
 
 // --- what hosts may leave out ---
