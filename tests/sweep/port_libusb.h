@@ -1,0 +1,118 @@
+// libusb without a kernel and without waiting: every libusb function that the library calls, played
+// on a port of the virtual host controller. Programs are linked with this in libusb's place.
+//
+// The bus has a clock of its own, which moves only while a transfer waits, and then straight to the
+// moment at which the device has something to say or the transfer's time-out is over: a reader that
+// never answers costs microseconds, and what a host would have waited is known exactly.
+//
+// A Bus is the only one for as long as it lives:
+//
+//     virtual_reader::Reader reader(nullptr, card.get());
+//     Bus bus(reader);
+//     bus.plug({virtual_usb::parse_fault("after=12:timeout")});
+//     ... the library's calls ...
+//     bus.spent().time                                      // 10 s, and nobody waited
+//     EXPECT_THAT(bus.misuses(), IsEmpty());
+//
+// Results are those of libusb on Linux: a stalled endpoint is LIBUSB_ERROR_PIPE, a reader that left
+// LIBUSB_ERROR_NO_DEVICE, one that sends more than was asked for LIBUSB_ERROR_OVERFLOW, an endpoint
+// outside every interface LIBUSB_ERROR_IO, an interface held through another handle
+// LIBUSB_ERROR_BUSY; a transfer that ends early leaves what had moved until then.
+#pragma once
+
+#include "virtual/usb/port.h"
+
+#include <libusb.h>
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace qaven::sweep {
+
+using Duration = std::chrono::nanoseconds;
+
+class Bus {
+  public:
+    // A device that is not plugged in yet; it outlives the bus.
+    explicit Bus(virtual_usb::Device& device);
+    ~Bus();
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+    Bus(Bus&&) = delete;
+    Bus& operator=(Bus&&) = delete;
+
+    // Puts the device into the port, where it is reset and enumerated. Handles of an earlier time
+    // stay dead. Faults count the bulk transfers from here on.
+    void plug(std::vector<virtual_usb::Fault> faults = {});
+    void unplug();
+    [[nodiscard]] bool plugged() const;
+
+    // One bulk transfer that the library asked for.
+    struct Transfer {
+        std::uint8_t endpoint = 0;
+        std::size_t asked = 0;
+        std::size_t moved = 0;
+        unsigned timeout_ms = 0;
+        int result = 0;          // a libusb code
+        bool submitted = false;  // reached the port, so that a fault could have hit it
+        virtual_usb::Bytes sent; // what an OUT transfer was to carry
+
+        [[nodiscard]] bool in() const { return (endpoint & LIBUSB_ENDPOINT_IN) != 0; }
+    };
+    [[nodiscard]] const std::vector<Transfer>& transfers() const { return transfers_; }
+
+    // Since the bus is there: what passed on its clock, what the time-outs of all transfers
+    // together would have allowed, and how many transfers there were.
+    struct Spent {
+        Duration time{0};
+        Duration allowed{0};
+        std::size_t transfers = 0;
+    };
+    [[nodiscard]] Spent spent() const;
+
+    // What the library holds: started and not ended, open handles, claimed interfaces, lists and
+    // descriptors not freed.
+    struct Holdings {
+        int starts = 0;
+        std::size_t handles = 0;
+        std::size_t claims = 0;
+        int lists = 0;
+        int configurations = 0;
+
+        bool operator==(const Holdings&) const = default;
+    };
+    [[nodiscard]] Holdings held() const;
+
+    // What no caller of libusb may do, one sentence each: a null or closed handle, a context of its
+    // own, a call before the start or after the end, an end too many or with a device open, a
+    // transfer that waits for ever.
+    [[nodiscard]] const std::vector<std::string>& misuses() const { return misuses_; }
+
+  private:
+    friend struct LibusbCalls;
+
+    virtual_usb::Device& device_;
+    std::optional<virtual_usb::Port> port_;
+    unsigned generation_ = 0; // of the plugged device
+    virtual_usb::TimePoint now_;
+    virtual_usb::TimePoint begin_;
+    Duration allowed_{0};
+    std::uint64_t next_urb_ = 1;
+    std::vector<Transfer> transfers_;
+    std::unique_ptr<libusb_device> listed_;
+    std::vector<std::unique_ptr<libusb_device>> gone_;
+    std::vector<std::unique_ptr<libusb_device_handle>> handles_;
+    int starts_ = 0;
+    int lists_ = 0;
+    int configurations_ = 0;
+    std::vector<std::string> misuses_;
+};
+
+} // namespace qaven::sweep
