@@ -54,12 +54,45 @@ TEST(CommandLine, WithoutSenseIsRefused) {
     EXPECT_THROW(parse({"run", "--fault", "after=1:fire", "--", "host"}), UsageError);
 }
 
+TEST(CommandLine, ServesHostsOfThisMachineUnlessToldOtherwise) {
+    const auto options = parse({"usbip", "--slot", "1"});
+    EXPECT_TRUE(options.usbip);
+    EXPECT_FALSE(options.attach);
+    EXPECT_EQ(options.listen.host, "127.0.0.1");
+    EXPECT_EQ(options.listen.port, 3240U);
+    EXPECT_EQ(options.slot, 1U);
+    EXPECT_FALSE(parse({"run", "--", "host"}).usbip);
+}
+
+TEST(CommandLine, ServesWhereItIsTold) {
+    EXPECT_TRUE(parse({"usbip", "--attach"}).attach);
+    const auto options = parse({"usbip", "--listen", "0.0.0.0:13240"});
+    EXPECT_EQ(options.listen.host, "0.0.0.0");
+    EXPECT_EQ(options.listen.port, 13240U);
+    EXPECT_EQ(parse({"usbip", "--listen=[::1]:0"}).listen.host, "::1");
+}
+
+TEST(CommandLine, OfAServerWithoutSenseIsRefused) {
+    EXPECT_THROW(parse({"usbip", "--", "host"}), UsageError);
+    EXPECT_THROW(parse({"usbip", "--driver", "ccid"}), UsageError);
+    EXPECT_THROW(parse({"usbip", "--driver=ccid"}), UsageError);
+    EXPECT_THROW(parse({"usbip", "--hold"}), UsageError);
+    EXPECT_THROW(parse({"usbip", "--attach", "--listen", "127.0.0.1:1"}), UsageError);
+    EXPECT_THROW(parse({"run", "--attach", "--", "host"}), UsageError);
+    EXPECT_THROW(parse({"run", "--listen", "127.0.0.1:1", "--", "host"}), UsageError);
+    for (const auto* const address : {"", "3240", ":3240", "127.0.0.1:", "127.0.0.1:x",
+                                      "127.0.0.1:65536", "127.0.0.1:-1", "[]:1"}) {
+        EXPECT_THROW(parse({"usbip", "--listen", address}), UsageError) << address;
+    }
+}
+
 TEST(CommandLine, HelpNamesEveryOption) {
     EXPECT_TRUE(parse({"run", "--help"}).help);
     EXPECT_TRUE(parse({"--help"}).help);
-    for (const auto* const option : {"--slot", "--profile", "--driver", "--hold", "--no-reader",
-                                     "--second", "--strict", "--pcap", "--fault", "--replug-after",
-                                     "--remove-card-after", "--speed", "--save", "--idcard"}) {
+    for (const auto* const option :
+         {"--slot", "--profile", "--driver", "--hold", "--no-reader", "--second", "--strict",
+          "--pcap", "--fault", "--replug-after", "--remove-card-after", "--speed", "--save",
+          "--idcard", "--listen", "--attach"}) {
         EXPECT_NE(usage_text().find(option), std::string::npos) << option;
     }
 }

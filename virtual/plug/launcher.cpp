@@ -1,11 +1,10 @@
-// The launcher's two lives: first it starts itself again under umockdev's preload library, then it
-// makes the test bed and runs the command in it.
+// What the verbs do. `run` has two lives: first the launcher starts itself again under umockdev's
+// preload library, then it makes the test bed and runs the command in it.
 #include "virtual/plug/launcher.h"
 
 #include "virtual/plug/mocked_usbfs.h"
 #include "virtual/plug/options.h"
-#include "virtual/plug/profile.h"
-#include "virtual/reader/reader.h"
+#include "virtual/plug/usbip_command.h"
 
 #include <dlfcn.h>
 #include <sys/prctl.h>
@@ -169,35 +168,14 @@ int run(const Options& options, const Makers& makers) {
     prctl(PR_SET_TIMERSLACK, 1);
     unsetenv(marker);
 
-    const virtual_reader::Behaviour behaviour{.strict = options.strict,
-                                              .baud = options.baud,
-                                              .remove_card_after = options.remove_card_after};
-    std::unique_ptr<virtual_card::Icc> card;
-    if (options.slot != 0 && !options.no_reader) {
-        card = makers.card(find_profile(options.profile));
-    }
-    virtual_reader::Reader reader(options.slot == 1 ? card.get() : nullptr,
-                                  options.slot == 2 ? card.get() : nullptr, behaviour);
-    virtual_reader::Reader second(nullptr, nullptr, behaviour);
-    std::unique_ptr<virtual_usb::Device> idcard;
-    if (options.idcard) {
-        idcard = makers.idcard(*options.idcard);
-        if (!idcard) {
-            throw UsageError("there is no identity card of kind '" + *options.idcard + "'");
-        }
-    }
-    std::optional<virtual_usb::CaptureFile> capture;
-    if (options.capture) {
-        capture.emplace(*options.capture);
-    }
-
+    Desk desk(options, makers);
     std::optional<MockedUsbfs> usbfs;
     {
         const ShortTemporaryFolder short_folder;
         usbfs.emplace();
     }
     PlugSettings plain;
-    plain.capture = capture ? &*capture : nullptr;
+    plain.capture = desk.capture();
     PlugSettings settings = plain;
     settings.driver = options.driver;
     settings.held = options.held;
@@ -205,19 +183,17 @@ int run(const Options& options, const Makers& makers) {
     settings.faults = options.faults;
     settings.replug_after = options.replug_after;
     // libusb lists the device that came last first; that is to be the reader with the card.
-    if (options.second_reader) {
-        usbfs->plug(second, plain);
+    if (desk.second_reader() != nullptr) {
+        usbfs->plug(*desk.second_reader(), plain);
     }
-    if (!options.no_reader) {
-        usbfs->plug(reader, settings);
+    if (desk.reader() != nullptr) {
+        usbfs->plug(*desk.reader(), settings);
     }
-    if (idcard) {
-        usbfs->plug(*idcard, plain);
+    if (desk.idcard_reader() != nullptr) {
+        usbfs->plug(*desk.idcard_reader(), plain);
     }
     const int status = run_command(options.command, signals);
-    if (options.save && card) {
-        makers.save(*card, *options.save);
-    }
+    desk.save();
     return status;
 }
 
@@ -231,6 +207,9 @@ int launch(int argc, char** argv, const Makers& makers) {
         if (options.help) {
             std::fputs(usage_text().c_str(), stdout);
             return EXIT_SUCCESS;
+        }
+        if (options.usbip) {
+            return serve_usbip(options, makers);
         }
         if (environment(marker).empty()) {
             start_again_under_preload(argv);

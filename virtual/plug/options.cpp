@@ -3,7 +3,9 @@
 
 #include "virtual/usb/number.h"
 
+#include <algorithm>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <string_view>
 
@@ -28,6 +30,24 @@ unsigned slot(const std::string& text) {
     throw UsageError("--slot takes 1, 2 or none, not '" + text + "'");
 }
 
+// "127.0.0.1:3240", "[::1]:3240"
+ListenAddress listen_address(const std::string& text) {
+    constexpr unsigned highest_port = 65535;
+    const auto colon = text.rfind(':');
+    if (colon == std::string::npos || colon == 0 || text.starts_with("[]")) {
+        throw UsageError("--listen takes ADDRESS:PORT, not '" + text + "'");
+    }
+    std::string host = text.substr(0, colon);
+    if (host.front() == '[' && host.back() == ']') {
+        host = host.substr(1, host.size() - 2);
+    }
+    const unsigned port = number("--listen", text.substr(colon + 1));
+    if (port > highest_port) {
+        throw UsageError("--listen takes a port up to 65535, not '" + text + "'");
+    }
+    return {.host = std::move(host), .port = port};
+}
+
 virtual_usb::Fault fault(const std::string& text) {
     try {
         return virtual_usb::parse_fault(text);
@@ -41,6 +61,7 @@ using Setting = std::function<void(Options&, const std::string&)>;
 
 const std::map<std::string, Flag, std::less<>>& flags() {
     static const std::map<std::string, Flag, std::less<>> table{
+        {"--attach", [](Options& o) { o.attach = true; }},
         {"--help", [](Options& o) { o.help = true; }},
         {"--hold", [](Options& o) { o.held = true; }},
         {"--no-reader", [](Options& o) { o.no_reader = true; }},
@@ -56,6 +77,7 @@ const std::map<std::string, Setting, std::less<>>& settings() {
         {"--slot", [](Options& o, Text text) { o.slot = slot(text); }},
         {"--profile", [](Options& o, Text text) { o.profile = text; }},
         {"--driver", [](Options& o, Text text) { o.driver = text; }},
+        {"--listen", [](Options& o, Text text) { o.listen = listen_address(text); }},
         {"--pcap", [](Options& o, Text text) { o.capture = text; }},
         {"--fault", [](Options& o, Text text) { o.faults.push_back(fault(text)); }},
         {"--remove-card-after",
@@ -71,6 +93,17 @@ const std::map<std::string, Setting, std::less<>>& settings() {
     return table;
 }
 
+// Options that one of the verbs knows nothing of.
+void refuse(std::span<const std::string> words, std::initializer_list<std::string_view> options,
+            const std::string& verb) {
+    for (const auto& word : words) {
+        const std::string_view name = std::string_view(word).substr(0, word.find('='));
+        if (std::ranges::find(options, name) != options.end()) {
+            throw UsageError(verb + " has no option " + std::string(name));
+        }
+    }
+}
+
 } // namespace
 
 Options parse_options(std::span<const char* const> arguments) {
@@ -83,9 +116,10 @@ Options parse_options(std::span<const char* const> arguments) {
         options.help = true;
         return options;
     }
-    if (words.front() != "run") {
+    if (words.front() != "run" && words.front() != "usbip") {
         throw UsageError("'" + words.front() + "' is no verb of this program");
     }
+    options.usbip = words.front() == "usbip";
     std::size_t at = 1;
     for (; at < words.size() && words[at] != "--"; ++at) {
         std::string name = words[at];
@@ -113,6 +147,18 @@ Options parse_options(std::span<const char* const> arguments) {
     if (options.help) {
         return options;
     }
+    const auto given = std::span(words).first(at);
+    if (options.usbip) {
+        refuse(given, {"--driver", "--hold"}, "usbip");
+        if (at < words.size()) {
+            throw UsageError("usbip runs no command");
+        }
+        if (options.attach) {
+            refuse(given, {"--listen"}, "usbip --attach");
+        }
+        return options;
+    }
+    refuse(given, {"--attach", "--listen"}, "run");
     if (at + 1 >= words.size()) {
         throw UsageError("there is no command after --");
     }
@@ -122,14 +168,25 @@ Options parse_options(std::span<const char* const> arguments) {
 
 std::string usage_text() {
     return R"(usage: qaven-virtual-reader run [options] -- COMMAND ARGS
+       qaven-virtual-reader usbip [--listen ADDR:PORT | --attach] [options]
 
-Runs COMMAND on a machine whose USB bus holds a virtual bank-card reader (2F7A:4417) with a virtual
-card in it. The exit status is that of COMMAND, 128 + n if signal n ended it.
+run: runs COMMAND on a machine whose USB bus holds a virtual bank-card reader (2F7A:4417) with a
+virtual card in it. The exit status is that of COMMAND, 128 + n if signal n ended it.
+
+usbip: serves the same reader over USB/IP until a signal or the line "quit" ends it. Lines on
+standard input move things: unplug, plug, card out, card in, fault after=N:KIND, status.
+
+  --listen ADDR:PORT      where a host can come to (default 127.0.0.1:3240), for
+                          "usbip attach -r ADDR -b 1-1" on it
+  --attach                plugs the reader into this machine, which needs the kernel module vhci-hcd
+                          and a user who may write to its files in sysfs
+
+Both verbs:
 
   --slot 1|2|none         the slot that holds the card (default 2)
   --profile NAME|FILE     the card: a shipped profile's name or a profile file (default debit)
-  --driver NAME           a kernel driver of this name is bound to the reader's slots
-  --hold                  another program holds the reader's slots
+  --driver NAME           (run) a kernel driver of this name is bound to the reader's slots
+  --hold                  (run) another program holds the reader's slots
   --no-reader             no bank-card reader at all
   --second                a second reader, without a card
   --strict                wrongly framed messages are answered with the CCID class's errors

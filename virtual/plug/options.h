@@ -13,8 +13,17 @@
 
 namespace qaven::virtual_plug {
 
+// Where USB/IP hosts come to.
+struct ListenAddress {
+    std::string host = "127.0.0.1";
+    unsigned port = 3240;
+};
+
 struct Options {
     bool help = false;
+    bool usbip = false; // serves devices instead of running a command
+    ListenAddress listen;
+    bool attach = false;
     unsigned slot = 2; // which slot holds the card; 0: none
     std::string profile = "debit";
     std::string driver;
@@ -29,7 +38,7 @@ struct Options {
     unsigned baud = 0;
     std::optional<std::string> idcard;
     std::optional<std::filesystem::path> save;
-    std::vector<std::string> command;
+    std::vector<std::string> command; // of `run`
 };
 
 // A command line that makes no sense; what() is the sentence for the user.

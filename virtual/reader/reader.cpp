@@ -41,6 +41,22 @@ Reader::Reader(virtual_card::Icc* card_1, virtual_card::Icc* card_2, const Behav
     power_up();
 }
 
+void Reader::insert_card(unsigned slot, virtual_card::Icc& card) {
+    Station& station = stations_.at(slot - 1);
+    station.slot.insert_card(card);
+    station.check_card();
+}
+
+void Reader::remove_card(unsigned slot) {
+    Station& station = stations_.at(slot - 1);
+    station.slot.remove_card();
+    station.check_card();
+}
+
+bool Reader::card_present(unsigned slot) const {
+    return stations_.at(slot - 1).slot.card_present();
+}
+
 virtual_usb::Bytes Reader::device_descriptor() const {
     return virtual_reader::device_descriptor();
 }

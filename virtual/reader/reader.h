@@ -15,6 +15,11 @@ class Reader : public virtual_usb::Device {
     // outlive the reader.
     Reader(virtual_card::Icc* card_1, virtual_card::Icc* card_2, const Behaviour& behaviour = {});
 
+    // The cardholder's hand; slots are numbered 1 and 2. A card outlives the reader.
+    void insert_card(unsigned slot, virtual_card::Icc& card);
+    void remove_card(unsigned slot);
+    [[nodiscard]] bool card_present(unsigned slot) const;
+
     [[nodiscard]] virtual_usb::Bytes device_descriptor() const override;
     [[nodiscard]] virtual_usb::Bytes configuration_descriptor() const override;
     [[nodiscard]] std::string string(std::uint8_t index) const override;

@@ -217,4 +217,10 @@ void Slot::remove_card() {
     card_ = nullptr;
 }
 
+void Slot::insert_card(virtual_card::Icc& card) {
+    remove_card();
+    behaviour_.remove_card_after.reset(); // that a card leaves by itself happens once
+    card_ = &card;
+}
+
 } // namespace qaven::virtual_reader

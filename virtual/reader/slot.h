@@ -39,6 +39,8 @@ class Slot {
     [[nodiscard]] bool card_present() const { return card_ != nullptr; }
     void power_off();
     void remove_card();
+    // The card outlives the slot.
+    void insert_card(virtual_card::Icc& card);
 
   private:
     enum class IccStatus : std::uint8_t { active = 0, inactive = 1, absent = 2 };

@@ -34,6 +34,13 @@ constexpr std::uint16_t english_us = 0x0409;
 
 constexpr std::uint64_t enumeration_id = 1;
 
+// bmAttributes, which numbers the kinds in the order of the USB standard.
+TransferType transfer_type(std::uint8_t attributes) {
+    constexpr std::array kinds{TransferType::control, TransferType::isochronous, TransferType::bulk,
+                               TransferType::interrupt};
+    return kinds.at(attributes & 0x03U);
+}
+
 std::uint8_t queue_key(const Urb& urb) {
     return urb.type == TransferType::control ? std::uint8_t{0} : urb.endpoint;
 }
@@ -89,6 +96,7 @@ void Port::read_configuration() {
             settings_.emplace(interface, one[3]);
         } else if (one[1] == descriptor_endpoint && one.size() >= 7) {
             endpoints_[one[2]] = {.interface = interface,
+                                  .type = transfer_type(one[3]),
                                   .max_packet = static_cast<std::size_t>(one[4]) |
                                                 (static_cast<std::size_t>(one[5] & 0x07U) << 8U)};
         }
@@ -108,6 +116,11 @@ void Port::enumerate(TimePoint now) {
         submit(request, now);
         completions_.clear();
     }
+}
+
+void Port::add_fault(Fault fault) {
+    fault.after += bulk_transfers_;
+    faults_.push_back(fault);
 }
 
 std::optional<Fault> Port::fault_for(const Urb& urb) {
@@ -244,6 +257,14 @@ std::optional<std::uint8_t> Port::interface_of(std::uint8_t endpoint) const {
         return std::nullopt;
     }
     return found->second.interface;
+}
+
+std::optional<TransferType> Port::type_of(std::uint8_t endpoint) const {
+    const auto found = endpoints_.find(endpoint);
+    if (found == endpoints_.end()) {
+        return std::nullopt;
+    }
+    return found->second.type;
 }
 
 std::set<std::uint8_t> Port::interfaces() const {

@@ -84,6 +84,9 @@ class Port {
     void unplug();
     [[nodiscard]] bool plugged() const { return plugged_; }
 
+    // One more fault; its count starts with the next bulk transfer.
+    void add_fault(Fault fault);
+
     void reset();
     void clear_halt(std::uint8_t endpoint);
     // False if there is no such interface and alternate setting.
@@ -91,6 +94,8 @@ class Port {
 
     // The interface that has this endpoint.
     [[nodiscard]] std::optional<std::uint8_t> interface_of(std::uint8_t endpoint) const;
+    // What kind of transfer this endpoint takes.
+    [[nodiscard]] std::optional<TransferType> type_of(std::uint8_t endpoint) const;
     [[nodiscard]] std::set<std::uint8_t> interfaces() const;
 
     // Completions in the order in which they happened.
@@ -99,6 +104,7 @@ class Port {
   private:
     struct EndpointInfo {
         std::uint8_t interface = 0;
+        TransferType type = TransferType::bulk;
         std::size_t max_packet = 0;
     };
     struct Flight {

@@ -1,0 +1,34 @@
+// A file descriptor that closes itself.
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace qaven::virtual_plug {
+
+class Fd {
+  public:
+    Fd() = default;
+    explicit Fd(int number) : number_(number) {}
+    Fd(const Fd&) = delete;
+    Fd& operator=(const Fd&) = delete;
+    Fd(Fd&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+    Fd& operator=(Fd&& other) noexcept {
+        std::swap(number_, other.number_);
+        return *this;
+    }
+    ~Fd() {
+        if (number_ >= 0) {
+            ::close(number_);
+        }
+    }
+
+    [[nodiscard]] int get() const { return number_; }
+    explicit operator bool() const { return number_ >= 0; }
+
+  private:
+    int number_ = -1;
+};
+
+} // namespace qaven::virtual_plug
