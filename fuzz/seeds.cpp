@@ -295,7 +295,8 @@ void write_exchanges(Seeds& seeds, const fs::path& profile, const std::string& n
     script.bytes({3, 4, 0}).hex("A000000333010101");
     script.bytes({6, 0}).chunk(card::from_hex("8300").value());
     script.bytes({4, 1, 1}).bytes({4, 2, 1}).bytes({4, 1, 2}).bytes({2, 1, 0, 16}).bytes({1, 8});
-    for (const std::uint8_t which : card::from_hex("0102030405060800").value()) {
+    const auto kinds = card::from_hex("0102030405060800").value();
+    for (const std::uint8_t which : kinds) {
         script.bytes({7, which, 0});
     }
     script.bytes({8, 0x80}).hex("0000000012130000000000000156000800600001561904220312345678161355");

@@ -2,10 +2,9 @@
 // how the call ends, what it leaves in the host's buffers, and whether a good transaction works
 // afterwards. Prints the table of outcomes and compares it with expected/host.txt.
 //
-//     qaven-host-sweep [--all] [--write]   --all: every case, not a sample, and
-//     expected/host-all.txt
-//                                          --write makes the table the expected one
-//     qaven-host-sweep FUNCTION            every case of one function, compared with nothing
+//     qaven-host-sweep [--all] [--write]  --all: every case, and expected/host-all.txt
+//                                         --write makes the table the expected one
+//     qaven-host-sweep FUNCTION           every case of one function, compared with nothing
 //
 // Every output buffer has exactly its documented size between guard zones. The issuer's answer is
 // tried on a card that waits for it; where that fails, the right answer is tried on the same card

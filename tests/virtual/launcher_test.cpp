@@ -194,6 +194,40 @@ TEST_F(Launcher, StartsFromASavedCard) {
         << output();
 }
 
+TEST_F(Launcher, ServesHostsAndObeysLinesUntilItIsToldToQuit) {
+    EXPECT_EQ(shell("printf 'unplug\\nstatus\\nplug\\ncard out\\njump\\nquit\\n' | " +
+                    shell_word(echo_reader) +
+                    " usbip --listen 127.0.0.1:0 | sed 's/port .*/port/'"),
+              0);
+    EXPECT_EQ(output(), "listening at 127.0.0.1 port\n"
+                        "1-1 2F7A:4417 on offer\n"
+                        "ok\n"
+                        "1-1 2F7A:4417 unplugged\n"
+                        "ok\n"
+                        "ok\n"
+                        "ok\n"
+                        "error: the lines are: plug [BUSID], unplug [BUSID], card in, card out, "
+                        "fault after=N:KIND, status, quit\n"
+                        "ok\n");
+}
+
+TEST_F(Launcher, SavesTheCardWhenASignalEndsTheServing) {
+    const fs::path saved = folder_ / "saved";
+    // The server has its handlers in place when it has told what it offers.
+    EXPECT_EQ(shell(shell_word(echo_reader) + " usbip --listen 127.0.0.1:0 --save " +
+                    shell_word(saved.string()) + " </dev/null & server=$!; " +
+                    "until grep -q 'on offer' " + shell_word((folder_ / "output").string()) +
+                    "; do sleep 0.02; done; kill -TERM $server; wait $server"),
+              0)
+        << output();
+    EXPECT_EQ(read_file(saved), "0 commands\n");
+}
+
+TEST_F(Launcher, NamesTheAddressWhereItCannotListen) {
+    EXPECT_EQ(shell(shell_word(echo_reader) + " usbip --listen 203.0.113.7:3240 </dev/null"), 125);
+    EXPECT_NE(output().find("cannot listen at 203.0.113.7 port 3240"), std::string::npos);
+}
+
 // Wireshark's own dissector reads the capture; it learns the interfaces from the descriptors that
 // the capture starts with.
 class CaptureInWireshark : public Launcher {

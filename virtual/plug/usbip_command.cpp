@@ -147,8 +147,7 @@ void wait(std::vector<pollfd>& events, std::optional<virtual_usb::TimePoint> unt
     }
 }
 
-void loop(UsbipServer& server, Hand& hand, const Fd& listener) {
-    const Fd signals = termination();
+void loop(UsbipServer& server, Hand& hand, const Fd& listener, const Fd& signals) {
     Lines lines;
     while (!hand.quitting()) {
         // A negative number is none to poll.
@@ -231,6 +230,7 @@ void Hand::move_card(bool in) {
 int serve_usbip(const Options& options, const Makers& makers) {
     // Transfers are answered by waking up; the default slack of 50 microseconds would come on top.
     prctl(PR_SET_TIMERSLACK, 1);
+    const Fd signals = termination();
     Desk desk(options, makers);
     UsbipServer::Settings settings;
     if (options.attach) {
@@ -257,7 +257,7 @@ int serve_usbip(const Options& options, const Makers& makers) {
     }
     std::ranges::for_each(server.status(), say);
     Hand hand(server, desk, options.slot);
-    loop(server, hand, listener);
+    loop(server, hand, listener, signals);
     desk.save();
     return EXIT_SUCCESS;
 }
