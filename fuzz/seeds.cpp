@@ -286,7 +286,41 @@ void write_other_calls(Seeds& seeds, const fs::path& profile) {
                     .bytes({kSingleSteps + 1})
                     .hex("0084000008")
                     .bytes({kSingleSteps + 2, 0, kSingleSteps + 3})
-                    .bytes({kSingleSteps + 4, 0, kSingleSteps + 5, 0xFD}));
+                    .bytes({kSingleSteps + 4, 0, kSingleSteps + 5})
+                    .chunk("title")
+                    .chunk("bytes of a line that is longer than one row of the log")
+                    .bytes({kSingleSteps + 6, 0xFD}));
+}
+
+std::string repeated(std::string_view digits, int count) {
+    std::string text;
+    for (int k = 0; k < count; ++k) {
+        text += digits;
+    }
+    return text;
+}
+
+// What the shipped cards and issuers do not do.
+void write_odd_sessions(Seeds& seeds, const fs::path& profile) {
+    // The zero tag ends the search that announces a script, but not the one that runs it.
+    const std::string behind_zero = issuer_response(profile, {}) + "000072078605841E000000";
+    put_in(profile);
+    seeds.write("session", "script-behind-zero", session_input,
+                whole_transaction(kInCardMode, behind_zero));
+
+    constexpr const char* kFci = "6F0A8408A000000333010101 9000";
+    // More card information than the host's buffer holds.
+    std::vector<std::string> long_fields{kFci, "8006 7C00 08010800 9000"};
+    for (const char* const tag : {"5F20", "9F62", "9F61", "9F1F", "DF20", "DF21", "DF22", "DF23"}) {
+        long_fields.push_back("7081F8" + std::string(tag) + "81F4" + repeated("41", 244) + "9000");
+    }
+    seeds.write("session", "long-fields", Script().byte(kInCardMode).bytes({kOperations, 0, 2, 0}),
+                long_fields);
+    // Application data handed in without an AIP, on a connection of its own.
+    seeds.write("session", "bare-application-data",
+                Script().byte(kInCardMode).bytes({kOperations + 1, 0, 0, 1, 2, 0}),
+                {kFci, "8002 7C00 9000", "800B 80 0012 1122334455667788 9000", "6A88"});
+    seeds.write("gpo_afl", "cut-record", Script().byte(3).hex("08010101").byte(2), {"7082 9000"});
 }
 
 void write_exchanges(Seeds& seeds, const fs::path& profile, const std::string& name) {
@@ -410,6 +444,7 @@ void write_all(const fs::path& profiles, Seeds& seeds) {
     }
     const fs::path usual = profiles / "debit.json";
     write_other_calls(seeds, usual);
+    write_odd_sessions(seeds, usual);
     write_odd_directories(seeds);
     write_security_module(seeds, usual);
     write_descriptors(seeds, usual);

@@ -14,6 +14,7 @@
 #include "qaven/qaven.h"
 #include "support/demand.h"
 #include "support/guarded.h"
+#include "support/qmlog.h"
 #include "support/wire.h"
 #include "usb/ccid.h"
 
@@ -393,6 +394,16 @@ void tag_letters(Input& script) {
     demand(written >= 0 && static_cast<std::size_t>(written) <= tags.size(), "two bytes a letter");
 }
 
+void trace_lines(Input& script) {
+    auto title = Input::text(script.chunk());
+    Bytes bytes = Input::exact(script.chunk());
+    const auto size = static_cast<int>(bytes.size());
+    WriteKsLogPlain(title.data());
+    WriteKsTitleLog(title.data(), title.data());
+    WriteKsLogHex(bytes.data(), size);
+    WriteKsTitleLogHex(title.data(), bytes.data(), size);
+}
+
 void error_codes(Input& script) {
     const int code = static_cast<int>(script.byte()) - 255;
     Guarded<char, QAVEN_ERRMSG_SIZE> text;
@@ -410,7 +421,7 @@ void identity_card() {
 }
 
 void run(Input& script, State& state) {
-    switch (script.below(20)) {
+    switch (script.below(21)) {
     case 0:
         card_information(script, state);
         break;
@@ -471,6 +482,9 @@ void run(Input& script, State& state) {
         break;
     case 18:
         tag_letters(script);
+        break;
+    case 19:
+        trace_lines(script);
         break;
     default:
         error_codes(script);
