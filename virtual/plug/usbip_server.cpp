@@ -21,7 +21,7 @@ constexpr unsigned first_number = 2; // number 1 is the root hub of every bus
 constexpr std::size_t read_size = 65536;
 
 // A host that does not fetch its replies is not listened to any more from here on.
-constexpr std::size_t most_unsent = 1024 * 1024;
+constexpr std::size_t most_unsent = std::size_t{1024} * 1024;
 
 constexpr std::size_t most_connections = 64;
 
@@ -38,9 +38,7 @@ void UsbipServer::add(virtual_usb::Device& device, std::vector<virtual_usb::Faul
 }
 
 void UsbipServer::plug_all() {
-    for (auto place = places_.rbegin(); place != places_.rend(); ++place) {
-        plug(*place);
-    }
+    std::for_each(places_.rbegin(), places_.rend(), [this](Place& place) { plug(place); });
 }
 
 UsbipServer::Place& UsbipServer::find(const std::string& bus_id) {

@@ -86,7 +86,7 @@ class UsbipServer {
     [[nodiscard]] Place* find_plugged(const std::string& bus_id);
     [[nodiscard]] static usbip::Offer offer(const Place& place);
     void plug(Place& place);
-    void import(Connection& connection, Place& place);
+    static void import(Connection& connection, Place& place);
     void pull(Place& place);
     void replug(virtual_usb::TimePoint now);
     void read(Connection& connection, virtual_usb::TimePoint now);
