@@ -2,10 +2,12 @@
 // them at any time.
 #include "support/diagnostics.h"
 
+#include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <string_view>
 
 namespace qaven::diagnostics {
@@ -30,10 +32,6 @@ Sinks current_sinks() {
     return {stdout, stderr};
 }
 
-struct Free {
-    void operator()(char* memory) const { std::free(memory); }
-};
-
 enum class Ending {
     kNewline, // one is added when the text does not end in one
     kAsIs,
@@ -43,13 +41,24 @@ void print(std::FILE* sink, const char* format, std::va_list arguments, Ending e
     if (sink == nullptr) {
         return;
     }
-    char* formatted = nullptr;
-    if (vasprintf(&formatted, format, arguments) < 0) {
-        return;
+    // A transfer prints lines of a few words; only a host's long texts are worth an allocation.
+    std::array<char, 256> short_text{};
+    std::unique_ptr<char[]> long_text;
+    std::va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(short_text.data(), short_text.size(), format, arguments);
+    std::string_view text = short_text.data();
+    if (length >= static_cast<int>(short_text.size())) {
+        const std::size_t size = static_cast<std::size_t>(length) + 1;
+        long_text.reset(new (std::nothrow) char[size]);
+        if (long_text) {
+            std::vsnprintf(long_text.get(), size, format, again);
+            text = long_text.get();
+        }
     }
-    const std::unique_ptr<char, Free> owner(formatted);
-    const bool complete = ending == Ending::kAsIs || std::string_view(formatted).ends_with('\n');
-    std::fprintf(sink, "%s%s", formatted, complete ? "" : "\n");
+    va_end(again);
+    const bool complete = ending == Ending::kAsIs || text.ends_with('\n');
+    std::fprintf(sink, "%.*s%s", static_cast<int>(text.size()), text.data(), complete ? "" : "\n");
 }
 
 } // namespace

@@ -109,24 +109,31 @@ int CCID::GetSlotStatus(unsigned char* status) {
     return command(Message::kGetSlotStatus, status);
 }
 
-int CCID::send_message(std::span<unsigned char> staging, int apdu_length) {
-    const auto length = static_cast<std::size_t>(apdu_length);
-    const std::size_t first = length > kFirstPacketData ? kPacket : length + kHeader;
-    const int result = Myusb::write(staging.data(), static_cast<int>(first));
-    if (result < 0) {
-        return result;
+int CCID::send_apdu(std::span<const unsigned char> apdu) {
+    std::array<unsigned char, kPacket> packet{};
+    put_header(Message::kTransferBlock, static_cast<int>(apdu.size()), packet);
+    auto rest = apdu;
+    const auto fill_behind = [&](std::size_t from) {
+        const auto part = rest.first(std::min(kPacket - from, rest.size()));
+        std::fill(std::ranges::copy(part, packet.begin() + from).out, packet.end(), 0);
+        rest = rest.subspan(part.size());
+    };
+
+    fill_behind(kHeader);
+    const std::size_t first = apdu.size() > kFirstPacketData ? kPacket : apdu.size() + kHeader;
+    if (const int sent = Myusb::write(packet.data(), static_cast<int>(first)); sent < 0) {
+        return sent;
     }
-    const std::uint64_t further = packets_after_first(length);
-    std::size_t offset = kPacket;
-    for (std::uint64_t k = 1; k < further; ++k, offset += kPacket) {
-        const int sent = Myusb::write(staging.subspan(offset, kPacket).data(), kPacketSize);
-        if (sent < 0) {
+    const std::uint64_t further = packets_after_first(apdu.size());
+    for (std::uint64_t k = 1; k < further; ++k) {
+        fill_behind(0);
+        if (const int sent = Myusb::write(packet.data(), kPacketSize); sent < 0) {
             return sent;
         }
     }
     if (further > 0) {
-        const auto last = staging.subspan(offset, last_packet_length(length));
-        Myusb::write(last.data(), static_cast<int>(last.size()));
+        fill_behind(0);
+        Myusb::write(packet.data(), static_cast<int>(last_packet_length(apdu.size())));
     }
     return 0;
 }
@@ -146,18 +153,11 @@ int CCID::interact_apdu(unsigned char* apdu, int len, unsigned char* resp, int* 
     if (!can_be_framed(apdu, len)) {
         return kIllegalData;
     }
-    if (const int sent = guarded(kIllegalData, [&] { return send_apdu(apdu, len); }); sent < 0) {
+    const auto length = static_cast<std::size_t>(len);
+    if (const int sent = send_apdu(std::span(apdu, length)); sent < 0) {
         return sent;
     }
     return receive_response(resp, resp_len, timeout_ms);
-}
-
-int CCID::send_apdu(const unsigned char* apdu, int len) {
-    const auto length = static_cast<std::size_t>(len);
-    std::vector<unsigned char> staging(length + kPacket);
-    put_header(Message::kTransferBlock, len, staging);
-    std::copy_n(apdu, length, staging.begin() + kHeader);
-    return send_message(staging, len);
 }
 
 int CCID::receive_response(unsigned char* resp, int* resp_len, int timeout_ms) {

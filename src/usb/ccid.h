@@ -72,8 +72,7 @@ class CCID : public Myusb {
     void end_held_connection();
     void put_header(Message type, int apdu_length, std::span<unsigned char> message);
     int command(Message type, unsigned char* reply);
-    int send_message(std::span<unsigned char> staging, int apdu_length);
-    int send_apdu(const unsigned char* apdu, int len);
+    int send_apdu(std::span<const unsigned char> apdu);
     int receive_response(unsigned char* resp, int* resp_len, int timeout_ms);
     int receive_rest(unsigned char* buf, int* len, unsigned int timeout_ms);
     void drop_continuation(int timeout_ms);
