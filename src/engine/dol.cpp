@@ -5,6 +5,7 @@
 #include "qaven/qaven.h"
 
 #include <algorithm>
+#include <array>
 #include <optional>
 
 namespace qaven::dol {
@@ -30,22 +31,22 @@ struct ParsedEntry {
 };
 
 ParsedEntry parse_entry(Bytes list) {
-    const auto tag_size = tlv::tag_size(list);
-    if (!tag_size) {
+    const std::size_t tag_size = tlv::tag_size(list);
+    if (tag_size == 0) {
         return {0, std::nullopt};
     }
-    const Bytes field = list.subspan(*tag_size);
+    const Bytes field = list.subspan(tag_size);
     const auto length = tlv::read_length(field);
     if (!length) {
         // A list that ends inside a two-byte length has no entry; inside any other it is bad.
         const bool two_byte = !field.empty() && field[0] == kTwoByteLength;
         return {two_byte ? 0 : static_cast<int>(QAVEN_NO_TAG), std::nullopt};
     }
-    const std::size_t size = *tag_size + length->field;
+    const std::size_t size = tag_size + length->field;
     if (size > kMaxEntrySize) {
         return {0, std::nullopt};
     }
-    return {0, Entry{list.first(*tag_size), length->value, size}};
+    return {0, Entry{list.first(tag_size), length->value, size}};
 }
 
 enum class Format : int {
@@ -58,14 +59,14 @@ enum class Format : int {
 Format format_of(Bytes tag, Bytes table) {
     std::size_t at = 0;
     while (at < table.size()) {
-        const auto size = tlv::tag_size(table.subspan(at));
-        if (!size || at + *size >= table.size()) {
+        const std::size_t size = tlv::tag_size(table.subspan(at));
+        if (size == 0 || at + size >= table.size()) {
             return Format::kUnknown;
         }
-        if (std::ranges::equal(tag, table.subspan(at, *size))) {
-            return static_cast<Format>(table[at + *size]);
+        if (std::ranges::equal(tag, table.subspan(at, size))) {
+            return static_cast<Format>(table[at + size]);
         }
-        at += *size + 1;
+        at += size + 1;
     }
     return Format::kUnknown;
 }
@@ -77,20 +78,79 @@ Bytes terminated_tag(Bytes tag) {
     return tag.first(static_cast<std::size_t>(zero - tag.begin()));
 }
 
-std::optional<Bytes> stored_value(Bytes tag, Bytes data, tlv::Extent extent,
-                                  std::size_t& declared) {
-    const auto at = tlv::find(tag, data, extent);
-    if (!at) {
+// A data object that answers an entry.
+struct Stored {
+    Bytes value;          // cut where the data ends
+    std::size_t declared; // length by its length field
+};
+
+// The data objects that answer a list, found without a walk for each of its entries. The first ones
+// are noted by their tags; a terminal's store has fewer than that.
+class Index {
+  public:
+    Index(Bytes data, tlv::Extent extent) : data_(data), extent_(extent) {
+        for (std::size_t noted = 0; noted < kMaxNoted && noted_ < data.size(); ++noted) {
+            const Bytes rest = data.subspan(noted_);
+            const std::size_t size = tlv::tag_size(rest, extent);
+            const auto step = size != 0 ? tlv::step(rest, size) : std::nullopt;
+            // Behind an object that cannot be read there is nothing to find.
+            noted_ = step ? noted_ + *step : data.size();
+            if (step) {
+                note(rest.first(size));
+            }
+        }
+    }
+
+    std::optional<Stored> find(Bytes tag) const {
+        if (tag.empty()) {
+            return std::nullopt;
+        }
+        const Bytes noted = slots_[slot(tag)];
+        if (!noted.empty()) {
+            return stored(static_cast<std::size_t>(noted.data() - data_.data()) + tag.size());
+        }
+        if (noted_ < data_.size()) {
+            if (const auto at = tlv::find(tag, data_.subspan(noted_), extent_)) {
+                return stored(noted_ + *at + tag.size());
+            }
+        }
         return std::nullopt;
     }
-    const std::size_t field = *at + tag.size();
-    const auto length = tlv::read_length(tlv::clipped(data, field, data.size()));
-    if (!length) {
-        return std::nullopt;
+
+  private:
+    static constexpr std::size_t kMaxNoted = 16;
+    static constexpr std::size_t kSlots = 32;
+
+    // The tag's place in slots_: where it is, or would be.
+    std::size_t slot(Bytes tag) const {
+        std::size_t at = tag.back() % kSlots;
+        while (!slots_[at].empty() && !tlv::same_tag(slots_[at], tag)) {
+            at = (at + 1) % kSlots;
+        }
+        return at;
     }
-    declared = length->value;
-    return tlv::clipped(data, field + length->field, length->value);
-}
+
+    // The first object of a tag counts.
+    void note(Bytes tag) {
+        Bytes& place = slots_[slot(tag)];
+        if (place.empty()) {
+            place = tag;
+        }
+    }
+
+    std::optional<Stored> stored(std::size_t field) const {
+        const auto length = tlv::read_length(tlv::clipped(data_, field, data_.size()));
+        if (!length) {
+            return std::nullopt;
+        }
+        return Stored{tlv::clipped(data_, field + length->field, length->value), length->value};
+    }
+
+    Bytes data_;
+    tlv::Extent extent_;
+    std::size_t noted_ = 0; // bytes of the data whose objects are noted
+    std::array<Bytes, kSlots> slots_{};
+};
 
 void place(Bytes value, std::size_t from, std::span<unsigned char> field) {
     std::ranges::copy(tlv::clipped(value, from, field.size()), field.begin());
@@ -98,24 +158,24 @@ void place(Bytes value, std::size_t from, std::span<unsigned char> field) {
 
 // Puts the stored value into the zeroed field that the card asks for. A value that the data cuts
 // short counts with its declared length, the missing bytes as zeros.
-void fill(std::span<unsigned char> field, Bytes value, std::size_t declared, Format format) {
+void fill(std::span<unsigned char> field, const Stored& stored, Format format) {
     if (format == Format::kUnknown || format == Format::kTemplate) {
         return;
     }
-    if (declared >= field.size()) {
+    if (stored.declared >= field.size()) {
         // Numeric values lose leading digits, all others trailing bytes.
-        const std::size_t from = format == Format::kNumeric ? declared - field.size() : 0;
-        place(value, from, field);
+        const std::size_t from = format == Format::kNumeric ? stored.declared - field.size() : 0;
+        place(stored.value, from, field);
         return;
     }
     if (format == Format::kNumeric) {
-        place(value, 0, field.subspan(field.size() - declared));
+        place(stored.value, 0, field.subspan(field.size() - stored.declared));
         return;
     }
     if (format == Format::kCompressedNumeric) {
-        std::ranges::fill(field.subspan(declared), static_cast<unsigned char>(0xFF));
+        std::ranges::fill(field.subspan(stored.declared), static_cast<unsigned char>(0xFF));
     }
-    place(value, 0, field.first(declared));
+    place(stored.value, 0, field.first(stored.declared));
 }
 
 } // namespace
@@ -125,6 +185,7 @@ Built build(Bytes data, Bytes list, std::span<unsigned char> out, tlv::Extent ex
     if (list.empty()) {
         return {QAVEN_EMPTY_DATA, 0};
     }
+    const Index index(data, extent);
     while (!list.empty()) {
         const auto parsed = parse_entry(list);
         if (!parsed.entry) {
@@ -139,10 +200,9 @@ Built build(Bytes data, Bytes list, std::span<unsigned char> out, tlv::Extent ex
         }
         const auto field = out.subspan(built.length, entry.requested);
         std::ranges::fill(field, static_cast<unsigned char>(0));
-        std::size_t declared = 0;
         const Bytes tag = terminated_tag(entry.tag);
-        if (const auto value = stored_value(tag, data, extent, declared)) {
-            fill(field, *value, declared, format_of(tag, gcTagName));
+        if (const auto stored = index.find(tag)) {
+            fill(field, *stored, static_cast<Format>(format_letter(tag)));
         }
         built.length += entry.requested;
     }
@@ -182,9 +242,9 @@ int qmcx_GetTaginDOL(const unsigned char* dol, int dollen, unsigned char* tagout
 int qmcx_findtaginDOL(const unsigned char* tag, int taglen, const unsigned char* dol, int dollen) {
     const tlv::Bytes wanted = host_bytes(tag, taglen);
     tlv::Bytes list = host_bytes(dol, dollen);
-    while (const auto size = tlv::tag_size(list)) {
+    while (const std::size_t size = tlv::tag_size(list)) {
         // A tag that matches counts also where the list ends before its length.
-        if (std::ranges::equal(wanted, list.first(*size))) {
+        if (std::ranges::equal(wanted, list.first(size))) {
             return 0;
         }
         const auto parsed = dol::parse_entry(list);
@@ -198,19 +258,10 @@ int qmcx_findtaginDOL(const unsigned char* tag, int taglen, const unsigned char*
 
 int qmcx_BuildDOL(unsigned char* data, int datalen, const unsigned char* dol, int dollen,
                   unsigned char* out, int* outlen) {
-    // A host's buffer holds what its list asks for, so the sum of the list is its size.
-    const tlv::Bytes list = host_bytes(dol, dollen);
-    std::size_t sum = 0;
-    for (tlv::Bytes rest = list; !rest.empty();) {
-        const auto parsed = dol::parse_entry(rest);
-        if (!parsed.entry) {
-            break;
-        }
-        sum += parsed.entry->requested;
-        rest = rest.subspan(parsed.entry->size);
-    }
+    // A host's buffer holds what its list asks for.
     const tlv::HostBuffer values = tlv::host_buffer(data, datalen);
-    const auto built = dol::build(values.bytes, list, std::span(out, sum), values.extent);
+    const auto built = dol::build(values.bytes, host_bytes(dol, dollen),
+                                  std::span(out, tlv::kUnknownSize), values.extent);
     *outlen = static_cast<int>(built.length);
     return built.result;
 }

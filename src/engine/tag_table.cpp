@@ -1,9 +1,14 @@
 // The data formats of the tags that cards ask for in their data object lists.
 #include "engine/tag_table.h"
 
+#include "engine/tlv.h"
+
+#include <array>
+#include <cstddef>
+
 // The first entry of a tag wins, so the order and the second 9F53 matter to lookups.
 // clang-format off
-const unsigned char gcTagName[kTagTableSize] = {
+constexpr unsigned char gcTagName[kTagTableSize] = {
     0x04, 'g', 0x17, 'b', 0x18, 'b', 0x19, 'b', 0x1A, 'b', 0x1B, 'b', 0x4F, 'v', 0x50, 'a',
     0x51, 'b', 0x57, 'b', 0x5A, 'c', 0x5D, 'c', 0x5F, 0x20, 'a', 0x5F, 0x24, 'n',
     0x5F, 0x25, 'n', 0x5F, 0x28, 'n', 0x5F, 0x2A, 'n', 0x5F, 0x2D, 'a', 0x5F, 0x30, 'n',
@@ -35,3 +40,47 @@ const unsigned char gcTagName[kTagTableSize] = {
     0xBF, 0x0C, 't', 0xC1, 'v', 0xC2, 'v', 0xDF, 0x69, 'n',
 };
 // clang-format on
+
+namespace qaven {
+
+namespace {
+
+// The letters of gcTagName where a tag's own bytes find them. Two-byte tags begin with three bits
+// of their own and five ones: the bits are the row, the second byte is the column.
+class Letters {
+  public:
+    consteval Letters() {
+        std::size_t at = 0;
+        while (at < kTagTableSize) {
+            const std::size_t size = tlv::starts_multi_byte_tag(gcTagName[at]) ? 2 : 1;
+            const std::span tag(gcTagName + at, size);
+            unsigned char& letter = rows_[row(tag)][tag.back()];
+            if (letter == 0) {
+                letter = gcTagName[at + size];
+            }
+            at += size + 1;
+        }
+    }
+
+    constexpr unsigned char of(tlv::Bytes tag) const { return rows_[row(tag)][tag.back()]; }
+
+  private:
+    static constexpr std::size_t kOneByteTags = 8;
+
+    static constexpr std::size_t row(tlv::Bytes tag) {
+        return tag.size() == 1 ? kOneByteTags : tag[0] >> 5U;
+    }
+
+    std::array<std::array<unsigned char, 256>, kOneByteTags + 1> rows_{};
+};
+
+constexpr Letters kLetters;
+
+} // namespace
+
+unsigned char format_letter(tlv::Bytes tag) {
+    const bool in_form = tag.size() == 1 || (tag.size() == 2 && tlv::starts_multi_byte_tag(tag[0]));
+    return in_form ? kLetters.of(tag) : 0;
+}
+
+} // namespace qaven

@@ -9,18 +9,6 @@ namespace qaven::tlv {
 
 namespace {
 
-constexpr unsigned char kPadding = 0xFF;
-constexpr unsigned char kEndOfList = 0x00;
-constexpr unsigned char kConstructed = 0x20;
-constexpr unsigned char kMultiByteTag = 0x1F;
-constexpr unsigned char kTagContinues = 0x80;
-constexpr unsigned char kOneByteLength = 0x81;
-constexpr unsigned char kTwoByteLength = 0x82;
-
-bool starts_multi_byte_tag(unsigned char first) {
-    return (first & kMultiByteTag) == kMultiByteTag;
-}
-
 struct Place {
     std::size_t offset; // of the value
     std::size_t length; // declared
@@ -64,71 +52,22 @@ HostBuffer host_buffer(const unsigned char* buf, int buflen) {
     return {{buf, static_cast<std::size_t>(buflen)}, Extent::kBounded};
 }
 
-Bytes clipped(Bytes data, std::size_t offset, std::size_t length) {
-    const std::size_t from = std::min(offset, data.size());
-    return data.subspan(from, std::min(length, data.size() - from));
-}
-
-std::optional<std::size_t> tag_size(Bytes data, Extent extent) {
-    const bool terminated = extent == Extent::kZeroTerminated;
-    if (data.empty() || data[0] == kPadding || (terminated && data[0] == kEndOfList)) {
-        return std::nullopt;
-    }
-    if (!starts_multi_byte_tag(data[0])) {
-        return 1;
-    }
-    for (std::size_t at = 1; at < data.size(); ++at) {
-        // In a zero-terminated list the second byte always ends the tag.
-        if (terminated) {
-            return at + 1;
-        }
-        if (data[at] == kPadding) {
-            return std::nullopt;
-        }
-        if ((data[at] & kTagContinues) == 0) {
-            return at + 1;
-        }
-    }
-    return std::nullopt;
-}
-
-std::optional<Length> read_length(Bytes data) {
-    if (data.empty()) {
-        return std::nullopt;
-    }
-    // No other long form exists here: 80, 83 and 84 are the lengths 128, 131 and 132.
-    if (data[0] == kTwoByteLength) {
-        if (data.size() < 3) {
-            return std::nullopt;
-        }
-        return Length{static_cast<std::size_t>(data[1]) << 8U | data[2], 3};
-    }
-    if (data[0] == kOneByteLength) {
-        if (data.size() < 2) {
-            return std::nullopt;
-        }
-        return Length{data[1], 2};
-    }
-    return Length{data[0], 1};
-}
-
 std::optional<std::size_t> find(Bytes tag, Bytes data, Extent extent) {
     std::size_t at = 0;
     while (at < data.size()) {
         const Bytes rest = data.subspan(at);
-        const auto size = tag_size(rest, extent);
-        if (!size) {
+        const std::size_t size = tag_size(rest, extent);
+        if (size == 0) {
             return std::nullopt;
         }
-        if (std::ranges::equal(tag, rest.first(*size))) {
+        if (same_tag(tag, rest.first(size))) {
             return at;
         }
-        const auto length = read_length(rest.subspan(*size));
-        if (!length) {
+        const auto next = step(rest, size);
+        if (!next) {
             return std::nullopt;
         }
-        const bool constructed = (rest[0] & kConstructed) != 0;
-        at += *size + length->field + (constructed ? 0 : length->value);
+        at += *next;
     }
     return std::nullopt;
 }

@@ -6,6 +6,7 @@
 
 #include "support/export.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -56,11 +57,46 @@ struct HostBuffer {
     Extent extent;
 };
 
+constexpr unsigned char kPadding = 0xFF;
+constexpr unsigned char kEndOfList = 0x00;
+constexpr unsigned char kConstructed = 0x20;
+constexpr unsigned char kMultiByteTag = 0x1F;
+constexpr unsigned char kTagContinues = 0x80;
+constexpr unsigned char kOneByteLength = 0x81;
+constexpr unsigned char kTwoByteLength = 0x82;
+
+constexpr bool starts_multi_byte_tag(unsigned char first) {
+    return (first & kMultiByteTag) == kMultiByteTag;
+}
+
 HostBuffer host_buffer(const unsigned char* buf, int buflen);
 
-// The byte count of the tag at the start of data; nothing for padding (FF) or a tag that runs past
-// the end.
-std::optional<std::size_t> tag_size(Bytes data, Extent extent = Extent::kBounded);
+// What a walk does at every data object is inline.
+
+// The byte count of the tag at the start of data; 0 for padding (FF) or a tag that runs past the
+// end.
+inline std::size_t tag_size(Bytes data, Extent extent = Extent::kBounded) {
+    const bool terminated = extent == Extent::kZeroTerminated;
+    if (data.empty() || data[0] == kPadding || (terminated && data[0] == kEndOfList)) {
+        return 0;
+    }
+    if (!starts_multi_byte_tag(data[0])) {
+        return 1;
+    }
+    for (std::size_t at = 1; at < data.size(); ++at) {
+        // In a zero-terminated list the second byte always ends the tag.
+        if (terminated) {
+            return at + 1;
+        }
+        if (data[at] == kPadding) {
+            return 0;
+        }
+        if ((data[at] & kTagContinues) == 0) {
+            return at + 1;
+        }
+    }
+    return 0;
+}
 
 struct Length {
     std::size_t value; // what the field says
@@ -68,7 +104,42 @@ struct Length {
 };
 
 // The length field at the start of data; nothing when data ends inside it.
-std::optional<Length> read_length(Bytes data);
+inline std::optional<Length> read_length(Bytes data) {
+    if (data.empty()) {
+        return std::nullopt;
+    }
+    // No other long form exists here: 80, 83 and 84 are the lengths 128, 131 and 132.
+    if (data[0] == kTwoByteLength) {
+        if (data.size() < 3) {
+            return std::nullopt;
+        }
+        return Length{static_cast<std::size_t>(data[1]) << 8U | data[2], 3};
+    }
+    if (data[0] == kOneByteLength) {
+        if (data.size() < 2) {
+            return std::nullopt;
+        }
+        return Length{data[1], 2};
+    }
+    return Length{data[0], 1};
+}
+
+// From the object at the start of data, whose tag has tag_size bytes, to the next one in depth
+// first order; nothing when its length field cannot be read.
+inline std::optional<std::size_t> step(Bytes data, std::size_t tag_size) {
+    const auto length = read_length(data.subspan(tag_size));
+    if (!length) {
+        return std::nullopt;
+    }
+    const bool constructed = (data[0] & kConstructed) != 0;
+    return tag_size + length->field + (constructed ? 0 : length->value);
+}
+
+// Nearly all tags have one byte or two, and most of the two-byte ones begin with the same.
+inline bool same_tag(Bytes tag, Bytes other) {
+    return tag.size() == other.size() && tag.back() == other.back() &&
+           tag.front() == other.front() && (tag.size() <= 2 || std::ranges::equal(tag, other));
+}
 
 // Where tag stands in data.
 std::optional<std::size_t> find(Bytes tag, Bytes data, Extent extent = Extent::kBounded);
@@ -79,6 +150,9 @@ std::optional<std::size_t> extract(Bytes tag, Bytes data, std::span<unsigned cha
                                    Extent extent = Extent::kBounded);
 
 // The part of data that a value of the given length at the given place has.
-Bytes clipped(Bytes data, std::size_t offset, std::size_t length);
+inline Bytes clipped(Bytes data, std::size_t offset, std::size_t length) {
+    const std::size_t from = std::min(offset, data.size());
+    return data.subspan(from, std::min(length, data.size() - from));
+}
 
 } // namespace qaven::tlv

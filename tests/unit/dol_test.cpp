@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <set>
+#include <span>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -102,6 +104,18 @@ TEST(FormatTable, HasNoLetterForOtherTags) {
     for (const std::string_view tag : {"DF60", "9F", "9F0C", "DF", "00", "FF", "5F", "9F8101"}) {
         EXPECT_EQ(format_of(tag), 0) << tag;
     }
+}
+
+TEST(FormatTable, IsKnownToTheEngineByEveryTag) {
+    for (unsigned int value = 0; value <= 0xFFFF; ++value) {
+        const Bytes pair{static_cast<std::uint8_t>(value >> 8U), static_cast<std::uint8_t>(value)};
+        const auto look_up = [&](std::size_t size) {
+            return qmcx_GetTagType(pair.data(), static_cast<int>(size), gcTagName, kTagTableSize);
+        };
+        ASSERT_EQ(qaven::format_letter(pair), look_up(2)) << hex(pair);
+        ASSERT_EQ(qaven::format_letter(std::span(pair).first(1)), look_up(1)) << hex(pair);
+    }
+    EXPECT_EQ(qaven::format_letter(bytes("9F0201")), 0);
 }
 
 TEST(FormatTable, OfAHostMayHaveLongerTags) {
@@ -368,6 +382,28 @@ TEST(ValueString, HasEveryEntryInTheListsOrder) {
               "0156"
               "00"
               "11223344");
+}
+
+// Every primitive tag of the table, each with another value and a second time with FF behind all of
+// them, and a list that asks for them backwards.
+TEST(ValueString, HasTheFirstValueOfEachOfManyTags) {
+    std::string list;
+    std::string firsts;
+    std::string seconds;
+    std::string expected;
+    std::set<std::string> seen;
+    for (const TagFormat& format : tag_formats()) {
+        if ((bytes(format.tag).front() & 0x20) == 0 && seen.insert(format.tag).second) {
+            const std::string value = hex(Bytes{static_cast<std::uint8_t>(seen.size())});
+            list.insert(0, format.tag + "01");
+            firsts += format.tag + "01" + value;
+            seconds += format.tag + "01FF";
+            expected.insert(0, value);
+        }
+    }
+    ASSERT_GT(seen.size(), 100U);
+    EXPECT_EQ(values(list, firsts + seconds, seen.size()), expected);
+    EXPECT_EQ(answer(list, firsts + seconds + "00", seen.size(), true).values, expected);
 }
 
 TEST(ValueString, HasNothingForAnEntryThatAsksForNothing) {
