@@ -51,16 +51,17 @@ Outcome transact(const std::string& issuer, bool may_repeat = true) {
     for (const auto& [letter, value] : card.fields) {
         tell(qaven::field_name(letter), value);
     }
-    const std::string counter = qaven::data_object(card.authorisation.arqc, "9F36");
-    tell("transaction", counter + card.failure);
-    const std::string reply = run(issuer + " authorise " + card.authorisation.arqc).value_or("");
-    if (reply.size() < 4) {
+    const qaven::Authorisation& request = card.authorisation;
+    const std::string counter = qaven::data_object(request.arqc, "9F36");
+    tell(counter.empty() ? "no card was read" : "transaction", counter + card.failure);
+    const auto reply = counter.empty() ? std::nullopt : run(issuer + " authorise " + request.arqc);
+    if (!reply) {
         return failed;
     }
-    const bool approved = reply.substr(0, 2) == "00";
-    tell("response code", reply.substr(0, 2));
-    const auto end = library.complete(
-        {transaction, card.authorisation.application_data, reply.substr(3), approved});
+    const bool approved = reply->substr(0, 2) == "00";
+    tell("response code", reply->substr(0, 2));
+    const auto end =
+        library.complete({transaction, request.application_data, reply->substr(3), approved});
     tell("TC", end.tc);
     tell("script result", end.script_result);
     const bool accepted = end.tc.empty() || run(issuer + " settle " + end.tc);
@@ -70,8 +71,7 @@ Outcome transact(const std::string& issuer, bool may_repeat = true) {
         return logged == false && may_repeat ? transact(issuer, false) : failed;
     }
     tell(qaven::field_name('K'), library.read_card({"|K", application}).fields['K']);
-    const Outcome outcome = approved ? paid : declined;
-    return accepted && logged == approved ? outcome : failed;
+    return accepted && logged == approved ? (approved ? paid : declined) : failed;
 }
 
 int main(int argc, char** argv) {
