@@ -1,0 +1,49 @@
+// AIDs, and the end of an operation that failed.
+#include "applications.h"
+
+#include "bus.h"
+#include "library.h"
+#include "qaven/qaven.h"
+
+namespace tool {
+
+namespace {
+
+constexpr const char* kAnyUnionPay = "A000000333";
+constexpr const char* kUsualAids = "A000000333|A000000333010101|A000000333010102";
+
+constexpr std::size_t kShortestAid = 10;
+constexpr std::size_t kLongestAid = 32;
+
+std::string checked(const std::string& aid) {
+    const bool digits = aid.find_first_not_of("0123456789ABCDEFabcdef") == std::string::npos;
+    if (!digits || aid.size() % 2 != 0 || aid.size() < kShortestAid || aid.size() > kLongestAid) {
+        throw UsageError("--aid takes 5 to 16 bytes in hexadecimal, not '" + aid + "'");
+    }
+    return aid;
+}
+
+} // namespace
+
+std::string aid_list(const Options& options) {
+    std::string list;
+    for (const std::string& aid : options.all(kAidList.name)) {
+        list += (list.empty() ? "" : "|") + checked(aid);
+    }
+    return list.empty() ? kUsualAids : list;
+}
+
+std::string one_aid(const Options& options) {
+    const auto aid = options.value(kOneAid.name);
+    return aid ? checked(*aid) : kAnyUnionPay;
+}
+
+Failure operation_failure(const std::string& what, int code) {
+    const Bus bus;
+    if (bus.readers(kCardReader).empty()) {
+        return {kNoReader, what + ": the reader has gone"};
+    }
+    return {kFailed, code == QAVEN_OK ? what : what + ": " + explained(code)};
+}
+
+} // namespace tool

@@ -1,0 +1,27 @@
+// Which application of the card an operation is for, and what to say when it fails.
+#pragma once
+
+#include "exit_status.h"
+#include "options.h"
+
+#include <string>
+
+namespace tool {
+
+inline constexpr Option kAidList{"--aid", "AID",
+                                 "an application to try, hexadecimal; may be given more than once\n"
+                                 "(any UnionPay application, then debit, then credit)"};
+
+inline constexpr Option kOneAid{"--aid", "AID",
+                                "the application, hexadecimal (the first of UnionPay's)"};
+
+// The AIDs given, or the usual ones, for a JSON key "AIDList" that takes a list.
+std::string aid_list(const Options& options);
+
+// The one AID given, or the prefix of UnionPay's.
+std::string one_aid(const Options& options);
+
+// "<what>: <why>". Looks at the bus again: a reader that was pulled out in the middle is kNoReader.
+Failure operation_failure(const std::string& what, int code);
+
+} // namespace tool

@@ -1,0 +1,76 @@
+// The USB bus, asked directly: which readers are there, and whether this user may have them.
+// Nothing is sent to a reader.
+#pragma once
+
+#include <libusb.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+struct ReaderKind {
+    std::uint16_t product;
+    const char* name;
+    const char* identifiers;
+    std::vector<int> interfaces; // what the library claims, in its order
+};
+
+extern const ReaderKind kCardReader;
+extern const ReaderKind kIdentityCardReader;
+
+enum class Access {
+    kOpen,   // may be opened
+    kDenied, // not by this user
+    kFailed, // neither; see error
+};
+
+enum class Holder {
+    kNobody,
+    kDriver, // a driver of the kernel; the library takes the interface from it
+    kProgram,
+    kUnknown, // the reader cannot be asked; see error
+};
+
+struct Interface {
+    int number;
+    Holder holder = Holder::kNobody;
+    int error = 0; // libusb's
+};
+
+struct Reader {
+    int bus;
+    int address;
+    Access access;
+    int error; // libusb's, when it cannot be opened
+    std::vector<Interface> interfaces;
+
+    // The device node, "/dev/bus/usb/001/002".
+    std::string node() const;
+};
+
+class Bus {
+  public:
+    Bus();
+    ~Bus();
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+
+    // libusb's reason for not starting; 0 when it did.
+    int error() const { return error_; }
+
+    std::vector<Reader> readers(const ReaderKind& kind) const;
+
+  private:
+    libusb_context* context_ = nullptr;
+    int error_;
+};
+
+// Throws a Failure with kNoReader unless there is a reader that may be used.
+void require_reader(const ReaderKind& kind);
+
+// The same for the bank-card reader, and kNoCard unless one of its slots holds a card.
+void require_card();
+
+} // namespace tool

@@ -1,0 +1,160 @@
+// The sentences.
+#include "diagnosis.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+namespace tool {
+
+namespace {
+
+std::string octal(unsigned mode) {
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "%04o", mode);
+    return text.data();
+}
+
+std::string hex(const std::vector<unsigned char>& bytes) {
+    std::string text;
+    for (const unsigned byte : bytes) {
+        std::array<char, 4> digits{};
+        std::snprintf(digits.data(), digits.size(), "%02X", byte);
+        text += digits.data();
+    }
+    return text;
+}
+
+std::string joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) {
+        text += (text.empty() ? "" : ", ") + word;
+    }
+    return text;
+}
+
+std::string slot_name(std::size_t at) {
+    return "slot " + std::to_string(kCardReader.interfaces.at(at));
+}
+
+Finding judge_slot(const std::string& name, const Slot& slot) {
+    switch (slot.state) {
+    case SlotState::kEmpty:
+        return {Verdict::kNote, name + " is empty"};
+    case SlotState::kSilent:
+        return {Verdict::kProblem, name + ": the reader does not answer",
+                "unplug the reader, plug it in again, and try another port if it stays silent",
+                kFailed};
+    case SlotState::kCard:
+        break;
+    }
+    if (slot.answer_to_reset.empty()) {
+        return {Verdict::kProblem, name + " holds a card that does not answer to reset",
+                "turn the card round, chip first and upwards; clean its contacts; try another card",
+                kFailed};
+    }
+    return {Verdict::kOk, name + " holds a card, which answers " + hex(slot.answer_to_reset)};
+}
+
+} // namespace
+
+Finding judge_library(const std::string& version, int libusb_error) {
+    if (libusb_error != 0) {
+        return {Verdict::kProblem,
+                "libusb " + version + " cannot start: " + libusb_strerror(libusb_error),
+                "this machine shows no USB bus; in a container or a virtual machine, hand it\n"
+                "/dev/bus/usb or the reader",
+                kNoReader};
+    }
+    return {Verdict::kOk, "libusb " + version};
+}
+
+Finding judge_presence(const ReaderKind& kind, const std::vector<Reader>& readers) {
+    const std::string name = std::string(kind.name) + " (" + kind.identifiers + ")";
+    if (readers.size() > 1) {
+        return {Verdict::kNote, std::to_string(readers.size()) + " of the " + name +
+                                    " are on the bus; the first is used, at " +
+                                    readers.front().node()};
+    }
+    if (readers.size() == 1) {
+        return {Verdict::kOk, name + " at " + readers.front().node()};
+    }
+    if (&kind == &kIdentityCardReader) {
+        return {Verdict::kNote, "no " + name + " on the bus; only 'qaven idcard' needs one"};
+    }
+    return {Verdict::kProblem, "no " + name + " on the bus",
+            "plug it in, or try another cable and port; 'lsusb -d 2f7a:' lists what the kernel\n"
+            "sees. Without a reader: qaven-virtual-reader run -- qaven doctor",
+            kNoReader};
+}
+
+Finding judge_access(const ReaderKind& kind, const Reader& reader, const Permissions& permissions) {
+    const std::string name(kind.name);
+    if (reader.access == Access::kOpen) {
+        return {Verdict::kOk, "this user may open the " + name};
+    }
+    if (reader.access == Access::kFailed) {
+        return {Verdict::kProblem,
+                "the " + name + " cannot be opened: " + libusb_strerror(reader.error),
+                "unplug the reader and plug it in again", kNoReader};
+    }
+    Finding finding{Verdict::kProblem, "this user may not open the " + name, {}, kNoReader};
+    if (permissions.mode != 0) {
+        finding.sentence += ": " + permissions.node + " belongs to " + permissions.owner + ":" +
+                            permissions.group + ", mode " + octal(permissions.mode);
+    }
+    constexpr unsigned group_may_write = 0020;
+    if (!permissions.rule) {
+        finding.advice = "install the udev rule 70-qaven.rules and plug the reader in again";
+    } else if ((permissions.mode & group_may_write) != 0 && !permissions.in_group &&
+               permissions.group != "root") {
+        finding.advice = "join the group " + permissions.group +
+                         ", or work at the machine itself:\n" +
+                         "the udev rule admits the user who is logged in there";
+    } else {
+        finding.advice =
+            "the udev rule admits the user who is logged in at the machine, not one who\n"
+            "came over the network; plug the reader in again if the rule is newer";
+    }
+    return finding;
+}
+
+Finding judge_interface(const ReaderKind& kind, const Interface& interface,
+                        const std::vector<std::string>& programs) {
+    const std::string name =
+        "interface " + std::to_string(interface.number) + " of the " + kind.name;
+    switch (interface.holder) {
+    case Holder::kNobody:
+        return {Verdict::kOk, name + " is free"};
+    case Holder::kDriver:
+        return {Verdict::kNote,
+                name + " has a driver of the kernel; the library takes it from the driver"};
+    case Holder::kProgram:
+        return {Verdict::kProblem, name + " is held by another program",
+                programs.empty()
+                    ? "end it; pcscd and other host programs come into question. As root,\n"
+                      "'qaven doctor' sees the processes of all users"
+                    : "end " + joined(programs),
+                kNoReader};
+    case Holder::kUnknown:
+        break;
+    }
+    return {Verdict::kProblem, name + " cannot be had: " + libusb_strerror(interface.error),
+            "unplug the reader and plug it in again", kNoReader};
+}
+
+std::vector<Finding> judge_slots(const std::vector<Slot>& slots) {
+    std::vector<Finding> findings;
+    for (std::size_t i = 0; i < slots.size(); ++i) {
+        findings.push_back(judge_slot(slot_name(i), slots[i]));
+    }
+    const bool empty = std::ranges::all_of(
+        slots, [](const Slot& slot) { return slot.state == SlotState::kEmpty; });
+    if (empty) {
+        findings.push_back({Verdict::kProblem, "no card in the reader",
+                            "put one in, chip first and upwards, until it stops", kNoCard});
+    }
+    return findings;
+}
+
+} // namespace tool

@@ -1,0 +1,48 @@
+// What the doctor makes of what it sees: a finding is a sentence, and what to do about it.
+#pragma once
+
+#include "bus.h"
+#include "exit_status.h"
+#include "slots.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+enum class Verdict {
+    kOk,
+    kNote,    // worth knowing, in nobody's way
+    kProblem, // has to be seen to
+};
+
+struct Finding {
+    Verdict verdict;
+    std::string sentence;
+    std::string advice = {};   // what to do; may be empty
+    ExitStatus status = kFine; // the command's, when it is a problem
+};
+
+// What stands between a user and a device node.
+struct Permissions {
+    std::string node;
+    std::string owner;
+    std::string group;
+    unsigned mode = 0;     // the permission bits; 0 when the node cannot be looked at
+    bool rule = false;     // the udev rule of this package is installed
+    bool in_group = false; // the user belongs to the node's group
+};
+
+Finding judge_library(const std::string& version, int libusb_error);
+Finding judge_presence(const ReaderKind& kind, const std::vector<Reader>& readers);
+Finding judge_access(const ReaderKind& kind, const Reader& reader, const Permissions& permissions);
+
+// Programs: those seen to hold the node, "name (process 123)".
+Finding judge_interface(const ReaderKind& kind, const Interface& interface,
+                        const std::vector<std::string>& programs);
+
+// The slots in the order in which the library looks into them.
+std::vector<Finding> judge_slots(const std::vector<Slot>& slots);
+
+} // namespace tool

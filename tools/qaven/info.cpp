@@ -1,0 +1,120 @@
+// qaven info: the card's information, each field under its name.
+#include "amount.h"
+#include "applications.h"
+#include "bus.h"
+#include "card_text.h"
+#include "exit_status.h"
+#include "library.h"
+#include "moment.h"
+#include "options.h"
+#include "qaven/qaven.h"
+#include "terminal.h"
+#include "verbs.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+namespace tool {
+
+namespace {
+
+constexpr const char* kAllLetters = "|A|B|C|D|E|F|G|H|I|J|K|L|M|N|O";
+
+Syntax syntax() {
+    return {"info",
+            "[OPTIONS]",
+            "Reads the card in the reader and shows what it says about itself.",
+            {kAidList, kJson, kShowPan, kQuiet},
+            {}};
+}
+
+struct Shown {
+    char letter;
+    const char* label;
+};
+
+constexpr std::array kShown{
+    Shown{'A', "card number"},
+    Shown{'J', "card sequence number"},
+    Shown{'I', "expires"},
+    Shown{'B', "cardholder"},
+    Shown{'C', "ID type"},
+    Shown{'D', "ID number"},
+    Shown{'E', "track 2"},
+    Shown{'F', "track 1 discretionary data"},
+    Shown{'G', "electronic cash balance"},
+    Shown{'H', "electronic cash limit"},
+    Shown{'K', "electronic cash single limit"},
+    Shown{'L', "issuer's data DF20"},
+    Shown{'M', "issuer's data DF21"},
+    Shown{'N', "issuer's data DF22"},
+    Shown{'O', "issuer's data DF23"},
+};
+
+constexpr std::array kIdTypes{"identity card", "officer's card",          "passport",
+                              "entry permit",  "temporary identity card", "other"};
+
+std::string id_type(const std::string& digits) {
+    const bool known = digits.size() == 2 && digits[0] == '0' && digits[1] >= '0' &&
+                       static_cast<std::size_t>(digits[1] - '0') < kIdTypes.size();
+    return known ? kIdTypes.at(static_cast<std::size_t>(digits[1] - '0')) + (" (" + digits + ")")
+                 : digits;
+}
+
+std::string in_words(char letter, const std::string& value, bool show_pan) {
+    switch (letter) {
+    case 'A':
+        return show_pan ? value : masked_pan(value);
+    case 'C':
+        return id_type(value);
+    case 'D':
+        return show_pan ? to_utf8(value) : masked_number(to_utf8(value));
+    case 'E':
+        return show_pan ? value : masked_track2(value, '=');
+    case 'G':
+    case 'H':
+    case 'K':
+        return format_amount(value, Currency::named("CNY"));
+    case 'I':
+        return format_date(value);
+    default:
+        return to_utf8(value);
+    }
+}
+
+void print_information(std::string_view text, bool show_pan) {
+    const std::vector<LetterFields> records = letter_records(text);
+    const LetterFields fields = records.empty() ? LetterFields() : records.front();
+    for (const auto& [letter, label] : kShown) {
+        const auto field = fields.find(letter);
+        const bool there = field != fields.end() && !field->second.empty();
+        print_field(label, there ? in_words(letter, field->second, show_pan) : "-");
+    }
+}
+
+} // namespace
+
+int info_command(Arguments arguments) {
+    const auto options = read_options(syntax(), arguments);
+    if (!options) {
+        return kFine;
+    }
+    require_card();
+    say_waiting(options->has(kQuiet.name), "the card in the reader");
+    const Answer answer = ask_library(QAVEN_getICCardInfo, {{"TagList", kAllLetters},
+                                                            {"AIDList", aid_list(*options)},
+                                                            {"aryInput", ""},
+                                                            {"isReadArqc", "false"}});
+    if (answer.code != QAVEN_OK) {
+        throw operation_failure("the card could not be read", answer.code);
+    }
+    if (options->has(kJson.name)) {
+        std::puts(answer.json.c_str());
+    } else {
+        print_information(answer.text("IcInfo"), options->has(kShowPan.name));
+    }
+    return kFine;
+}
+
+} // namespace tool

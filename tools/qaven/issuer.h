@@ -1,0 +1,26 @@
+// The way to the issuer: at a counter a line to the bank's host, here a command, or somebody who
+// types the answer.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tool {
+
+struct IssuerAnswer {
+    std::string response_code; // two characters
+    std::string response;      // for the card, in hex: tag 91, script templates
+
+    bool approved() const;
+};
+
+// "00 910A...": response code and response in hex, or the response alone, whose tag 91 then holds
+// the code. Throws a Failure for anything else.
+IssuerAnswer parse_issuer_answer(std::string_view line);
+
+// Runs a shell command with the request and a newline on its standard input, and takes the first
+// line that it prints. "-" for the command: the request goes nowhere, the line comes from standard
+// input. Throws a Failure when there is no answer.
+IssuerAnswer ask_issuer(const std::string& command, const std::string& field55);
+
+} // namespace tool

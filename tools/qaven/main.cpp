@@ -1,0 +1,107 @@
+// qaven: the library's operations on the command line. Finds the verb and turns what goes wrong in
+// it into a sentence and an exit status.
+#include "exit_status.h"
+#include "terminal.h"
+#include "verbs.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+struct Verb {
+    std::string_view name;
+    std::string_view purpose;
+    int (*run)(tool::Arguments arguments);
+};
+
+constexpr std::array verbs{
+    Verb{"info", "what the card in the reader says about itself", tool::info_command},
+    Verb{"arqc", "ask the card for an authorisation request (ARQC)", tool::arqc_command},
+    Verb{"arpc", "hand an issuer's answer to the card", tool::arpc_command},
+    Verb{"log", "the card's log of its transactions", tool::log_command},
+    Verb{"loadlog", "the card's log of electronic-cash loads", tool::loadlog_command},
+    Verb{"idcard", "read the identity card on the identity-card reader", tool::idcard_command},
+    Verb{"doctor", "find out why reader or card do not work", tool::doctor_command},
+};
+
+constexpr const char* kEpilogue =
+    "\n"
+    "'qaven VERB --help' lists the options of a verb; qaven(1) is the manual.\n"
+    "\n"
+    "The library writes a trace, Qm_ic.log, into the working directory. It holds card numbers.\n"
+    "Its progress lines are off; QAVEN_DIAGNOSTICS=stderr shows them.\n"
+    "\n"
+    "exit status: 0 fine, 1 the operation failed, 2 wrong usage, 3 no reader that could be used,\n"
+    "4 no card, 5 the transaction was declined\n";
+
+void print_help() {
+    std::fputs("usage: qaven VERB [OPTIONS]\n"
+               "       qaven --help | --version\n\n",
+               stdout);
+    for (const Verb& verb : verbs) {
+        std::printf("  %-9s %s\n", std::string(verb.name).c_str(),
+                    std::string(verb.purpose).c_str());
+    }
+    std::fputs(kEpilogue, stdout);
+}
+
+int misused(std::string_view command, const std::string& sentence) {
+    const std::string name(command);
+    std::fprintf(stderr, "%s: %s\n'%s --help' tells what it takes.\n", name.c_str(),
+                 tool::printable(sentence).c_str(), name.c_str());
+    return tool::kUsage;
+}
+
+int run(const Verb& verb, tool::Arguments arguments) {
+    const std::string command = "qaven " + std::string(verb.name);
+    try {
+        return verb.run(arguments);
+    } catch (const tool::UsageError& error) {
+        return misused(command, error.what());
+    } catch (const tool::Failure& failure) {
+        std::fprintf(stderr, "%s: %s\n", command.c_str(), failure.what());
+        return failure.status();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s: %s\n", command.c_str(), error.what());
+        return tool::kFailed;
+    }
+}
+
+int choose(tool::Arguments arguments) {
+    if (arguments.empty()) {
+        return misused("qaven", "a verb is missing");
+    }
+    const std::string_view name = arguments.front();
+    if (name == "--help" || name == "-h" || name == "help") {
+        print_help();
+        return tool::kFine;
+    }
+    if (name == "--version") {
+        std::puts("qaven " QAVEN_VERSION);
+        return tool::kFine;
+    }
+    const auto* const verb = std::ranges::find(verbs, name, &Verb::name);
+    if (verb == verbs.end()) {
+        return misused("qaven", "there is no verb '" + std::string(name) + "'");
+    }
+    return run(*verb, arguments.subspan(1));
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // Answers and the library's progress lines would mix on standard output.
+    setenv("QAVEN_DIAGNOSTICS", "off", 0);
+    const std::vector<std::string_view> arguments(std::next(argv, std::min(argc, 1)),
+                                                  std::next(argv, argc));
+    const int status = choose(arguments);
+    // What could not be written has not been said.
+    return std::fflush(stdout) == 0 ? status : static_cast<int>(tool::kFailed);
+}

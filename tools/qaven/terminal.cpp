@@ -1,0 +1,103 @@
+// Labelled fields, tables and colours.
+#include "terminal.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+
+namespace tool {
+
+namespace {
+
+constexpr std::size_t kLabelWidth = 32;
+
+bool wants_colours() {
+    const char* const refusal = std::getenv("NO_COLOR");
+    const char* const terminal = std::getenv("TERM");
+    return (refusal == nullptr || *refusal == '\0') && isatty(STDOUT_FILENO) == 1 &&
+           terminal != nullptr && std::string_view(terminal) != "dumb";
+}
+
+const char* escape_of(Colour colour) {
+    switch (colour) {
+    case Colour::kBold:
+        return "\033[1m";
+    case Colour::kGreen:
+        return "\033[32m";
+    case Colour::kRed:
+        return "\033[31m";
+    case Colour::kYellow:
+        return "\033[33m";
+    case Colour::kNone:
+        break;
+    }
+    return "";
+}
+
+std::string_view column_name(std::string_view name) {
+    return name.starts_with('>') ? name.substr(1) : name;
+}
+
+} // namespace
+
+std::string coloured(Colour colour, std::string_view text) {
+    static const bool wanted = wants_colours();
+    if (!wanted || colour == Colour::kNone) {
+        return std::string(text);
+    }
+    return escape_of(colour) + std::string(text) + "\033[0m";
+}
+
+std::string printable(std::string_view text) {
+    std::string shown(text);
+    std::ranges::replace_if(
+        shown,
+        [](char character) {
+            const auto byte = static_cast<unsigned char>(character);
+            return byte < 0x20 || byte == 0x7F;
+        },
+        '?');
+    return shown;
+}
+
+void print_field(std::string_view label, std::string_view value) {
+    std::string padded(label);
+    padded.resize(std::max(kLabelWidth, padded.size() + 1), ' ');
+    std::printf("%s%s\n", padded.c_str(), printable(value).c_str());
+}
+
+void print_heading(std::string_view text) {
+    std::puts(coloured(Colour::kBold, text).c_str());
+}
+
+void print_table(const std::vector<Row>& rows) {
+    const Row& names = rows.front();
+    std::vector<std::size_t> widths(names.size());
+    for (const Row& row : rows) {
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            widths[i] = std::max(widths[i], column_name(row[i]).size());
+        }
+    }
+    for (const Row& row : rows) {
+        std::string line;
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            const std::string cell = printable(&row == &names ? column_name(row[i]) : row[i]);
+            const std::string padding(widths[i] - std::min(widths[i], cell.size()), ' ');
+            line += i == 0 ? "" : "  ";
+            line += names[i].starts_with('>') ? padding + cell : cell + padding;
+        }
+        line.erase(line.find_last_not_of(' ') + 1);
+        std::puts(&row == &names ? coloured(Colour::kBold, line).c_str() : line.c_str());
+    }
+}
+
+void say_waiting(bool quiet, std::string_view what) {
+    if (!quiet) {
+        // What was printed before belongs before this line where both go to one place.
+        std::fflush(stdout);
+        std::fprintf(stderr, "qaven: waiting for %s ...\n", std::string(what).c_str());
+    }
+}
+
+} // namespace tool

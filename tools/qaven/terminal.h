@@ -1,0 +1,34 @@
+// What people see: labelled fields, tables, marks in colour, and the line that says what is being
+// waited for.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tool {
+
+enum class Colour { kNone, kBold, kGreen, kRed, kYellow };
+
+// The text in a colour when standard output is a terminal that wants colours (NO_COLOR).
+std::string coloured(Colour colour, std::string_view text);
+
+// UTF-8 text without its control characters, each shown as a question mark: a card or a command
+// line must not steer the terminal.
+std::string printable(std::string_view text);
+
+// "label   value"; "(not on this card)" and the like are the caller's words.
+void print_field(std::string_view label, std::string_view value);
+
+// A line over a group of fields.
+void print_heading(std::string_view text);
+
+// Columns as wide as their widest cell; the last may hold wide characters. The first row names the
+// columns. Columns whose name begins with '>' are aligned to the right.
+using Row = std::vector<std::string>;
+void print_table(const std::vector<Row>& rows);
+
+// "qaven: waiting for ..." on standard error.
+void say_waiting(bool quiet, std::string_view what);
+
+} // namespace tool
