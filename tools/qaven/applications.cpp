@@ -39,9 +39,11 @@ std::string one_aid(const Options& options) {
 }
 
 Failure operation_failure(const std::string& what, int code) {
-    const Bus bus;
-    if (bus.readers(kCardReader).empty()) {
+    if (Bus().readers(kCardReader).empty()) {
         return {kNoReader, what + ": the reader has gone"};
+    }
+    if (slots_are_empty()) {
+        return {kNoCard, what + ": the card was taken out"};
     }
     return {kFailed, code == QAVEN_OK ? what : what + ": " + explained(code)};
 }

@@ -21,7 +21,8 @@ std::string aid_list(const Options& options);
 // The one AID given, or the prefix of UnionPay's.
 std::string one_aid(const Options& options);
 
-// "<what>: <why>". Looks at the bus again: a reader that was pulled out in the middle is kNoReader.
+// "<what>: <why>". Looks at the reader again: one that was pulled out is kNoReader, a card that was
+// taken out kNoCard.
 Failure operation_failure(const std::string& what, int code);
 
 } // namespace tool

@@ -18,8 +18,7 @@ constexpr std::size_t kArpcDigits = 16;
 
 Syntax syntax() {
     return {
-        "arpc",
-        "--amount AMOUNT (--arpc HEX [--arc CC] [--script HEX]... | --response HEX) [OPTIONS]",
+        "arpc", "--amount AMOUNT (--arpc HEX | --response HEX) [OPTIONS]",
         "Hands an answer of the issuer to the card in the reader, behind an ARQC step of its own.",
         transaction_options({kArc, kArpc, kScript, kResponse}),
         "A card waits for its issuer's answer only as long as it is powered, and it is powered\n"

@@ -113,12 +113,15 @@ void require_reader(const ReaderKind& kind) {
     }
 }
 
+bool slots_are_empty() {
+    return std::ranges::all_of(kCardReader.interfaces, [](int interface) {
+        return look_into_slot(interface, Look::kStatus).state == SlotState::kEmpty;
+    });
+}
+
 void require_card() {
     require_reader(kCardReader);
-    const bool card = std::ranges::any_of(kCardReader.interfaces, [](int interface) {
-        return look_into_slot(interface, Look::kStatus).state != SlotState::kEmpty;
-    });
-    if (!card) {
+    if (slots_are_empty()) {
         throw Failure(kNoCard, "the reader holds no card");
     }
 }

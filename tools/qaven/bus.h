@@ -70,7 +70,11 @@ class Bus {
 // Throws a Failure with kNoReader unless there is a reader that may be used.
 void require_reader(const ReaderKind& kind);
 
-// The same for the bank-card reader, and kNoCard unless one of its slots holds a card.
+// True when the bank-card reader says that none of its slots holds a card.
+bool slots_are_empty();
+
+// The same as require_reader for the bank-card reader, and kNoCard unless one of its slots holds a
+// card.
 void require_card();
 
 } // namespace tool

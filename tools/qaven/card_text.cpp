@@ -17,8 +17,8 @@ namespace {
 constexpr std::size_t kFieldHead = 4;
 constexpr std::size_t kLengthDigits = 3;
 
-constexpr std::size_t kPanHead = 6;
-constexpr std::size_t kPanTail = 4;
+constexpr std::size_t kShownHead = 6;
+constexpr std::size_t kShownTail = 4;
 
 // The length of a track 2 without its padding may end in the character in front of 0 ("02/" after
 // "020"); it counts as -1.
@@ -101,10 +101,11 @@ std::string to_gbk(std::string_view utf8) {
     return text;
 }
 
-std::string masked_pan(std::string_view pan) {
-    std::string text(pan);
-    const std::size_t head = pan.size() > kPanHead + kPanTail ? kPanHead : 0;
-    const std::size_t tail = pan.size() > kPanHead + kPanTail ? kPanTail : 0;
+std::string masked_number(std::string_view number) {
+    std::string text(number);
+    const bool longer = number.size() > kShownHead + kShownTail;
+    const std::size_t head = longer ? kShownHead : 0;
+    const std::size_t tail = longer ? kShownTail : 0;
     std::fill(text.begin() + static_cast<std::ptrdiff_t>(head),
               text.end() - static_cast<std::ptrdiff_t>(tail), '*');
     return text;
@@ -112,18 +113,11 @@ std::string masked_pan(std::string_view pan) {
 
 std::string masked_track2(std::string_view track2, char separator) {
     const std::size_t at = track2.find(separator);
-    std::string text = masked_pan(track2.substr(0, at));
+    std::string text = masked_number(track2.substr(0, at));
     if (at != std::string_view::npos) {
         text += separator;
         text.append(track2.size() - at - 1, '*');
     }
-    return text;
-}
-
-std::string masked_number(std::string_view number) {
-    std::string text(number);
-    const std::size_t tail = number.size() > 2 * kPanTail ? kPanTail : 0;
-    std::fill(text.begin(), text.end() - static_cast<std::ptrdiff_t>(tail), '*');
     return text;
 }
 

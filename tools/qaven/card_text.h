@@ -21,12 +21,9 @@ std::string to_utf8(std::string_view gbk);
 // UTF-8 to GBK. Throws UsageError for what has no such form.
 std::string to_gbk(std::string_view utf8);
 
-// The first six and the last four digits of a card number, the others as asterisks; all of them
-// when it is too short for that. `separator` and what follows it (track 2) is hidden altogether.
-std::string masked_pan(std::string_view pan);
-std::string masked_track2(std::string_view track2, char separator);
-
-// All but the last four characters as asterisks.
+// The first six and the last four characters of a card or ID number, the others as asterisks; all
+// of them when it is too short for that. Of a track 2 nothing behind the separator is shown.
 std::string masked_number(std::string_view number);
+std::string masked_track2(std::string_view track2, char separator);
 
 } // namespace tool

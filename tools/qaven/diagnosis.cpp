@@ -56,6 +56,29 @@ Finding judge_slot(const std::string& name, const Slot& slot) {
     return {Verdict::kOk, name + " holds a card, which answers " + hex(slot.answer_to_reset)};
 }
 
+Finding judge_interface(const ReaderKind& kind, const Interface& interface,
+                        const std::vector<std::string>& programs) {
+    const std::string name =
+        "interface " + std::to_string(interface.number) + " of the " + kind.name;
+    switch (interface.holder) {
+    case Holder::kDriver:
+        return {Verdict::kNote,
+                name + " has a driver of the kernel; the library takes it from the driver"};
+    case Holder::kProgram:
+        return {Verdict::kProblem, name + " is held by another program",
+                programs.empty()
+                    ? "end it; pcscd and other host programs come into question. As root,\n"
+                      "'qaven doctor' sees the processes of all users"
+                    : "end " + joined(programs),
+                kNoReader};
+    case Holder::kNobody:
+    case Holder::kUnknown:
+        break;
+    }
+    return {Verdict::kProblem, name + " cannot be had: " + libusb_strerror(interface.error),
+            "unplug the reader and plug it in again", kNoReader};
+}
+
 } // namespace
 
 Finding judge_library(const std::string& version, int libusb_error) {
@@ -72,9 +95,8 @@ Finding judge_library(const std::string& version, int libusb_error) {
 Finding judge_presence(const ReaderKind& kind, const std::vector<Reader>& readers) {
     const std::string name = std::string(kind.name) + " (" + kind.identifiers + ")";
     if (readers.size() > 1) {
-        return {Verdict::kNote, std::to_string(readers.size()) + " of the " + name +
-                                    " are on the bus; the first is used, at " +
-                                    readers.front().node()};
+        return {Verdict::kNote, std::to_string(readers.size()) + " readers of one kind, " + name +
+                                    "; the first is used, at " + readers.front().node()};
     }
     if (readers.size() == 1) {
         return {Verdict::kOk, name + " at " + readers.front().node()};
@@ -119,28 +141,18 @@ Finding judge_access(const ReaderKind& kind, const Reader& reader, const Permiss
     return finding;
 }
 
-Finding judge_interface(const ReaderKind& kind, const Interface& interface,
-                        const std::vector<std::string>& programs) {
-    const std::string name =
-        "interface " + std::to_string(interface.number) + " of the " + kind.name;
-    switch (interface.holder) {
-    case Holder::kNobody:
-        return {Verdict::kOk, name + " is free"};
-    case Holder::kDriver:
-        return {Verdict::kNote,
-                name + " has a driver of the kernel; the library takes it from the driver"};
-    case Holder::kProgram:
-        return {Verdict::kProblem, name + " is held by another program",
-                programs.empty()
-                    ? "end it; pcscd and other host programs come into question. As root,\n"
-                      "'qaven doctor' sees the processes of all users"
-                    : "end " + joined(programs),
-                kNoReader};
-    case Holder::kUnknown:
-        break;
+std::vector<Finding> judge_interfaces(const ReaderKind& kind, const Reader& reader,
+                                      const std::vector<std::string>& programs) {
+    std::vector<Finding> findings;
+    for (const Interface& interface : reader.interfaces) {
+        if (interface.holder != Holder::kNobody) {
+            findings.push_back(judge_interface(kind, interface, programs));
+        }
     }
-    return {Verdict::kProblem, name + " cannot be had: " + libusb_strerror(interface.error),
-            "unplug the reader and plug it in again", kNoReader};
+    if (findings.empty() && !reader.interfaces.empty()) {
+        findings.push_back({Verdict::kOk, std::string("nobody else has the ") + kind.name});
+    }
+    return findings;
 }
 
 std::vector<Finding> judge_slots(const std::vector<Slot>& slots) {

@@ -38,9 +38,10 @@ Finding judge_library(const std::string& version, int libusb_error);
 Finding judge_presence(const ReaderKind& kind, const std::vector<Reader>& readers);
 Finding judge_access(const ReaderKind& kind, const Reader& reader, const Permissions& permissions);
 
-// Programs: those seen to hold the node, "name (process 123)".
-Finding judge_interface(const ReaderKind& kind, const Interface& interface,
-                        const std::vector<std::string>& programs);
+// Who has the interfaces of a reader; one finding when nobody has any. Programs: those seen to hold
+// its node, "name (process 123)".
+std::vector<Finding> judge_interfaces(const ReaderKind& kind, const Reader& reader,
+                                      const std::vector<std::string>& programs);
 
 // The slots in the order in which the library looks into them.
 std::vector<Finding> judge_slots(const std::vector<Slot>& slots);

@@ -149,10 +149,7 @@ bool examine_reader(const Bus& bus, const ReaderKind& kind, Report& report) {
     const Reader& reader = readers.front();
     report.add(judge_access(kind, reader, permissions_of(reader.node())));
     bool usable = reader.access == Access::kOpen;
-    for (const Interface& interface : reader.interfaces) {
-        const bool held = interface.holder == Holder::kProgram;
-        const Finding finding = judge_interface(
-            kind, interface, held ? programs_at(reader.node()) : std::vector<std::string>());
+    for (const Finding& finding : judge_interfaces(kind, reader, programs_at(reader.node()))) {
         report.add(finding);
         usable = usable && finding.verdict != Verdict::kProblem;
     }

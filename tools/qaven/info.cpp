@@ -65,7 +65,7 @@ std::string id_type(const std::string& digits) {
 std::string in_words(char letter, const std::string& value, bool show_pan) {
     switch (letter) {
     case 'A':
-        return show_pan ? value : masked_pan(value);
+        return show_pan ? value : masked_number(value);
     case 'C':
         return id_type(value);
     case 'D':
@@ -100,12 +100,12 @@ int info_command(Arguments arguments) {
     if (!options) {
         return kFine;
     }
+    const std::string aids = aid_list(*options);
     require_card();
     say_waiting(options->has(kQuiet.name), "the card in the reader");
-    const Answer answer = ask_library(QAVEN_getICCardInfo, {{"TagList", kAllLetters},
-                                                            {"AIDList", aid_list(*options)},
-                                                            {"aryInput", ""},
-                                                            {"isReadArqc", "false"}});
+    const Answer answer = ask_library(
+        QAVEN_getICCardInfo,
+        {{"TagList", kAllLetters}, {"AIDList", aids}, {"aryInput", ""}, {"isReadArqc", "false"}});
     if (answer.code != QAVEN_OK) {
         throw operation_failure("the card could not be read", answer.code);
     }

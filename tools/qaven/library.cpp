@@ -82,9 +82,7 @@ struct Meaning {
 };
 
 constexpr std::array kMeanings{
-    Meaning{QAVEN_NO_CARD,
-            "the card's processing options have a form that is not taken, or the card "
-            "was taken out"},
+    Meaning{QAVEN_NO_CARD, "the card's processing options have a form that is not taken"},
     Meaning{QAVEN_INVALID_CARD, "the card is invalid"},
     Meaning{QAVEN_NO_CRYPTOGRAM,
             "the card gave another cryptogram than the one asked for, or lacks "

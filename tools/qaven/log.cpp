@@ -71,7 +71,6 @@ int log_command(Arguments arguments) {
     }
     const std::string text = answer.text("TxDtailRet");
     if (text == "0") {
-        std::fflush(stdout);
         throw operation_failure(answer.code == QAVEN_OK
                                     ? "the card keeps no transaction log, or has no application "
                                       "with this AID"

@@ -52,10 +52,15 @@ void print_help() {
     std::fputs(kEpilogue, stdout);
 }
 
-int misused(std::string_view command, const std::string& sentence) {
-    const std::string name(command);
-    std::fprintf(stderr, "%s: %s\n'%s --help' tells what it takes.\n", name.c_str(),
-                 tool::printable(sentence).c_str(), name.c_str());
+// A sentence on standard error, behind what was printed before.
+void complain(const std::string& command, const std::string& sentence) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "%s: %s\n", command.c_str(), tool::printable(sentence).c_str());
+}
+
+int misused(const std::string& command, const std::string& sentence) {
+    complain(command, sentence);
+    std::fprintf(stderr, "'%s --help' tells what it takes.\n", command.c_str());
     return tool::kUsage;
 }
 
@@ -66,10 +71,10 @@ int run(const Verb& verb, tool::Arguments arguments) {
     } catch (const tool::UsageError& error) {
         return misused(command, error.what());
     } catch (const tool::Failure& failure) {
-        std::fprintf(stderr, "%s: %s\n", command.c_str(), failure.what());
+        complain(command, failure.what());
         return failure.status();
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s: %s\n", command.c_str(), error.what());
+        complain(command, error.what());
         return tool::kFailed;
     }
 }

@@ -70,7 +70,7 @@ std::string in_words(const Object& object, bool show_pan) {
     const std::string& value = object.value;
     if (object.tag == "5A") {
         const std::string pan = value.substr(0, value.find('F'));
-        return show_pan ? pan : masked_pan(pan);
+        return show_pan ? pan : masked_number(pan);
     }
     if (object.tag == "9F02" || object.tag == "9F03") {
         return format_amount(value, Currency::numbered(kTerminalCurrency));

@@ -43,6 +43,10 @@ Slot look_into_slot(int interface, Look look) {
     CCID connection{};
     connection.open(kReaderVendor, kReaderProduct, interface);
     Slot slot;
+    if (!connection.interface_claimed) {
+        connection.close();
+        return slot;
+    }
     std::array<unsigned char, CCID::kPacketSize> status{};
     connection.GetSlotStatus(status.data());
     slot.state = state_in(status);

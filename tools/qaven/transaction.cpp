@@ -29,7 +29,8 @@ constexpr Option kTime{"--time", "HH:MM:SS", "its time (now)"};
 constexpr Option kType{"--type", "TYPE",
                        "purchase, cash, cashback, refund, deposit, balance, transfer, or\n"
                        "two digits (purchase)"};
-constexpr Option kMerchant{"--merchant", "NAME", "20 bytes at most; a Chinese character takes two"};
+constexpr Option kMerchant{"--merchant", "NAME",
+                           "20 bytes at most, a Chinese character takes two (an example name)"};
 constexpr Option kSm{"--sm", "", "ask the card for the SM algorithms"};
 
 constexpr std::size_t kMerchantSize = 20;
@@ -66,9 +67,8 @@ void print_request(const std::vector<Object>& objects, const std::string& field5
     }
 }
 
-ArqcStep generate_arqc(const Options& options, const std::string& data) {
-    const Answer answer =
-        ask_library(QAVEN_genARQC, {{"aryInput", data}, {"AIDList", aid_list(options)}});
+ArqcStep generate_arqc(const Options& options, const std::string& data, const std::string& aids) {
+    const Answer answer = ask_library(QAVEN_genARQC, {{"aryInput", data}, {"AIDList", aids}});
     const ArqcStep step{answer.text("LpAppData"), answer.text("ARQC")};
     if (options.has(kJson.name)) {
         std::puts(answer.json.c_str());
@@ -129,7 +129,6 @@ int complete(const Options& options, const std::string& data, const ArqcStep& st
         print_completion(answer, issuer, options.has(kShowPan.name));
     }
     if (answer.code != QAVEN_OK) {
-        std::fflush(stdout);
         throw operation_failure("the transaction broke off ('qaven log' shows whether the card "
                                 "completed it)",
                                 answer.code);
@@ -169,10 +168,11 @@ std::string transaction_data(const Options& options) {
 
 int run_transaction(const Options& options, const WayToIssuer& ask) {
     const std::string data = transaction_data(options);
+    const std::string aids = aid_list(options);
     require_card();
     const bool quiet = options.has(kQuiet.name);
     say_waiting(quiet, "the card in the reader");
-    const ArqcStep step = generate_arqc(options, data);
+    const ArqcStep step = generate_arqc(options, data, aids);
     if (!ask) {
         return kFine;
     }

@@ -1,0 +1,59 @@
+// What an issuer may answer.
+#include "exit_status.h"
+#include "issuer.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr const char* kApproval = "910A01020304050607083030";
+
+TEST(IssuersAnswer, IsAResponseCodeAndAResponse) {
+    const tool::IssuerAnswer answer = tool::parse_issuer_answer("05 910a01020304050607083035 \r");
+    EXPECT_EQ(answer.response_code, "05");
+    EXPECT_EQ(answer.response, "910A01020304050607083035");
+    EXPECT_FALSE(answer.approved());
+}
+
+TEST(IssuersAnswer, MayHaveItsResponseCodeInTagNinetyOneOnly) {
+    const tool::IssuerAnswer answer = tool::parse_issuer_answer(kApproval);
+    EXPECT_EQ(answer.response_code, "00");
+    EXPECT_EQ(answer.response, kApproval);
+    EXPECT_TRUE(answer.approved());
+}
+
+TEST(IssuersAnswer, ApprovesWithZeroTenAndEleven) {
+    for (const char* const code : {"00", "10", "11"}) {
+        EXPECT_TRUE(tool::parse_issuer_answer(code + std::string(" 91")).approved()) << code;
+    }
+    for (const char* const code : {"01", "05", "51", "Z3"}) {
+        EXPECT_FALSE(tool::parse_issuer_answer(code + std::string(" 91")).approved()) << code;
+    }
+}
+
+TEST(IssuersAnswer, IsNothingElse) {
+    for (const char* const line :
+         {"", "00", "000 9100", "00 91X0", "00 910", "9108010203040506070830", "00 9100 9100",
+          "come back tomorrow", "72009100"}) {
+        EXPECT_THROW(tool::parse_issuer_answer(line), tool::Failure) << line;
+    }
+}
+
+TEST(IssuersCommand, GetsTheRequestAndPrintsTheAnswer) {
+    const std::string command = "read request && test $request = 9F2608 && echo 00 " +
+                                std::string(kApproval) + " && echo more";
+    EXPECT_EQ(tool::ask_issuer(command, "9F2608").response, kApproval);
+}
+
+TEST(IssuersCommand, NeedNotReadTheRequest) {
+    EXPECT_EQ(tool::ask_issuer(std::string("exec <&-; echo ") + kApproval, "9F2608").response,
+              kApproval);
+}
+
+TEST(IssuersCommand, MayFail) {
+    EXPECT_THROW(tool::ask_issuer("echo 00 9100; exit 1", ""), tool::Failure);
+    EXPECT_THROW(tool::ask_issuer("kill -9 $$", ""), tool::Failure);
+    EXPECT_THROW(tool::ask_issuer("true", ""), tool::Failure);
+}
+
+} // namespace
