@@ -11,9 +11,6 @@
 
 namespace tool {
 
-const ReaderKind kCardReader{0x4417, "bank-card reader", "2F7A:4417", {2, 1}};
-const ReaderKind kIdentityCardReader{0x4463, "identity-card reader", "2F7A:4463", {0}};
-
 namespace {
 
 constexpr std::uint16_t kVendor = 0x2F7A;

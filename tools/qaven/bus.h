@@ -4,7 +4,9 @@
 
 #include <libusb.h>
 
-#include <memory>
+#include <array>
+#include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -14,11 +16,15 @@ struct ReaderKind {
     std::uint16_t product;
     const char* name;
     const char* identifiers;
-    std::vector<int> interfaces; // what the library claims, in its order
+    std::span<const int> interfaces; // what the library claims, in its order
 };
 
-extern const ReaderKind kCardReader;
-extern const ReaderKind kIdentityCardReader;
+inline constexpr std::array kCardInterfaces{2, 1};
+inline constexpr std::array kIdentityCardInterfaces{0};
+
+inline constexpr ReaderKind kCardReader{0x4417, "bank-card reader", "2F7A:4417", kCardInterfaces};
+inline constexpr ReaderKind kIdentityCardReader{0x4463, "identity-card reader", "2F7A:4463",
+                                                kIdentityCardInterfaces};
 
 enum class Access {
     kOpen,   // may be opened

@@ -6,9 +6,6 @@
 #include <iconv.h>
 
 #include <algorithm>
-#include <array>
-#include <charconv>
-#include <memory>
 
 namespace tool {
 
@@ -33,7 +30,6 @@ std::size_t length_of(std::string_view digits) {
 class Converter {
   public:
     Converter(const char* to, const char* from) : handle_(iconv_open(to, from)) {
-        // NOLINTNEXTLINE(performance-no-int-to-ptr): how iconv_open fails
         if (handle_ == reinterpret_cast<iconv_t>(-1)) {
             throw Failure(kFailed, "this system cannot convert GBK");
         }

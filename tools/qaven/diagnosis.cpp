@@ -34,7 +34,7 @@ std::string joined(const std::vector<std::string>& words) {
 }
 
 std::string slot_name(std::size_t at) {
-    return "slot " + std::to_string(kCardReader.interfaces.at(at));
+    return "slot " + std::to_string(kCardInterfaces.at(at));
 }
 
 Finding judge_slot(const std::string& name, const Slot& slot) {

@@ -15,7 +15,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <set>
 
 namespace tool {
 
@@ -119,7 +118,7 @@ class Report {
     ExitStatus status() const { return status_; }
 
   private:
-    static void print_line(Colour colour, std::string word, const Finding& finding) {
+    static void print_line(Colour colour, std::string_view word, const Finding& finding) {
         constexpr std::size_t width = 9;
         const std::string margin(width, ' ');
         const std::string padding(width - word.size(), ' ');

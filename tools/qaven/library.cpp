@@ -1,11 +1,11 @@
 // Calls of the JSON entry points.
 #include "library.h"
 
+#include "number.h"
 #include "qaven/qaven.h"
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <fstream>
 #include <iterator>
 
@@ -68,12 +68,9 @@ int traced_result(std::streamoff since) {
     const std::string text{std::istreambuf_iterator<char>(trace), {}};
     constexpr std::string_view label = "\nret:";
     const std::size_t line = text.rfind(label);
-    int code = 0;
-    if (line != std::string::npos) {
-        const std::string_view rest = std::string_view(text).substr(line + label.size());
-        std::from_chars(rest.data(), rest.data() + rest.size(), code);
-    }
-    return code;
+    return line == std::string::npos
+               ? 0
+               : number_in(std::string_view(text).substr(line + label.size()), 10);
 }
 
 struct Meaning {

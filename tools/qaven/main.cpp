@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <iterator>
 #include <string>
 #include <string_view>
@@ -73,9 +74,6 @@ int run(const Verb& verb, tool::Arguments arguments) {
     } catch (const tool::Failure& failure) {
         complain(command, failure.what());
         return failure.status();
-    } catch (const std::exception& error) {
-        complain(command, error.what());
-        return tool::kFailed;
     }
 }
 
@@ -102,11 +100,17 @@ int choose(tool::Arguments arguments) {
 } // namespace
 
 int main(int argc, char** argv) {
-    // Answers and the library's progress lines would mix on standard output.
-    setenv("QAVEN_DIAGNOSTICS", "off", 0);
-    const std::vector<std::string_view> arguments(std::next(argv, std::min(argc, 1)),
-                                                  std::next(argv, argc));
-    const int status = choose(arguments);
-    // What could not be written has not been said.
-    return std::fflush(stdout) == 0 ? status : static_cast<int>(tool::kFailed);
+    try {
+        // Answers and the library's progress lines would mix on standard output.
+        setenv("QAVEN_DIAGNOSTICS", "off", 0);
+        const std::vector<std::string_view> arguments(std::next(argv, std::min(argc, 1)),
+                                                      std::next(argv, argc));
+        const int status = choose(arguments);
+        // What could not be written has not been said.
+        const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+        return written ? status : static_cast<int>(tool::kFailed);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "qaven: %s\n", error.what());
+        return tool::kFailed;
+    }
 }

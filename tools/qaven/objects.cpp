@@ -4,11 +4,11 @@
 #include "amount.h"
 #include "card_text.h"
 #include "moment.h"
+#include "number.h"
 #include "terminal.h"
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 namespace tool {
 
@@ -61,9 +61,7 @@ std::string cryptogram_kind(std::string_view value) {
 }
 
 std::string counter(std::string_view value) {
-    unsigned number = 0;
-    std::from_chars(value.data(), value.data() + value.size(), number, 16);
-    return with_code(std::to_string(number), value);
+    return with_code(std::to_string(number_in(value, 16)), value);
 }
 
 std::string in_words(const Object& object, bool show_pan) {
@@ -94,10 +92,7 @@ std::string in_words(const Object& object, bool show_pan) {
 }
 
 unsigned byte_at(std::string_view hex, std::size_t at) {
-    unsigned value = 0;
-    const std::string_view digits = hex.substr(std::min(at, hex.size()), 2);
-    std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
-    return value;
+    return static_cast<unsigned>(number_in(hex.substr(std::min(at, hex.size()), 2), 16));
 }
 
 } // namespace
@@ -144,7 +139,8 @@ std::optional<std::string> type_digits(std::string_view text) {
     if (type != kTypes.end()) {
         return std::string(type->code);
     }
-    const bool digits = text.size() == 2 && text.find_first_not_of("0123456789") == text.npos;
+    const bool digits =
+        text.size() == 2 && text.find_first_not_of("0123456789") == std::string_view::npos;
     return digits ? std::optional(std::string(text)) : std::nullopt;
 }
 
