@@ -95,6 +95,9 @@ std::vector<Reader> Bus::readers(const ReaderKind& kind) const {
 
 void require_reader(const ReaderKind& kind) {
     const Bus bus;
+    if (bus.error() != 0) {
+        refuse(std::string("libusb cannot start: ") + libusb_strerror(bus.error()));
+    }
     const std::vector<Reader> readers = bus.readers(kind);
     const std::string name = std::string(kind.name) + " (" + kind.identifiers + ")";
     if (readers.empty()) {

@@ -85,8 +85,8 @@ Finding judge_library(const std::string& version, int libusb_error) {
     if (libusb_error != 0) {
         return {Verdict::kProblem,
                 "libusb " + version + " cannot start: " + libusb_strerror(libusb_error),
-                "this machine shows no USB bus; in a container or a virtual machine, hand it\n"
-                "/dev/bus/usb or the reader",
+                "most often there is no USB bus here: hand /dev/bus/usb to the container, or the\n"
+                "reader to the virtual machine",
                 kNoReader};
     }
     return {Verdict::kOk, "libusb " + version};
