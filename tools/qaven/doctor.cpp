@@ -1,6 +1,7 @@
 // qaven doctor: looks at everything between this program and a card, from the bottom up.
 #include "diagnosis.h"
 #include "options.h"
+#include "processes.h"
 #include "terminal.h"
 #include "verbs.h"
 
@@ -11,10 +12,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 
 namespace tool {
 
@@ -66,35 +65,6 @@ Permissions permissions_of(const std::string& node) {
     permissions.mode = status.st_mode & 07777U;
     permissions.in_group = in_group(status.st_gid);
     return permissions;
-}
-
-bool has_open(const fs::path& process, const std::string& node) {
-    std::error_code error;
-    for (const auto& descriptor : fs::directory_iterator(process / "fd", error)) {
-        std::error_code ignored;
-        if (fs::read_symlink(descriptor.path(), ignored) == node) {
-            return true;
-        }
-    }
-    return false;
-}
-
-// The other processes that have the node open, as far as this user can see them.
-std::vector<std::string> programs_at(const std::string& node) {
-    std::vector<std::string> programs;
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator("/proc", error)) {
-        const std::string process = entry.path().filename();
-        if (std::isdigit(static_cast<unsigned char>(process.front())) == 0 ||
-            process == std::to_string(getpid()) || !has_open(entry.path(), node)) {
-            continue;
-        }
-        std::ifstream file(entry.path() / "comm");
-        std::string name;
-        std::getline(file, name);
-        programs.push_back(name + " (process " + process + ")");
-    }
-    return programs;
 }
 
 // Prints each finding and keeps the status of the first problem.

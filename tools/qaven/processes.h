@@ -1,0 +1,13 @@
+// Who has a file open.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace tool {
+
+// The other processes that have the file open, as far as this user can see them: "name (process
+// 123)".
+std::vector<std::string> programs_at(const std::string& file);
+
+} // namespace tool
