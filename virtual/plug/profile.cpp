@@ -20,7 +20,9 @@ std::vector<fs::path> profile_folders() {
     if (!error) {
         folders.push_back(program.parent_path() / QAVEN_PROFILES_FROM_PROGRAM);
     }
+#ifdef QAVEN_PROFILES_OF_SOURCE_TREE
     folders.emplace_back(QAVEN_PROFILES_OF_SOURCE_TREE);
+#endif
     return folders;
 }
 
