@@ -1,0 +1,264 @@
+// The host guide is true: what it shows as an example is what the library answers to the debit
+// card, call after call in the guide's order, and its table of codes has the library's own texts.
+//
+// Examples are fenced blocks of the guide:
+//
+//   ```json request FUNCTION    a call with this JSON text
+//   ```json answer              its resmsg; the result is 0
+//   ```json answer KEY          the JSON text in that value of the answer before
+//   ```text failure CODE        its result and errmsg; resmsg stays empty
+//
+// A value that ends in "…" is cut: in an answer it shows the value's beginning, in a request it
+// stands for the whole value that an earlier answer had under this key.
+#include "fixed_clock.h"
+#include "temporary_folder.h"
+
+#include "host/err.h"
+#include "qaven/qaven.h"
+
+#include <gtest/gtest.h>
+#include <iconv.h>
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+using namespace qaven::test;
+
+namespace {
+
+using nlohmann::json;
+using EntryPoint = int (*)(const char*, char*, char*, int, int);
+
+constexpr std::string_view kCut = "…";
+
+const std::map<std::string, EntryPoint> kEntryPoints{
+    {"QAVEN_getICCardInfo", QAVEN_getICCardInfo},
+    {"QAVEN_genARQC", QAVEN_genARQC},
+    {"QAVEN_ARPC_ExeICScript", QAVEN_ARPC_ExeICScript},
+    {"QAVEN_GetTxDetail", QAVEN_GetTxDetail},
+};
+
+std::string content(const std::string& file) {
+    std::ifstream stream(file);
+    if (!stream) {
+        throw std::runtime_error("cannot read " + file);
+    }
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::string utf8(std::string_view gbk) {
+    iconv_t conversion = iconv_open("UTF-8", "GBK");
+    if (conversion == reinterpret_cast<iconv_t>(-1)) {
+        throw std::runtime_error("no conversion from GBK");
+    }
+    std::string in(gbk);
+    std::string out(3 * in.size(), '\0');
+    char* from = in.data();
+    char* to = out.data();
+    std::size_t from_left = in.size();
+    std::size_t to_left = out.size();
+    iconv(conversion, &from, &from_left, &to, &to_left);
+    iconv_close(conversion);
+    EXPECT_EQ(from_left, 0U) << "no GBK text";
+    out.resize(out.size() - to_left);
+    return out;
+}
+
+std::string trimmed(const std::string& text) {
+    constexpr const char* kBlanks = " \t\n";
+    const auto first = text.find_first_not_of(kBlanks);
+    return first == std::string::npos
+               ? ""
+               : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+// A fenced block with more than one word behind its fence.
+struct Block {
+    std::size_t line = 0;
+    std::string kind; // request, answer, failure
+    std::string name; // function, key, code
+    std::string text;
+};
+
+std::vector<Block> blocks_of(const std::string& guide) {
+    static const std::regex fence("^```(?:json|text) (request|answer|failure) ?(.*)$");
+    std::vector<Block> blocks;
+    bool inside = false;
+    std::size_t number = 0;
+    for (const std::string& line : lines_of(guide)) {
+        ++number;
+        std::smatch words;
+        if (inside && line == "```") {
+            inside = false;
+        } else if (inside) {
+            blocks.back().text += line + '\n';
+        } else if (std::regex_match(line, words, fence)) {
+            blocks.push_back({number, words[1], words[2], ""});
+            inside = true;
+        }
+    }
+    return blocks;
+}
+
+// A host that does what the guide shows.
+class Reader {
+  public:
+    void take(const Block& block) {
+        if (block.kind == "request") {
+            call(block);
+        } else if (block.kind == "failure") {
+            EXPECT_EQ(result_, std::stoi(block.name));
+            EXPECT_EQ(trimmed(utf8(errmsg_.data())), trimmed(block.text));
+            EXPECT_EQ(resmsg_, "");
+        } else if (block.name.empty()) {
+            EXPECT_EQ(result_, QAVEN_OK);
+            answer_ = json::parse(resmsg_);
+            expect_shown(json::parse(block.text));
+        } else {
+            answer_ = json::parse(answer_.at(block.name).get<std::string>());
+            expect_shown(json::parse(block.text));
+        }
+    }
+
+  private:
+    void call(const Block& block) {
+        json request = json::parse(block.text);
+        for (auto& [key, value] : request.items()) {
+            if (value.is_string() && value.get<std::string>().ends_with(kCut)) {
+                EXPECT_TRUE(seen_.at(key).starts_with(beginning(value)));
+                value = seen_.at(key);
+            }
+        }
+        std::string resmsg(QAVEN_RESMSG_SIZE, '\0');
+        errmsg_.fill('\0');
+        result_ = kEntryPoints.at(block.name)(request.dump().c_str(), resmsg.data(), errmsg_.data(),
+                                              0, 0);
+        resmsg_ = resmsg.c_str();
+    }
+
+    static std::string beginning(const std::string& value) {
+        return value.substr(0, value.size() - kCut.size());
+    }
+
+    // The answer has the shown keys and no others, and the shown values.
+    void expect_shown(const json& shown) {
+        EXPECT_EQ(answer_.size(), shown.size()) << answer_;
+        for (const auto& [key, value] : shown.items()) {
+            const std::string expected = value;
+            const std::string actual = answer_.at(key);
+            seen_[key] = actual;
+            EXPECT_EQ(expected.ends_with(kCut)
+                          ? actual.substr(0, expected.size() - kCut.size()) + std::string(kCut)
+                          : actual,
+                      expected)
+                << "the whole value of " << key << " is\n"
+                << json(actual);
+        }
+    }
+
+    int result_ = 0;
+    std::string resmsg_;
+    std::array<char, QAVEN_ERRMSG_SIZE> errmsg_{};
+    json answer_;
+    std::map<std::string, std::string> seen_;
+};
+
+TEST(HostGuide, ShowsCallsThatTheLibraryAnswersSo) {
+    const FixedClock clock(2019, 4, 22, 16, 13, 55);
+    const auto blocks = blocks_of(content(QAVEN_HOST_GUIDE));
+    Reader reader;
+    std::set<std::string> called;
+    for (const Block& block : blocks) {
+        SCOPED_TRACE("host-guide.md:" + std::to_string(block.line));
+        reader.take(block);
+        if (block.kind == "request") {
+            called.insert(block.name);
+        }
+    }
+    EXPECT_EQ(called.size(), kEntryPoints.size());
+}
+
+// Code and text of each row of the guide's table of codes.
+std::map<int, std::string> rows_of_code_table() {
+    static const std::regex row(R"(^\| (-?\d+) \| ([^|]*) \|.*)");
+    std::map<int, std::string> rows;
+    for (const std::string& line : lines_of(content(QAVEN_HOST_GUIDE))) {
+        std::smatch cells;
+        if (std::regex_match(line, cells, row)) {
+            EXPECT_TRUE(rows.emplace(std::stoi(cells[1]), trimmed(cells[2])).second) << line;
+        }
+    }
+    return rows;
+}
+
+TEST(HostGuide, GivesEveryCodeTheLibrarysOwnText) {
+    auto rows = rows_of_code_table();
+    for (const err_entry* entry = err_code_decsript; entry->code != 0; ++entry) {
+        const std::string text = trimmed(utf8(entry->text));
+        const auto row = rows.find(entry->code);
+        if (row != rows.end()) {
+            EXPECT_EQ(row->second, text) << entry->code;
+            rows.erase(row);
+        } else {
+            EXPECT_EQ(text, "") << entry->code << " is not in the table";
+        }
+    }
+    for (const auto& [code, text] : rows) {
+        EXPECT_EQ(text, "") << code << " has no text in the library";
+    }
+}
+
+TEST(HostGuide, TellsOfEveryResultThatTheHeaderNames) {
+    const auto rows = rows_of_code_table();
+    const std::string header = content(QAVEN_HEADER);
+    static const std::regex constant(R"((QAVEN_[A-Z0-9_]+) = (-?\d+))");
+    const std::sregex_iterator first(header.begin(), header.end(), constant);
+    EXPECT_GT(std::distance(first, std::sregex_iterator()), 10);
+    for (auto found = first; found != std::sregex_iterator(); ++found) {
+        EXPECT_TRUE(rows.contains(std::stoi((*found)[2]))) << (*found)[1];
+    }
+}
+
+TEST(HostGuide, NamesNothingThatTheHeaderLacks) {
+    const std::string header = content(QAVEN_HEADER);
+    const std::string guide = content(QAVEN_HOST_GUIDE);
+    static const std::regex name(R"(QAVEN_\w+)");
+    for (auto found = std::sregex_iterator(guide.begin(), guide.end(), name);
+         found != std::sregex_iterator(); ++found) {
+        if (found->str() != "QAVEN_DIAGNOSTICS") {
+            EXPECT_NE(header.find(found->str()), std::string::npos) << found->str();
+        }
+    }
+}
+
+} // namespace
+
+// NOLINTNEXTLINE(bugprone-exception-escape): what ends the run there is a failure of the run
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    const TemporaryFolder folder;
+    setenv("QAVEN_DIAGNOSTICS", "off", 1);
+    return RUN_ALL_TESTS();
+}
