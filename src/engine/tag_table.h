@@ -5,6 +5,7 @@
 
 #include <span>
 
+// Bytes of the table.
 constexpr int kTagTableSize = 431;
 
 // 160 entries back to back: a tag of one or two bytes, then its format letter: a alphanumeric,

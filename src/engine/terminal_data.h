@@ -9,10 +9,14 @@
 #include <span>
 #include <string_view>
 
-// Transaction date (BCD YY MM DD in the first 3 bytes), time (BCD hh mm ss in the first 3) and
-// unpredictable number (first 4 bytes) of the last store that was built.
+// Transaction date of the last store that was built: BCD YY MM DD in the first 3 bytes. It goes
+// online with the cryptogram as 9A.
 QAVEN_API extern unsigned char YYMMDD[5];
+
+// Its transaction time: BCD hh mm ss in the first 3 bytes.
 QAVEN_API extern unsigned char HHMMSS[5];
+
+// Its unpredictable number, in the first 4 bytes; online it is 9F37.
 QAVEN_API extern unsigned char gRnd[9];
 
 // Builds the store from the zero-terminated converted transaction data: fourteen data objects in a

@@ -6,8 +6,8 @@
 // One row of the table: a negative code and its zero-terminated GBK text, laid out with blanks for
 // a fixed-width display (18 bytes; the text of -203 has 15).
 struct err_entry {
-    int code;
-    const char* text;
+    int code;         // negative, as a card operation returns it
+    const char* text; // GBK
 };
 
 // Ends with code 0 and a null text.

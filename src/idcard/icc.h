@@ -61,8 +61,11 @@ QAVEN_API int usb_device_write(unsigned char* data, unsigned long len);
 QAVEN_API int usb_device_read(unsigned char* buf, unsigned long* len,
                               int (*completed)(unsigned char*, unsigned long), unsigned int tries);
 
-// Completion tests: any single report; a whole SAM-V reply. buf: len bytes.
+// Completion test that takes any single report as the whole reply. Always 1.
 QAVEN_API int dump_recv_completed(unsigned char* buf, unsigned long len);
+
+// Completion test for a whole SAM-V reply, by its length field. buf: len bytes. 1 when it is whole,
+// else 0.
 QAVEN_API int idcard_recv_completed(unsigned char* buf, unsigned long len);
 
 // --- SAM-V ---
@@ -81,6 +84,8 @@ QAVEN_API void idcard_base_info_parse(unsigned char* text);
 // Converts in_len bytes of UCS-2 into UTF-8. out: out_size bytes, of which one is for the
 // terminating zero. Gives 0, or -1 for text that is no UCS-2 or does not fit.
 QAVEN_API int ucs2_utf8(unsigned char* in, unsigned long in_len, char* out, unsigned long out_size);
+
+// The same for text that is held as char.
 QAVEN_API int ucs2_utf8(char* in, unsigned long in_len, char* out, unsigned long out_size);
 
 // --- messages ---

@@ -41,6 +41,7 @@ QAVEN_API void WriteKsLog(const char* text);
 // differ in linkage alone, so C++ code reaches the plain export by this name.
 extern "C" QAVEN_API void WriteKsLogPlain(const char* text) __asm__("WriteKsLog");
 
+// The scratch line, see QAVEN_DBGLOG_SIZE.
 extern "C" QAVEN_API char DbgLog[QAVEN_DBGLOG_SIZE];
 
 namespace qaven::trace {

@@ -12,15 +12,16 @@
 // The fields are public: the object is plain data that lives as long as the library.
 class Myusb {
   public:
+    // Interfaces and endpoints of a reader that are recorded; what goes beyond them is not.
     static constexpr int kMaxInterfaces = 10;
-    static constexpr int kMaxEndpoints = 5;
+    static constexpr int kMaxEndpoints = 5; // of one interface
 
     // Time-out of write and read, in milliseconds.
     static constexpr unsigned int kTransferTimeoutMs = 10000;
 
     // Results of a transfer while no device handle is held; nothing is handed to libusb then.
     static constexpr int kNoHandle = QAVEN_BAD_HANDLE;
-    static constexpr int kReadFailed = -1;
+    static constexpr int kReadFailed = -1; // of read, which tells no libusb code
 
     // Looks for the reader: starts libusb on the default context and records the endpoints of every
     // attached device with these identifiers. The last one enumerated wins; rows of an earlier
@@ -55,10 +56,10 @@ class Myusb {
     libusb_context* ctx;                               // always the default context
     int endpoint_table[kMaxInterfaces][kMaxEndpoints]; // bEndpointAddress, 0 where none was found
     int interface_number;                              // chosen by setInterface
-    int vendor_id;
-    int product_id;
-    int ep_out; // endpoint address for writes
-    int ep_in;  // endpoint address for reads
+    int vendor_id;                                     // that init looked for
+    int product_id;                                    // that init looked for
+    int ep_out;                                        // endpoint address for writes
+    int ep_in;                                         // endpoint address for reads
 
     bool library_started;   // init started libusb and close has not ended it yet
     bool interface_claimed; // open got the interface and close has not given it back yet
