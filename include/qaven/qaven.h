@@ -16,9 +16,9 @@
  *     QAVEN_GetTxDetail                          the card's transaction log
  *     deinit
  *
- * The library appends what it was asked and what it answered, card numbers included, to Qm_ic.log in
- * the working directory. Progress lines go to standard output; with QAVEN_DIAGNOSTICS=stderr in the
- * environment to standard error, with QAVEN_DIAGNOSTICS=off nowhere.
+ * The library appends what it was asked and what it answered, card numbers included, to Qm_ic.log
+ * in the working directory. Progress lines go to standard output; with QAVEN_DIAGNOSTICS=stderr in
+ * the environment to standard error, with QAVEN_DIAGNOSTICS=off nowhere.
  */
 #ifndef QAVEN_QAVEN_H
 #define QAVEN_QAVEN_H

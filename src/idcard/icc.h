@@ -31,6 +31,7 @@ inline constexpr std::size_t base_text_used = 250;
 
 } // namespace qaven::idcard
 
+// What a message is, which its colour shows.
 enum log_level : unsigned int {
     LOG_LEVEL_ERROR = 1,
     LOG_LEVEL_WARNING = 2,

@@ -8,10 +8,13 @@
 
 #include <span>
 
+// One reader connection with CCID framing. Calling order: open, poweron, any number of exchanges,
+// poweroff, close.
 class CCID : public Myusb {
   public:
+    // Bytes of one packet, and of the header that every message begins with.
     static constexpr int kPacketSize = 64;
-    static constexpr int kHeaderSize = 10;
+    static constexpr int kHeaderSize = 10; // type, dwLength (4), slot, bSeq, three of its own
 
     // What the reply buffer of interact_apdu must hold.
     static constexpr int kReplyBufferSize = 1024;
@@ -21,7 +24,7 @@ class CCID : public Myusb {
 
     // Index of bStatus in a reply message, and its value when the slot holds no card.
     static constexpr int kStatusByte = 7;
-    static constexpr unsigned char kNoCardPresent = 2;
+    static constexpr unsigned char kNoCardPresent = 2; // bmICCStatus, the rest of the byte being 0
 
     // Starts a connection; one that is still held is ended first, because an interface can be
     // claimed only once. Always 0: a reader that is not there shows in the transfers that follow.
@@ -30,15 +33,22 @@ class CCID : public Myusb {
     // The same on the interface chosen before.
     QAVEN_API int open(int vid, int pid);
 
+    // Myusb::setInterface.
     QAVEN_API int setInterface(int interface);
 
-    // Each sends one command and reads one packet of up to 64 bytes: into atr (poweron, poweroff),
-    // into status (64 bytes). The result is that of sending; a missing reply leaves the buffer as
-    // it was.
+    // Powers the card: sends one command and reads one packet of up to 64 bytes into atr. The
+    // result is that of sending (0, a negative libusb code, or kNoHandle); a missing reply leaves
+    // atr as it was.
     QAVEN_API int poweron();
+
+    // Takes the card's power; buffer and result as of poweron.
     QAVEN_API int poweroff();
+
+    // Asks for the slot's state: status (64 bytes) receives the reply, its byte kStatusByte says
+    // whether there is a card. The result as of poweron; a missing reply leaves status as it was.
     QAVEN_API int GetSlotStatus(unsigned char* status);
 
+    // Myusb::close: the reader is free again.
     QAVEN_API void close();
 
     // Sends one command APDU of len bytes (0..kMaxApdu) and collects the response. resp:
