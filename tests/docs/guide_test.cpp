@@ -68,12 +68,12 @@ std::vector<std::string> lines_of(const std::string& text) {
     return lines;
 }
 
-std::string utf8(std::string_view gbk) {
-    iconv_t conversion = iconv_open("UTF-8", "GBK");
+std::string converted(std::string_view text, const char* to_code, const char* from_code) {
+    iconv_t conversion = iconv_open(to_code, from_code);
     if (conversion == reinterpret_cast<iconv_t>(-1)) {
-        throw std::runtime_error("no conversion from GBK");
+        throw std::runtime_error(std::string("no conversion from ") + from_code);
     }
-    std::string in(gbk);
+    std::string in(text);
     std::string out(3 * in.size(), '\0');
     char* from = in.data();
     char* to = out.data();
@@ -81,9 +81,13 @@ std::string utf8(std::string_view gbk) {
     std::size_t to_left = out.size();
     iconv(conversion, &from, &from_left, &to, &to_left);
     iconv_close(conversion);
-    EXPECT_EQ(from_left, 0U) << "no GBK text";
+    EXPECT_EQ(from_left, 0U) << "no " << from_code << " text";
     out.resize(out.size() - to_left);
     return out;
+}
+
+std::string utf8(std::string_view gbk) {
+    return converted(gbk, "UTF-8", "GBK");
 }
 
 std::string trimmed(const std::string& text) {
@@ -200,6 +204,23 @@ TEST(HostGuide, ShowsCallsThatTheLibraryAnswersSo) {
     EXPECT_EQ(called.size(), kEntryPoints.size());
 }
 
+// The name on this card is Chinese, and one of its bytes is that of a backslash.
+TEST(CardWithAChineseName, IsReadAsTheGuideSays) {
+    std::string resmsg(QAVEN_RESMSG_SIZE, '\0');
+    std::array<char, QAVEN_ERRMSG_SIZE> errmsg{};
+    ASSERT_EQ(QAVEN_getICCardInfo(R"({"TagList":"BJ","AIDList":"","aryInput":"","isReadArqc":""})",
+                                  resmsg.data(), errmsg.data(), 0, 0),
+              QAVEN_OK);
+    EXPECT_FALSE(json::accept(resmsg.c_str())) << "UTF-8 is a reading of this answer";
+
+    const json answer = json::parse(converted(resmsg.c_str(), "UTF-8", "ISO-8859-1"));
+    const std::string bytes =
+        converted(answer.at("IcInfo").get<std::string>(), "ISO-8859-1", "UTF-8");
+    ASSERT_EQ(bytes.substr(0, 4), "B006");
+    EXPECT_EQ(utf8(bytes.substr(4, 6)), "张乗丽");
+    EXPECT_EQ(bytes.substr(10), "J003001");
+}
+
 // Code and text of each row of the guide's table of codes.
 std::map<int, std::string> rows_of_code_table() {
     static const std::regex row(R"(^\| (-?\d+) \| ([^|]*) \|.*)");
@@ -260,5 +281,11 @@ int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     const TemporaryFolder folder;
     setenv("QAVEN_DIAGNOSTICS", "off", 1);
-    return RUN_ALL_TESTS();
+
+    const int result = RUN_ALL_TESTS();
+    if (testing::UnitTest::GetInstance()->test_to_run_count() == 0) {
+        std::cerr << "no test has this name\n";
+        return EXIT_FAILURE;
+    }
+    return result;
 }
