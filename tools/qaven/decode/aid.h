@@ -1,0 +1,13 @@
+// Application identifiers.
+#pragma once
+
+#include "decode/bytes.h"
+
+#include <string>
+
+namespace tool {
+
+// Hex digits and whose they are; a name in characters ("1PAY.SYS.DDF01") as text.
+std::string aid_text(Bytes aid);
+
+} // namespace tool

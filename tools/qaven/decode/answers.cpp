@@ -1,0 +1,201 @@
+// The texts around data objects: application data, the card sequence number field, whole JSON.
+#include "decode/answers.h"
+
+#include "decode/bytes.h"
+#include "decode/records.h"
+#include "decode/script_result.h"
+#include "decode/text.h"
+#include "decode/tlv_tree.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <array>
+
+namespace tool {
+
+namespace {
+
+constexpr std::size_t kCountDigits = 6;
+
+std::size_t announced_bytes(std::string_view text) {
+    std::size_t count = 0;
+    for (const char digit : text.substr(0, kCountDigits)) {
+        count = 10 * count + static_cast<std::size_t>(digit - '0');
+    }
+    return count;
+}
+
+bool begins_with_count(std::string_view text) {
+    return text.size() >= kCountDigits && all_digits(text.substr(0, kCountDigits));
+}
+
+// One code point for each byte, and back: the parser takes nothing but UTF-8, and the texts are GBK
+// with raw bytes among it.
+std::string widened(std::string_view bytes) {
+    std::string text;
+    for (const char character : bytes) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (byte < 0x80) {
+            text += character;
+        } else {
+            text += static_cast<char>(0xC0U | byte >> 6U);
+            text += static_cast<char>(0x80U | (byte & 0x3FU));
+        }
+    }
+    return text;
+}
+
+std::string narrowed(std::string_view utf8) {
+    std::string bytes;
+    for (std::size_t at = 0; at < utf8.size(); ++at) {
+        const auto byte = static_cast<unsigned char>(utf8[at]);
+        const bool pair = (byte == 0xC2 || byte == 0xC3) && at + 1 < utf8.size();
+        bytes += pair ? static_cast<char>((byte & 0x03U) << 6U |
+                                          (static_cast<unsigned char>(utf8[++at]) & 0x3FU))
+                      : utf8[at];
+    }
+    return bytes;
+}
+
+using Explain = void (*)(std::string_view, Outline&);
+
+struct Key {
+    std::string_view key;
+    std::string_view what;
+    Explain explain;
+};
+
+void explain_step(std::string_view text, Outline& out) {
+    if (text.empty()) {
+        out.line("empty: the ARQC step was not asked for");
+        return;
+    }
+    explain_json(text, out);
+}
+
+void explain_status(std::string_view text, Outline& out) {
+    out.line(trimmed(text) == "0" ? "the host approved" : "the host declined");
+}
+
+void explain_nothing(std::string_view text, Outline& out) {
+    out.line(in_quotes(text));
+}
+
+constexpr auto kKeys = std::to_array<Key>({
+    {"IcInfo", "card information", explain_card_information},
+    {"IcARQC", "answer of the ARQC step", explain_step},
+    {"LpAppData", "application data", explain_application_data},
+    {"ARQC", "data of the authorisation request (field 55)", explain_objects_text},
+    {"Field60", "card sequence number field", explain_sequence_field},
+    {"Scriptresult", "issuer script result", explain_script_result_text},
+    {"TC", "data of the transaction certificate", explain_objects_text},
+    {"TxDtailRet", "transaction log", explain_transaction_log},
+    {"TagList", "wanted fields", explain_tag_list_letters},
+    {"AIDList", "applications", explain_aid_list},
+    {"aryInput", "transaction data", explain_transaction_data},
+    {"isReadArqc", "whether the ARQC step runs", explain_nothing},
+    {"Txdata", "transaction data", explain_transaction_data},
+    {"ARPC", "issuer's answer", explain_objects_text},
+    {"Status", "host status", explain_status},
+});
+
+} // namespace
+
+bool is_application_data(std::string_view text) {
+    text = trimmed(text);
+    return begins_with_count(text) && text.size() > kCountDigits &&
+           looks_like_hex(text.substr(kCountDigits)) &&
+           text.size() - kCountDigits == 2 * announced_bytes(text);
+}
+
+void explain_application_data(std::string_view text, Outline& out) {
+    text = trimmed(text);
+    if (text.empty()) {
+        out.line("empty");
+        return;
+    }
+    if (!begins_with_count(text)) {
+        out.problem("application data begin with six decimal digits");
+        return;
+    }
+    const std::size_t announced = announced_bytes(text);
+    const HexText data = from_hex(text.substr(kCountDigits));
+    out.line(std::to_string(announced) + " bytes announced");
+    if (data.stranger_at) {
+        out.problem("at character " + std::to_string(kCountDigits + *data.stranger_at) +
+                    ": no hexadecimal digit");
+    }
+    if (data.odd || data.bytes.size() != announced) {
+        out.problem(std::to_string(data.bytes.size()) + " bytes are there" +
+                    (data.odd ? " and half a one" : ""));
+    }
+    explain_objects(data.bytes, 0, out);
+}
+
+void explain_objects_text(std::string_view text, Outline& out) {
+    if (trimmed(text).empty()) {
+        out.line("empty");
+        return;
+    }
+    const HexText data = from_hex(text);
+    explain_objects(data.bytes, 0, out);
+    if (data.stranger_at) {
+        out.privacy().learn(text.substr(*data.stranger_at));
+        out.problem("at character " + std::to_string(*data.stranger_at) +
+                    ": no hexadecimal digit: " + in_quotes(text.substr(*data.stranger_at)));
+    } else if (data.odd) {
+        out.problem("the last digit has no partner");
+    }
+}
+
+void explain_sequence_field(std::string_view text, Outline& out) {
+    constexpr std::string_view kHead("`\x03", 2);
+    if (text.empty()) {
+        out.line("empty: the card has no PAN sequence number");
+    } else if (text.starts_with(kHead)) {
+        out.line("PAN sequence number: " + readable(text.substr(kHead.size())));
+    } else {
+        out.problem("begins with other bytes than 60 03: " + in_quotes(text));
+    }
+}
+
+std::optional<std::vector<Member>> json_members(std::string_view text) {
+    // The order of the members is the order of the steps.
+    const auto object = nlohmann::ordered_json::parse(widened(text), nullptr, false);
+    if (!object.is_object()) {
+        return std::nullopt;
+    }
+    std::vector<Member> members;
+    for (const auto& [key, value] : object.items()) {
+        const std::string printed = value.is_string() ? value.get<std::string>() : value.dump();
+        members.push_back({narrowed(key), narrowed(printed)});
+    }
+    return members;
+}
+
+void explain_member(const Member& member, Outline& out) {
+    const auto* const known = std::ranges::find(kKeys, std::string_view(member.key), &Key::key);
+    if (known == kKeys.end()) {
+        out.privacy().learn(member.value);
+        out.line(readable(member.key) + ": " + in_quotes(member.value));
+        return;
+    }
+    out.line(member.key + ": " + std::string(known->what));
+    const auto nest = out.nest();
+    known->explain(member.value, out);
+}
+
+void explain_json(std::string_view text, Outline& out) {
+    const auto members = json_members(text);
+    if (!members) {
+        out.privacy().learn(text);
+        out.problem("not a JSON object: " + in_quotes(text));
+        return;
+    }
+    for (const Member& member : *members) {
+        explain_member(member, out);
+    }
+}
+
+} // namespace tool

@@ -1,0 +1,38 @@
+// The texts around data objects: application data, the card sequence number field, whole JSON.
+#pragma once
+
+#include "decode/outline.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tool {
+
+// Six digits that count the bytes, then the bytes in hex.
+bool is_application_data(std::string_view text);
+void explain_application_data(std::string_view text, Outline& out);
+
+// Data objects in hex, with nothing around them.
+void explain_objects_text(std::string_view text, Outline& out);
+
+// The characters ` and 03, then the number.
+void explain_sequence_field(std::string_view text, Outline& out);
+
+// A member of what a host gives or gets.
+struct Member {
+    std::string key;
+    std::string value; // of a text, its bytes; of anything else, its JSON
+};
+
+// The members of a JSON object; nothing when text is none. Bytes of a text stay as they are, GBK or
+// not, and an escape stands for one byte.
+std::optional<std::vector<Member>> json_members(std::string_view text);
+
+// What stands under one of the keys that the library knows.
+void explain_member(const Member& member, Outline& out);
+
+void explain_json(std::string_view text, Outline& out);
+
+} // namespace tool

@@ -1,0 +1,14 @@
+// The answer to reset.
+#pragma once
+
+#include "decode/bytes.h"
+#include "decode/outline.h"
+
+namespace tool {
+
+// Begins as one and is exactly as long as it says.
+bool is_atr(Bytes atr);
+
+void explain_atr(Bytes atr, Outline& out);
+
+} // namespace tool

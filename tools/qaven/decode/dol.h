@@ -1,0 +1,18 @@
+// Lists of what a card wants to be told.
+#pragma once
+
+#include "decode/bytes.h"
+#include "decode/outline.h"
+
+namespace tool {
+
+// Data object list: tags and lengths. start: where the list begins in what the user gave.
+void explain_dol(Bytes list, std::size_t start, Outline& out);
+
+// Tags alone.
+void explain_tag_list(Bytes list, Outline& out);
+
+// Every entry is whole and has a tag of the table.
+bool is_dol_of_known_tags(Bytes list);
+
+} // namespace tool

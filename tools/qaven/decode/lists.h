@@ -1,0 +1,24 @@
+// Values that are lists or compounds with a layout of their own.
+#pragma once
+
+#include "decode/bytes.h"
+#include "decode/outline.h"
+
+namespace tool {
+
+void explain_file_locator(Bytes value, Outline& out);
+
+// Entries of four bytes whose files and records can exist.
+bool is_file_locator(Bytes value);
+
+void explain_verification_methods(Bytes value, Outline& out);
+void explain_verification_results(Bytes value, Outline& out);
+
+// ARPC and authorisation response code.
+void explain_issuer_authentication(Bytes value, Outline& out);
+
+// AIP and AFL, or CID, ATC, cryptogram and IAD: the answers to GET PROCESSING OPTIONS and to
+// GENERATE AC.
+void explain_response_format_1(Bytes value, Outline& out);
+
+} // namespace tool

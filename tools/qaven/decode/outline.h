@@ -1,0 +1,53 @@
+// What is known about an input: lines, indented by what they belong to.
+#pragma once
+
+#include "decode/privacy.h"
+
+#include <string>
+#include <vector>
+
+namespace tool {
+
+class Outline {
+  public:
+    explicit Outline(Privacy& privacy) : privacy_(privacy) {}
+
+    // While it lives, lines belong to the one before it.
+    class Nest {
+      public:
+        explicit Nest(Outline& outline) : outline_(outline) { ++outline_.depth_; }
+        Nest(const Nest&) = delete;
+        Nest& operator=(const Nest&) = delete;
+        ~Nest() { --outline_.depth_; }
+
+      private:
+        Outline& outline_;
+    };
+
+    Nest nest() { return Nest(*this); }
+
+    void line(std::string text);
+
+    // A line that says what does not make sense.
+    void problem(const std::string& text);
+
+    bool has_problems() const { return has_problems_; }
+
+    Privacy& privacy() { return privacy_; }
+
+    // The lines, numbers masked.
+    std::string text() const;
+
+  private:
+    struct Line {
+        int depth;
+        std::string text;
+    };
+
+    Privacy& privacy_;
+    std::vector<Line> lines_;
+    int depth_ = 0;
+    bool has_problems_ = false;
+};
+
+} // namespace tool

@@ -1,0 +1,216 @@
+// What of a card number, of track data and of an identity number may be seen.
+#include "decode/privacy.h"
+
+#include "decode/bytes.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+namespace tool {
+
+namespace {
+
+constexpr std::size_t kShownAhead = 6;
+constexpr std::size_t kShownBehind = 4;
+constexpr std::size_t kShortestNumber = 13;
+constexpr std::size_t kLongestNumber = 19;
+
+// A number that a line's end has cut off is known by its beginning.
+constexpr std::size_t kTellingBeginning = 8;
+
+// Expiry and service code stand between account number and the rest of track 2.
+constexpr std::size_t kShownOfTrack = 7;
+
+constexpr char kMask = '*';
+
+bool is_shown(std::size_t place, std::size_t size) {
+    return size > kShownAhead + kShownBehind &&
+           (place < kShownAhead || place + kShownBehind >= size);
+}
+
+bool is_blank(char character) {
+    return character == ' ' || character == '\t' || character == '\r' || character == '\n';
+}
+
+char to_upper(char character) {
+    return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A')
+                                                : character;
+}
+
+// The hex digits of the characters: "62" gives "3632".
+std::string hex_of_characters(std::string_view number) {
+    return hex(bytes_of(number));
+}
+
+// The places in text of the characters of a wanted text, blanks between them passed over. When
+// text ends first, what was found of it.
+std::vector<std::size_t> match(std::string_view text, std::size_t at, std::string_view wanted) {
+    std::vector<std::size_t> places;
+    for (; at < text.size() && places.size() < wanted.size(); ++at) {
+        if (is_blank(text[at]) && !places.empty()) {
+            continue;
+        }
+        if (to_upper(text[at]) != wanted[places.size()]) {
+            return {};
+        }
+        places.push_back(at);
+    }
+    return places;
+}
+
+// Behind an account number: the rest of track 2, up to its end.
+void mask_rest_of_track(std::string& text, std::size_t at) {
+    while (at < text.size() && is_blank(text[at])) {
+        ++at;
+    }
+    if (at >= text.size() || (to_upper(text[at]) != 'D' && text[at] != '=')) {
+        return;
+    }
+    std::size_t seen = 0;
+    for (++at; at < text.size() && (is_digit(text[at]) || is_blank(text[at])); ++at) {
+        if (!is_blank(text[at]) && seen++ >= kShownOfTrack) {
+            text[at] = kMask;
+        }
+    }
+}
+
+// Each character of the number is written with so many characters of the form.
+void mask(std::string& text, std::string_view form, std::size_t characters_each) {
+    const std::size_t size = form.size() / characters_each;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const std::vector<std::size_t> places = match(text, at, form);
+        if (places.size() < kTellingBeginning * characters_each) {
+            continue;
+        }
+        for (std::size_t k = 0; k < places.size(); ++k) {
+            if (places.size() < form.size() ? k / characters_each >= kShownAhead
+                                            : !is_shown(k / characters_each, size)) {
+                text[places[k]] = kMask;
+            }
+        }
+        mask_rest_of_track(text, places.back() + 1);
+        at = places.back();
+    }
+}
+
+// The check digit that account numbers end with.
+bool has_check_digit(std::string_view digits) {
+    int sum = 0;
+    bool doubled = false;
+    for (std::size_t at = digits.size(); at-- > 0;) {
+        const int digit = (digits[at] - '0') * (doubled ? 2 : 1);
+        sum += digit > 9 ? digit - 9 : digit;
+        doubled = !doubled;
+    }
+    return sum % 10 == 0;
+}
+
+bool begins_as_bank_card(char digit) {
+    return (digit >= '3' && digit <= '6') || digit == '9';
+}
+
+bool has_number_length(std::size_t length) {
+    return length >= kShortestNumber && length <= kLongestNumber;
+}
+
+// Behind one of the tags that hold an account number, and its length: the value's beginning.
+std::optional<std::size_t> behind_account_tag(std::string_view text, std::size_t at) {
+    for (const std::string_view tag : {"5A", "57", "9F6B"}) {
+        if (text.substr(at).starts_with(tag) && at + tag.size() + 2 <= text.size()) {
+            const int high = digit_value(text[at + tag.size()]);
+            const int low = digit_value(text[at + tag.size() + 1]);
+            const int length = 16 * high + low;
+            if (high >= 0 && low >= 0 && length >= 7 && length <= 19) {
+                return at + tag.size() + 2;
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+std::string_view digits_at(std::string_view text, std::size_t at) {
+    std::size_t end = at;
+    while (end < text.size() && is_digit(text[end])) {
+        ++end;
+    }
+    return text.substr(at, end - at);
+}
+
+} // namespace
+
+std::string Privacy::number(std::string_view digits) {
+    std::string shown(digits);
+    if (show_all_) {
+        return shown;
+    }
+    remember(digits);
+    for (std::size_t place = 0; place < shown.size(); ++place) {
+        if (!is_shown(place, shown.size())) {
+            shown[place] = kMask;
+        }
+    }
+    return shown;
+}
+
+std::string Privacy::track_data(std::string_view data) const {
+    return show_all_ ? std::string(data) : "(not shown)";
+}
+
+void Privacy::remember(std::string_view digits) {
+    if (digits.size() < kShortestNumber) {
+        return;
+    }
+    if (std::ranges::find(numbers_, digits) == numbers_.end()) {
+        numbers_.emplace_back(digits);
+    }
+}
+
+void Privacy::learn(std::string_view text) {
+    if (show_all_) {
+        return;
+    }
+    std::string joined = upper(text);
+    std::erase_if(joined, is_blank);
+    const std::string_view all(joined);
+    for (std::size_t at = 0; at < all.size(); ++at) {
+        if (const auto value = behind_account_tag(all, at)) {
+            const std::string_view digits = digits_at(all, *value);
+            remember(digits.substr(0, kLongestNumber));
+        }
+        if (!is_digit(all[at]) || (at > 0 && is_digit(all[at - 1]))) {
+            continue;
+        }
+        std::string_view run = digits_at(all, at);
+        const std::string_view behind = all.substr(at + run.size());
+        const bool track2 = run.size() >= kShortestNumber &&
+                            (behind.starts_with('=') || behind.starts_with('D')) &&
+                            digits_at(behind, 1).size() >= 4;
+        if (track2) {
+            // Tag, length or a field's length may stand ahead of it as further digits.
+            for (std::size_t size = kShortestNumber; size <= std::min(run.size(), kLongestNumber);
+                 ++size) {
+                const std::string_view tail = run.substr(run.size() - size);
+                if (size == std::min(run.size(), kLongestNumber) ||
+                    (begins_as_bank_card(tail[0]) && has_check_digit(tail))) {
+                    remember(tail);
+                }
+            }
+        } else if (has_number_length(run.size()) && begins_as_bank_card(run[0]) &&
+                   has_check_digit(run)) {
+            remember(run);
+        }
+    }
+}
+
+std::string Privacy::redacted(std::string text) const {
+    if (!show_all_) {
+        for (const std::string& number : numbers_) {
+            mask(text, number, 1);
+            mask(text, hex_of_characters(number), 2);
+        }
+    }
+    return text;
+}
+
+} // namespace tool

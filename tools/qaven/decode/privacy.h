@@ -1,0 +1,39 @@
+// What of a card number, of track data and of an identity number may be seen.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tool {
+
+// Shows numbers with their middle replaced by asterisks, and remembers them: wherever they turn up
+// once more, in whatever form, they are masked as well.
+class Privacy {
+  public:
+    explicit Privacy(bool show_all) : show_all_(show_all) {}
+
+    bool show_all() const { return show_all_; }
+
+    // Account and identity numbers: the first six and the last four characters.
+    std::string number(std::string_view digits);
+
+    // Data of the tracks that nobody who reads along needs.
+    std::string track_data(std::string_view data) const;
+
+    // Looks for account numbers in a text that nothing else is known about: alone, in track 2, in
+    // data objects 5A, 57 and 9F6B.
+    void learn(std::string_view text);
+
+    // The text with every number that is known by now masked, written as digits, as packed hex or
+    // as hex of characters, with blanks between or without.
+    std::string redacted(std::string text) const;
+
+  private:
+    void remember(std::string_view digits);
+
+    bool show_all_;
+    std::vector<std::string> numbers_;
+};
+
+} // namespace tool

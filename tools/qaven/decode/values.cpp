@@ -1,0 +1,363 @@
+// The value of a data object: a short text, and what else there is to say about it.
+#include "decode/values.h"
+
+#include "decode/apdu.h"
+#include "decode/bits.h"
+#include "decode/dol.h"
+#include "decode/lists.h"
+#include "decode/money.h"
+#include "decode/script_result.h"
+#include "decode/text.h"
+
+#include <algorithm>
+#include <array>
+
+namespace tool {
+
+namespace {
+
+struct Words {
+    std::string_view code;
+    std::string_view words;
+};
+
+template <std::size_t Size>
+std::string_view words_for(const std::array<Words, Size>& table, std::string_view code) {
+    const auto* const found = std::ranges::find(table, code, &Words::code);
+    return found != table.end() ? found->words : std::string_view();
+}
+
+constexpr auto kTransactionTypes = std::to_array<Words>({
+    {"00", "goods and services"},
+    {"01", "cash"},
+    {"09", "goods with cashback"},
+    {"17", "cash advance"},
+    {"20", "refund"},
+    {"21", "deposit"},
+    {"30", "balance inquiry"},
+    {"31", "balance inquiry"},
+    {"33", "account verification"},
+    {"40", "transfer"},
+    {"60", "load of electronic cash from the linked account"},
+    {"62", "load of electronic cash from another account"},
+    {"63", "load of electronic cash with banknotes"},
+});
+
+constexpr auto kIdentityTypes = std::to_array<Words>({
+    {"00", "identity card"},
+    {"01", "military officer's card"},
+    {"02", "passport"},
+    {"03", "entry permit"},
+    {"04", "temporary identity card"},
+    {"05", "other"},
+});
+
+constexpr auto kResponseCodes = std::to_array<Words>({
+    {"00", "approved online"},
+    {"01", "refer to the issuer"},
+    {"02", "refer to the issuer"},
+    {"04", "capture the card"},
+    {"05", "declined online"},
+    {"10", "approved for a part of the amount"},
+    {"11", "approved (VIP)"},
+    {"51", "declined: not enough money"},
+    {"54", "declined: the card has expired"},
+    {"55", "declined: wrong PIN"},
+    {"Y1", "approved offline"},
+    {"Z1", "declined offline"},
+    {"Y2", "approved after a referral"},
+    {"Z2", "declined after a referral"},
+    {"Y3", "could not go online, approved offline"},
+    {"Z3", "could not go online, declined offline"},
+});
+
+constexpr auto kTerminalOperators =
+    std::to_array<std::string_view>({"financial institution", "merchant", "cardholder"});
+
+constexpr auto kTerminalPlaces = std::to_array<std::string_view>({
+    "attended, online only",
+    "attended, offline with online capability",
+    "attended, offline only",
+    "unattended, online only",
+    "unattended, offline with online capability",
+    "unattended, offline only",
+});
+
+std::string with_words(std::string_view code, std::string_view words) {
+    return words.empty() ? std::string(code) : std::string(code) + " (" + std::string(words) + ')';
+}
+
+int two_digits(std::string_view digits) {
+    return 10 * digit_value(digits[0]) + digit_value(digits[1]);
+}
+
+bool is_date(std::string_view year, std::string_view month_and_day) {
+    if (!all_digits(year) || !all_digits(month_and_day)) {
+        return false;
+    }
+    const int month = two_digits(month_and_day);
+    const int day = two_digits(month_and_day.substr(2));
+    return month >= 1 && month <= 12 && day >= 1 && day <= 31;
+}
+
+std::string terminal_type_text(Bytes value) {
+    const std::string digits = hex(value);
+    if (value.size() == 1) {
+        const unsigned who = value[0] >> 4U;
+        const unsigned place = value[0] & 0xFU;
+        if (who >= 1 && who <= kTerminalOperators.size() && place >= 1 &&
+            place <= kTerminalPlaces.size()) {
+            return digits + " (" + std::string(kTerminalPlaces.at(place - 1)) +
+                   ", operated by the " + std::string(kTerminalOperators.at(who - 1)) + ')';
+        }
+    }
+    return digits;
+}
+
+// Binary values of up to eight bytes; longer ones stay hexadecimal.
+std::string number_text(Bytes value) {
+    if (value.empty() || value.size() > 8) {
+        return hex(value);
+    }
+    std::uint64_t number = 0;
+    for (const unsigned char byte : value) {
+        number = number << 8U | byte;
+    }
+    const std::string digits = hex(value);
+    const std::string decimal = std::to_string(number);
+    return digits == decimal ? decimal : digits + " (" + decimal + ')';
+}
+
+std::string log_entry_text(Bytes value) {
+    if (value.size() < 2) {
+        return hex(value);
+    }
+    return hex(value) + " (SFI " + std::to_string(value[0]) + ", " + std::to_string(value[1]) +
+           " records)";
+}
+
+std::string priority_text(Bytes value) {
+    if (value.size() != 1) {
+        return hex(value);
+    }
+    const std::string confirmation =
+        (value[0] & 0x80U) != 0 ? ", only when the cardholder confirms" : "";
+    const unsigned priority = value[0] & 0xFU;
+    return hex(value) + " (" +
+           (priority == 0 ? "no priority" : "priority " + std::to_string(priority)) + confirmation +
+           ')';
+}
+
+// The field holds an amount on cards with electronic cash and track 2 on others.
+std::string track2_or_limit(Bytes value, std::string_view currency, Privacy& privacy) {
+    const std::string digits = hex(value);
+    return value.size() == 6 && all_digits(digits) ? amount_text(digits, currency)
+                                                   : track2_text(digits, privacy);
+}
+
+// Hexadecimal digits, and the text they may be.
+std::string bytes_text(Bytes value) {
+    std::string text = hex(value);
+    constexpr std::size_t kLeastText = 3;
+    const std::string_view characters = characters_of(value);
+    const std::size_t end = characters.find_last_not_of('\0');
+    const std::string_view kept = characters.substr(0, end == std::string_view::npos ? 0 : end + 1);
+    if (kept.size() >= kLeastText &&
+        std::ranges::all_of(kept, [](char c) { return c >= 0x20 && c < 0x7F; })) {
+        text += ' ' + in_quotes(kept);
+    }
+    return text;
+}
+
+} // namespace
+
+std::string date_text(std::string_view digits) {
+    if (digits.size() == 8 && is_date(digits.substr(0, 4), digits.substr(4))) {
+        return std::string(digits.substr(0, 4)) + '-' + std::string(digits.substr(4, 2)) + '-' +
+               std::string(digits.substr(6));
+    }
+    if (digits.size() == 6 && is_date(digits.substr(0, 2), digits.substr(2))) {
+        // Two-digit years of cards: 50 to 99 are those of the last century.
+        return (two_digits(digits) < 50 ? "20" : "19") + std::string(digits.substr(0, 2)) + '-' +
+               std::string(digits.substr(2, 2)) + '-' + std::string(digits.substr(4));
+    }
+    return std::string(digits) + " (not a date)";
+}
+
+std::string time_text(std::string_view digits) {
+    if (digits.size() == 6 && all_digits(digits) && two_digits(digits) < 24 &&
+        two_digits(digits.substr(2)) < 60 && two_digits(digits.substr(4)) < 60) {
+        return std::string(digits.substr(0, 2)) + ':' + std::string(digits.substr(2, 2)) + ':' +
+               std::string(digits.substr(4));
+    }
+    return std::string(digits) + " (not a time)";
+}
+
+std::string transaction_type_text(std::string_view digits) {
+    return with_words(digits, words_for(kTransactionTypes, digits));
+}
+
+std::string currency_text(std::string_view digits) {
+    return with_words(digits, currency_letters(digits));
+}
+
+std::string country_text(std::string_view digits) {
+    return with_words(digits, country_name(digits));
+}
+
+std::string identity_type_text(std::string_view digits) {
+    return with_words(digits, words_for(kIdentityTypes, digits));
+}
+
+std::string account_number_text(std::string_view digits, Privacy& privacy) {
+    while (!digits.empty() && (digits.back() == 'F' || digits.back() == 'f')) {
+        digits.remove_suffix(1);
+    }
+    return privacy.number(digits) +
+           (all_digits(digits) ? "" : " (has characters that are no digits)");
+}
+
+std::string track2_text(std::string_view track, Privacy& privacy) {
+    constexpr std::size_t kExpiry = 4;
+    constexpr std::size_t kService = 3;
+    const std::size_t separator = track.find_first_of("Dd=");
+    if (separator == std::string_view::npos) {
+        return account_number_text(track, privacy) + " (no separator behind the number)";
+    }
+    while (!track.empty() && (track.back() == 'F' || track.back() == 'f')) {
+        track.remove_suffix(1);
+    }
+    std::string text = account_number_text(track.substr(0, separator), privacy);
+    std::string_view rest = track.substr(std::min(separator + 1, track.size()));
+    if (rest.size() >= kExpiry &&
+        is_date(rest.substr(0, 2), std::string(rest.substr(2, 2)) + "01")) {
+        text +=
+            ", expiry 20" + std::string(rest.substr(0, 2)) + '-' + std::string(rest.substr(2, 2));
+        rest.remove_prefix(kExpiry);
+        if (rest.size() >= kService && all_digits(rest.substr(0, kService))) {
+            text += ", service code " + std::string(rest.substr(0, kService));
+            rest.remove_prefix(kService);
+        }
+    }
+    return rest.empty() ? text : text + ", discretionary data " + privacy.track_data(rest);
+}
+
+std::string_view response_code_words(std::string_view code) {
+    return words_for(kResponseCodes, code);
+}
+
+std::string value_text(Form form, Bytes value, std::string_view currency, Privacy& privacy) {
+    const std::string digits = hex(value);
+    switch (form) {
+    case Form::kTemplate:
+        return "";
+    case Form::kText:
+        return in_quotes(characters_of(value));
+    case Form::kNumber:
+        return number_text(value);
+    case Form::kAmount:
+        return amount_text(digits, currency);
+    case Form::kDate:
+        return date_text(digits);
+    case Form::kTime:
+        return time_text(digits);
+    case Form::kAccountNumber:
+        return account_number_text(digits, privacy);
+    case Form::kTrack2:
+        return track2_or_limit(value, currency, privacy);
+    case Form::kTrackData:
+        return privacy.show_all() ? bytes_text(value) : privacy.track_data(digits);
+    case Form::kIdentityNumber: {
+        const std::string_view characters = characters_of(value);
+        return readable(privacy.number(characters.substr(0, characters.find('\0'))));
+    }
+    case Form::kIdentityType:
+        return identity_type_text(digits);
+    case Form::kPinData:
+        return "(never shown)";
+    case Form::kCurrency:
+        return currency_text(digits);
+    case Form::kCountry:
+        return country_text(digits);
+    case Form::kTransactionType:
+        return transaction_type_text(digits);
+    case Form::kTerminalType:
+        return terminal_type_text(value);
+    case Form::kLogEntry:
+        return log_entry_text(value);
+    case Form::kPriority:
+        return priority_text(value);
+    case Form::kResponseCode:
+        return in_quotes(characters_of(value)) + [&] {
+            const std::string_view words = response_code_words(characters_of(value));
+            return words.empty() ? std::string() : " (" + std::string(words) + ')';
+        }();
+    case Form::kBytes:
+        return bytes_text(value);
+    default:
+        return digits;
+    }
+}
+
+void explain_value(Form form, Bytes value, Outline& out) {
+    switch (form) {
+    case Form::kDol:
+        explain_dol(value, 0, out);
+        break;
+    case Form::kTagList:
+        explain_tag_list(value, out);
+        break;
+    case Form::kInterchangeProfile:
+        explain_interchange_profile(value, out);
+        break;
+    case Form::kTerminalVerification:
+        explain_terminal_verification(value, out);
+        break;
+    case Form::kTransactionStatus:
+        explain_transaction_status(value, out);
+        break;
+    case Form::kCryptogramInformation:
+        explain_cryptogram_information(value, out);
+        break;
+    case Form::kIssuerApplicationData:
+        explain_issuer_application_data(value, out);
+        break;
+    case Form::kFileLocator:
+        explain_file_locator(value, out);
+        break;
+    case Form::kVerificationMethods:
+        explain_verification_methods(value, out);
+        break;
+    case Form::kVerificationResults:
+        explain_verification_results(value, out);
+        break;
+    case Form::kUsageControl:
+        explain_usage_control(value, out);
+        break;
+    case Form::kTerminalCapabilities:
+        explain_terminal_capabilities(value, out);
+        break;
+    case Form::kMoreTerminalCapabilities:
+        explain_more_terminal_capabilities(value, out);
+        break;
+    case Form::kTransactionQualifiers:
+        explain_transaction_qualifiers(value, out);
+        break;
+    case Form::kIssuerAuthentication:
+        explain_issuer_authentication(value, out);
+        break;
+    case Form::kScriptCommand:
+        explain_command(value, out);
+        break;
+    case Form::kScriptResult:
+        explain_script_result(value, out);
+        break;
+    case Form::kResponseFormat1:
+        explain_response_format_1(value, out);
+        break;
+    default:
+        break;
+    }
+}
+
+} // namespace tool
