@@ -58,14 +58,6 @@ std::string narrowed(std::string_view utf8) {
     return bytes;
 }
 
-using Explain = void (*)(std::string_view, Outline&);
-
-struct Key {
-    std::string_view key;
-    std::string_view what;
-    Explain explain;
-};
-
 void explain_step(std::string_view text, Outline& out) {
     if (text.empty()) {
         out.line("empty: the ARQC step was not asked for");
@@ -100,7 +92,24 @@ constexpr auto kKeys = std::to_array<Key>({
     {"Status", "host status", explain_status},
 });
 
+void explain_member(const Member& member, Outline& out) {
+    const Key* const known = find_key(member.key);
+    if (known == nullptr) {
+        out.privacy().learn(member.value);
+        out.line(readable(member.key) + ": " + in_quotes(member.value));
+        return;
+    }
+    out.line(member.key + ": " + std::string(known->what));
+    const auto nest = out.nest();
+    known->explain(member.value, out);
+}
+
 } // namespace
+
+const Key* find_key(std::string_view key) {
+    const auto* const known = std::ranges::find(kKeys, key, &Key::key);
+    return known != kKeys.end() ? known : nullptr;
+}
 
 bool is_application_data(std::string_view text) {
     text = trimmed(text);
@@ -172,18 +181,6 @@ std::optional<std::vector<Member>> json_members(std::string_view text) {
         members.push_back({narrowed(key), narrowed(printed)});
     }
     return members;
-}
-
-void explain_member(const Member& member, Outline& out) {
-    const auto* const known = std::ranges::find(kKeys, std::string_view(member.key), &Key::key);
-    if (known == kKeys.end()) {
-        out.privacy().learn(member.value);
-        out.line(readable(member.key) + ": " + in_quotes(member.value));
-        return;
-    }
-    out.line(member.key + ": " + std::string(known->what));
-    const auto nest = out.nest();
-    known->explain(member.value, out);
 }
 
 void explain_json(std::string_view text, Outline& out) {

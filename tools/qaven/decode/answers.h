@@ -30,8 +30,15 @@ struct Member {
 // not, and an escape stands for one byte.
 std::optional<std::vector<Member>> json_members(std::string_view text);
 
-// What stands under one of the keys that the library knows.
-void explain_member(const Member& member, Outline& out);
+// A key of the host interface.
+struct Key {
+    std::string_view key;
+    std::string_view what;
+    void (*explain)(std::string_view, Outline&);
+};
+
+// Null for a key that the library does not know.
+const Key* find_key(std::string_view key);
 
 void explain_json(std::string_view text, Outline& out);
 

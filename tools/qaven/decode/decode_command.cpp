@@ -77,11 +77,11 @@ std::string cleaned_input(std::string_view input) {
 }
 
 bool decode(std::string_view text, const InputForm* form, Outline& out) {
+    out.privacy().learn(text);
     if (form == nullptr) {
         form = guessed_form(text);
     }
     if (form == nullptr) {
-        out.privacy().learn(text);
         out.problem("at character 0: nothing tells what this is: " + in_quotes(text));
         return false;
     }

@@ -22,6 +22,9 @@ constexpr std::size_t kTellingBeginning = 8;
 // Expiry and service code stand between account number and the rest of track 2.
 constexpr std::size_t kShownOfTrack = 7;
 
+// A trace of a year has many cards; a number turns up again close to where it was met first.
+constexpr std::size_t kMostNumbers = 64;
+
 constexpr char kMask = '*';
 
 bool is_shown(std::size_t place, std::size_t size) {
@@ -161,9 +164,13 @@ void Privacy::remember(std::string_view digits) {
     if (digits.size() < kShortestNumber) {
         return;
     }
-    if (std::ranges::find(numbers_, digits) == numbers_.end()) {
-        numbers_.emplace_back(digits);
+    if (std::ranges::find(numbers_, digits) != numbers_.end()) {
+        return;
     }
+    if (numbers_.size() == kMostNumbers) {
+        numbers_.erase(numbers_.begin());
+    }
+    numbers_.emplace_back(digits);
 }
 
 void Privacy::learn(std::string_view text) {

@@ -249,12 +249,6 @@ void explain_card_information(std::string_view text, Outline& out) {
 void explain_transaction_data(std::string_view text, Outline& out) {
     const LetterRecords read = letter_records(text);
     explain_all(text, kTransactionData, currency_in(read.records), out);
-    if (std::ranges::any_of(read.records, [](const LetterRecord& r) {
-            return r.letter == 'S' && r.value.size() == 6 && r.value.starts_with("20") &&
-                   date_text(r.value).find('(') != std::string::npos;
-        })) {
-        out.line("the date has lost its day: six characters of YYYYMMDD");
-    }
 }
 
 bool has_log_counts(std::string_view text) {

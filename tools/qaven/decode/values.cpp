@@ -181,6 +181,12 @@ std::string date_text(std::string_view digits) {
         return (two_digits(digits) < 50 ? "20" : "19") + std::string(digits.substr(0, 2)) + '-' +
                std::string(digits.substr(2, 2)) + '-' + std::string(digits.substr(4));
     }
+    if (digits.size() == 6 && digits.starts_with("20") &&
+        is_date("20", std::string(digits.substr(4)) + "01")) {
+        // The issuer-authentication step cuts a host's YYYYMMDD so.
+        return std::string(digits) + " (not YYMMDD; as YYYYMM, " +
+               std::string(digits.substr(0, 4)) + '-' + std::string(digits.substr(4)) + ')';
+    }
     return std::string(digits) + " (not a date)";
 }
 

@@ -1,0 +1,174 @@
+// A trace log as people read it.
+#include "decode/trace_printer.h"
+
+#include "decode/answers.h"
+#include "decode/bytes.h"
+#include "decode/decode.h"
+#include "decode/forms.h"
+#include "decode/text.h"
+#include "decode/trace_labels.h"
+
+#include <algorithm>
+
+namespace tool {
+
+namespace {
+
+constexpr std::size_t kLongValue = 16;
+
+bool is_text(Bytes bytes) {
+    return !bytes.empty() && std::ranges::all_of(bytes, [](unsigned char byte) {
+        return byte >= 0x20 || byte == '\t' || byte == '\r' || byte == '\n';
+    }) && std::ranges::any_of(bytes, [](unsigned char byte) { return byte < 0x7F; });
+}
+
+// Without the numbers in it, which must not be torn apart by the end of a row.
+void print_rows(Bytes bytes, Outline& out) {
+    constexpr std::size_t kDigits = 64;
+    const std::string digits = hex(bytes);
+    out.privacy().learn(digits);
+    out.privacy().learn(characters_of(bytes));
+    const std::string shown = out.privacy().redacted(digits);
+    for (std::size_t at = 0; at < shown.size(); at += kDigits) {
+        out.line(shown.substr(at, kDigits));
+    }
+}
+
+// Explains a value whose form nothing but its looks tells; says nothing when they do not.
+bool explain_by_looks(std::string_view value, Outline& out) {
+    constexpr std::size_t kLeast = 4;
+    const InputForm* const form = value.size() >= kLeast ? guessed_form(value) : nullptr;
+    if (form == nullptr) {
+        return false;
+    }
+    Outline trial(out.privacy());
+    return decode(value, form, trial) && decode(value, form, out);
+}
+
+} // namespace
+
+std::string TracePrinter::text(const TraceEntry& entry) {
+    Outline out(privacy_);
+    privacy_.learn(entry.text);
+    if (entry.kind == TraceEntry::Kind::kDump) {
+        dump(entry, out);
+    } else {
+        line(entry.text, out);
+    }
+    return out.text();
+}
+
+bool TracePrinter::seen_before(std::string_view value) {
+    return value.size() >= kLongValue && !seen_.emplace(value).second;
+}
+
+void TracePrinter::line(std::string_view text, Outline& out) {
+    if (const TraceStep* const step = find_step(text)) {
+        const std::string words = readable(trimmed(text)) + " (" + std::string(step->what) + ')';
+        if (!step->is_entry_point) {
+            const auto nest = out.nest();
+            out.line(words);
+            return;
+        }
+        seen_.clear();
+        if (begun_) {
+            out.line("");
+        }
+        begun_ = true;
+        out.line(words);
+        return;
+    }
+    const auto nest = out.nest();
+    if (const TraceLabel* const label = find_label(text)) {
+        const std::string head = readable(label->label.substr(0, label->label.size() - 1)) + " (" +
+                                 std::string(label->what) + ')';
+        labelled(head, label->explain, text.substr(label->label.size()), out);
+        return;
+    }
+    unknown(text, out);
+}
+
+void TracePrinter::labelled(const std::string& head, Explain explain, std::string_view value,
+                            Outline& out) {
+    if (seen_before(value)) {
+        out.line(head + ": as above");
+        return;
+    }
+    if (explain == explain_json) {
+        out.line(head);
+        const auto nest = out.nest();
+        members(value, out);
+        return;
+    }
+    // What is one line belongs beside its label.
+    Outline trial(privacy_);
+    explain(value, trial);
+    const std::string explained = trial.text();
+    if (explained.empty()) {
+        out.line(head + ": (empty)");
+        return;
+    }
+    if (std::ranges::count(explained, '\n') == 1 && !trial.has_problems()) {
+        out.line(head + ": " + explained.substr(0, explained.size() - 1));
+        return;
+    }
+    out.line(head);
+    const auto nest = out.nest();
+    explain(value, out);
+}
+
+void TracePrinter::members(std::string_view json, Outline& out) {
+    const auto parsed = json_members(json);
+    if (!parsed) {
+        out.privacy().learn(json);
+        out.line("cut off, or not a JSON object:");
+        const auto nest = out.nest();
+        out.line(readable(json));
+        return;
+    }
+    for (const Member& member : *parsed) {
+        const Key* const key = find_key(member.key);
+        const std::string head =
+            readable(member.key) + (key != nullptr ? " (" + std::string(key->what) + ')' : "");
+        if (key == nullptr) {
+            out.privacy().learn(member.value);
+            out.line(head + ": " + in_quotes(member.value));
+        } else {
+            const bool nested = json_members(member.value).has_value();
+            labelled(head, nested ? explain_json : key->explain, member.value, out);
+        }
+    }
+}
+
+// A line of the host's own, or of a library that says more.
+void TracePrinter::unknown(std::string_view text, Outline& out) {
+    constexpr std::string_view kBehindTitle = ": ";
+    out.line(readable(text));
+    const auto nest = out.nest();
+    const std::size_t title = text.find(kBehindTitle);
+    const std::string_view value =
+        trimmed(title == std::string_view::npos ? text : text.substr(title + kBehindTitle.size()));
+    if (!seen_before(value)) {
+        explain_by_looks(value, out);
+    }
+}
+
+void TracePrinter::dump(const TraceEntry& entry, Outline& out) {
+    const auto nest = out.nest();
+    const std::string title = entry.text.empty() ? "HEX" : readable(entry.text);
+    out.line(title + ", " + std::to_string(entry.bytes.size()) +
+             (entry.bytes.size() == 1 ? " byte" : " bytes"));
+    const auto inner = out.nest();
+    print_rows(entry.bytes, out);
+    const InputForm* form = form_of_bytes(entry.bytes);
+    if (form != nullptr) {
+        decode(hex(entry.bytes), form, out);
+    } else if (is_text(entry.bytes)) {
+        const std::string_view text = characters_of(entry.bytes);
+        if (!explain_by_looks(text, out)) {
+            out.line(in_quotes(text));
+        }
+    }
+}
+
+} // namespace tool
