@@ -95,8 +95,7 @@ constexpr auto kKeys = std::to_array<Key>({
 void explain_member(const Member& member, Outline& out) {
     const Key* const known = find_key(member.key);
     if (known == nullptr) {
-        out.privacy().learn(member.value);
-        out.line(readable(member.key) + ": " + in_quotes(member.value));
+        out.line(readable(member.key) + ": " + in_quotes(out.privacy().guarded(member.value)));
         return;
     }
     out.line(member.key + ": " + std::string(known->what));
@@ -150,9 +149,9 @@ void explain_objects_text(std::string_view text, Outline& out) {
     const HexText data = from_hex(text);
     explain_objects(data.bytes, 0, out);
     if (data.stranger_at) {
-        out.privacy().learn(text.substr(*data.stranger_at));
         out.problem("at character " + std::to_string(*data.stranger_at) +
-                    ": no hexadecimal digit: " + in_quotes(text.substr(*data.stranger_at)));
+                    ": no hexadecimal digit: " +
+                    in_quotes(out.privacy().guarded(text.substr(*data.stranger_at))));
     } else if (data.odd) {
         out.problem("the last digit has no partner");
     }
@@ -186,8 +185,7 @@ std::optional<std::vector<Member>> json_members(std::string_view text) {
 void explain_json(std::string_view text, Outline& out) {
     const auto members = json_members(text);
     if (!members) {
-        out.privacy().learn(text);
-        out.problem("not a JSON object: " + in_quotes(text));
+        out.problem("not a JSON object: " + in_quotes(out.privacy().guarded(text)));
         return;
     }
     for (const Member& member : *members) {

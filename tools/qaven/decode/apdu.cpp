@@ -187,6 +187,14 @@ std::string_view command_name(unsigned char cla, unsigned char ins) {
     return is_known_class(cla) && command != nullptr ? command->name : std::string_view();
 }
 
+bool carries_pin(Bytes apdu) {
+    if (apdu.size() <= kHead || !is_known_class(apdu[0])) {
+        return false;
+    }
+    const Command* const command = find_command(apdu[1]);
+    return command != nullptr && command->payload == Payload::kPin;
+}
+
 void explain_command(Bytes apdu, Outline& out) {
     if (apdu.size() < kHead) {
         out.problem("a command has 4 bytes at least, " + std::to_string(apdu.size()) + " are here");

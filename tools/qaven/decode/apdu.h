@@ -17,6 +17,9 @@ bool is_response(Bytes apdu);
 // "SELECT", "GET DATA" ...; "" for an instruction that is not known.
 std::string_view command_name(unsigned char cla, unsigned char ins);
 
+// A command with a PIN in it that everybody could read.
+bool carries_pin(Bytes apdu);
+
 void explain_command(Bytes apdu, Outline& out);
 void explain_response(Bytes apdu, Outline& out);
 

@@ -242,8 +242,8 @@ void explain_bits(std::span<const Bits> table, Bytes value, Outline& out) {
         out.line("no bit is set");
     }
     if (value.size() < known) {
-        out.line("has " + std::to_string(value.size()) + " bytes; bits are defined for " +
-                 std::to_string(known));
+        out.line("short: " + std::to_string(value.size()) + " of " + std::to_string(known) +
+                 " bytes");
     }
 }
 

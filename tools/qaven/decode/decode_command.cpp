@@ -82,7 +82,8 @@ bool decode(std::string_view text, const InputForm* form, Outline& out) {
         form = guessed_form(text);
     }
     if (form == nullptr) {
-        out.problem("at character 0: nothing tells what this is: " + in_quotes(text));
+        out.problem("at character 0: nothing tells what this is: " +
+                    in_quotes(out.privacy().guarded(text)));
         return false;
     }
     out.line(std::string(form->what));

@@ -43,15 +43,21 @@ void explain_tag_list(Bytes list, Outline& out) {
 }
 
 bool is_dol_of_known_tags(Bytes list) {
-    for (std::size_t at = 0; at < list.size();) {
+    std::size_t entries = 0;
+    for (std::size_t at = 0; at < list.size(); ++entries) {
         const auto read = read_tag(list, at);
         const TagBytes* const tag = std::get_if<TagBytes>(&read);
         if (tag == nullptr || find_tag(tag->tag) == nullptr || at + tag->size >= list.size()) {
             return false;
         }
+        // Terminals are not asked for what only cards have.
+        const Form form = tag_form(tag->tag);
+        if (form == Form::kTemplate || form == Form::kDol || form == Form::kResponseFormat1) {
+            return false;
+        }
         at += tag->size + 1;
     }
-    return !list.empty();
+    return entries > 1;
 }
 
 } // namespace tool

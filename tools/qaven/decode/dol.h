@@ -12,7 +12,7 @@ void explain_dol(Bytes list, std::size_t start, Outline& out);
 // Tags alone.
 void explain_tag_list(Bytes list, Outline& out);
 
-// Every entry is whole and has a tag of the table.
+// More than one entry; every one is whole and has a tag that a terminal may be asked for.
 bool is_dol_of_known_tags(Bytes list);
 
 } // namespace tool

@@ -34,9 +34,9 @@ void from_digits(std::string_view text, Outline& out) {
     const HexText data = from_hex(text);
     Explain(data.bytes, out);
     if (data.stranger_at) {
-        out.privacy().learn(text.substr(*data.stranger_at));
         out.problem("at character " + std::to_string(*data.stranger_at) +
-                    ": no hexadecimal digit: " + in_quotes(text.substr(*data.stranger_at)));
+                    ": no hexadecimal digit: " +
+                    in_quotes(out.privacy().guarded(text.substr(*data.stranger_at))));
     } else if (data.odd) {
         out.problem("at character " + std::to_string(text.size() - 1) +
                     ": the last digit has no partner");
@@ -88,6 +88,16 @@ void explain_track2(std::string_view text, Outline& out) {
     }
 }
 
+void explain_account_number(std::string_view text, Outline& out) {
+    const std::string_view number = trimmed(text);
+    out.line(readable(account_number_text(number, out.privacy())));
+    if (is_account_number(number)) {
+        out.line("the check digit is right");
+    } else {
+        out.problem("the check digit is wrong, or this is no account number");
+    }
+}
+
 void explain_aid(Bytes data, Outline& out) {
     out.line(aid_text(data));
 }
@@ -121,6 +131,7 @@ constexpr auto kForms = std::to_array<InputForm>({
     {"termtype", "terminal type (9F35)", from_digits<explain_as<kTerminalType>>},
     {"ttq", "terminal transaction qualifiers (9F66)",
      from_digits<explain_as<kTransactionQualifiers>>},
+    {"pan", "account number (PAN)", explain_account_number},
     {"track2", "track 2", explain_track2},
     {"script", "issuer script result (DF31)", explain_script_result_text},
     {"appdata", "application data text (LpAppData)", explain_application_data},
@@ -198,8 +209,15 @@ const InputForm* form_of_digits(std::string_view text) {
 
 const InputForm* form_of_records(std::string_view text) {
     const LetterRecords read = letter_records(text);
-    if (read.records.empty()) {
+    if (read.records.empty() && !read.stops_at) {
         return nullptr;
+    }
+    if (read.records.empty()) {
+        // A single record, cut off.
+        const bool headed = text.size() >= 4 && all_digits(text.substr(1, 3));
+        return !headed || text[0] < 'A' || text[0] > 'Z' ? nullptr
+               : text[0] <= 'O'                          ? form_named("cardinfo")
+                                                         : form_named("txdata");
     }
     const auto has = [&](char letter) {
         return std::ranges::find(read.records, letter, &LetterRecord::letter) != read.records.end();
@@ -250,6 +268,11 @@ const InputForm* form_of_bytes(std::span<const unsigned char> bytes) {
     if (is_known_tag(bytes)) {
         return form_named("tag");
     }
+    // Read as an object, success would be an empty certificate.
+    const bool succeeds = bytes.size() > 2 && bytes[bytes.size() - 2] == 0x90 && bytes.back() == 0;
+    if (succeeds && is_response(bytes) && begins_with_known_tag(bytes)) {
+        return form_named("response");
+    }
     const bool objects = is_object_list(bytes) && !is_filling(bytes[0]);
     if (objects && knows_all_tags(bytes)) {
         return form_named("tlv");
@@ -279,6 +302,9 @@ const InputForm* guessed_form(std::string_view text) {
     }
     if (is_track2(content)) {
         return form_named("track2");
+    }
+    if (is_account_number(content)) {
+        return form_named("pan");
     }
     if (is_application_data(content)) {
         return form_named("appdata");

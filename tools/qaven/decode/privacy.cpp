@@ -19,6 +19,9 @@ constexpr std::size_t kLongestNumber = 19;
 // A number that a line's end has cut off is known by its beginning.
 constexpr std::size_t kTellingBeginning = 8;
 
+// In text that nobody can take apart, a run of digits that could be a good part of a number.
+constexpr std::size_t kTellingRun = 9;
+
 // Expiry and service code stand between account number and the rest of track 2.
 constexpr std::size_t kShownOfTrack = 7;
 
@@ -132,6 +135,30 @@ std::optional<std::size_t> behind_account_tag(std::string_view text, std::size_t
     return std::nullopt;
 }
 
+bool is_token(char character) {
+    return digit_value(character) >= 0 || (character >= 'A' && character <= 'Z') ||
+           character == '=';
+}
+
+// Times are long numbers as well, but do not begin as those of cards do.
+void guard_token(std::string& text, std::size_t begin, std::size_t end) {
+    const bool number = all_digits(std::string_view(text).substr(begin, end - begin));
+    if (number && !begins_as_bank_card(text[begin])) {
+        return;
+    }
+    for (std::size_t at = begin; at < end;) {
+        std::size_t run = at;
+        while (run < end && is_digit(text[run])) {
+            ++run;
+        }
+        if (run - at >= kTellingRun) {
+            std::fill(text.begin() + static_cast<std::ptrdiff_t>(at + kShownAhead),
+                      text.begin() + static_cast<std::ptrdiff_t>(run), kMask);
+        }
+        at = run + 1;
+    }
+}
+
 std::string_view digits_at(std::string_view text, std::size_t at) {
     std::size_t end = at;
     while (end < text.size() && is_digit(text[end])) {
@@ -141,6 +168,11 @@ std::string_view digits_at(std::string_view text, std::size_t at) {
 }
 
 } // namespace
+
+bool is_account_number(std::string_view text) {
+    return has_number_length(text.size()) && all_digits(text) && begins_as_bank_card(text[0]) &&
+           has_check_digit(text);
+}
 
 std::string Privacy::number(std::string_view digits) {
     std::string shown(digits);
@@ -203,11 +235,29 @@ void Privacy::learn(std::string_view text) {
                     remember(tail);
                 }
             }
-        } else if (has_number_length(run.size()) && begins_as_bank_card(run[0]) &&
-                   has_check_digit(run)) {
+        } else if (is_account_number(run)) {
             remember(run);
         }
     }
+}
+
+std::string Privacy::guarded(std::string_view text) {
+    learn(text);
+    std::string shown = redacted(std::string(text));
+    if (show_all_) {
+        return shown;
+    }
+    for (std::size_t at = 0; at < shown.size();) {
+        std::size_t end = at;
+        while (end < shown.size() && is_token(shown[end])) {
+            ++end;
+        }
+        if (end - at >= kShortestNumber) {
+            guard_token(shown, at, end);
+        }
+        at = end + 1;
+    }
+    return shown;
 }
 
 std::string Privacy::redacted(std::string text) const {

@@ -7,6 +7,9 @@
 
 namespace tool {
 
+// Digits, as many as an account number has, the last of which is the right check digit.
+bool is_account_number(std::string_view text);
+
 // Shows numbers with their middle replaced by asterisks, and remembers them: wherever they turn up
 // once more, in whatever form, they are masked as well.
 class Privacy {
@@ -24,6 +27,10 @@ class Privacy {
     // Looks for account numbers in a text that nothing else is known about: alone, in track 2, in
     // data objects 5A, 57 and 9F6B.
     void learn(std::string_view text);
+
+    // What nobody can take apart, for showing: the whole text is searched as by learn, and long
+    // runs of digits that may be a part of an account number lose all but the first six.
+    std::string guarded(std::string_view text);
 
     // The text with every number that is known by now masked, written as digits, as packed hex or
     // as hex of characters, with blanks between or without.

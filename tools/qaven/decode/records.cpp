@@ -163,8 +163,7 @@ void explain_record(const LetterRecord& record, std::span<const Field> fields,
     const Field* const field = field_of(fields, record.letter);
     const std::string letter = readable({&record.letter, 1});
     if (field == nullptr) {
-        out.privacy().learn(record.value);
-        out.line(letter + " (ignored): " + in_quotes(record.value));
+        out.line(letter + " (ignored): " + in_quotes(out.privacy().guarded(record.value)));
         return;
     }
     out.line(letter + ' ' + std::string(field->name) + ": " +
@@ -176,11 +175,10 @@ void explain_rest(const LetterRecords& read, std::string_view text, Outline& out
         return;
     }
     const std::string_view rest = text.substr(*read.stops_at);
-    out.privacy().learn(rest);
     out.problem("at character " + std::to_string(*read.stops_at) + ": " +
                 (read.cut ? "the record announces more characters than there are: "
                           : "no letter with a length of three digits: ") +
-                in_quotes(rest));
+                in_quotes(out.privacy().guarded(rest)));
 }
 
 void explain_all(std::string_view text, std::span<const Field> fields, std::string_view currency,

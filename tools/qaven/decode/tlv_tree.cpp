@@ -49,10 +49,7 @@ class Tree {
     }
 
     // What nobody can tell apart may hold a card number.
-    std::string left_over(Bytes data) {
-        out_.privacy().learn(hex(data));
-        return hex(data);
-    }
+    std::string left_over(Bytes data) { return out_.privacy().guarded(hex(data)); }
 
     bool explain(const Object& object, std::size_t start, int depth) {
         const std::string head = tag_text(object.tag) + " (" + std::to_string(object.length) +
@@ -79,7 +76,7 @@ class Tree {
         const bool is_aid = object.tag == 0x4F || object.tag == 0x84 || object.tag == 0x9F06;
         const std::string text = is_aid ? aid_text(object.value)
                                         : value_text(form, object.value, currency_, out_.privacy());
-        // PIN blocks are inside of some commands, so those are not repeated as digits.
+        // The command's own explanation repeats its digits, but for a PIN.
         const bool self_explaining = form == Form::kScriptCommand;
         out_.line(text.empty() || self_explaining ? head : head + ": " + text);
         const auto nest = out_.nest();
@@ -101,13 +98,16 @@ class Tree {
     bool explain_cut(const Object& object, const std::string& head, std::size_t start, int depth) {
         const Form form = tag_form(object.tag);
         const bool secret = form == Form::kAccountNumber || form == Form::kTrack2 ||
-                            form == Form::kTrackData || form == Form::kIdentityNumber ||
-                            form == Form::kPinData || form == Form::kScriptCommand;
-        const bool show = !object.constructed && (!secret || out_.privacy().show_all());
+                            form == Form::kTrackData || form == Form::kIdentityNumber;
+        // A command of a script is explained, and a PIN in it is not shown to anybody.
+        const bool never = form == Form::kPinData || form == Form::kScriptCommand;
+        const bool show = !object.constructed && !never && (!secret || out_.privacy().show_all());
         out_.line(show && !object.value.empty() ? head + ": " + left_over(object.value) : head);
         const auto nest = out_.nest();
         if (object.constructed && depth < kDeepestNesting) {
-            list(object.value, start + object.at + object.head, depth + 1);
+            if (!list(object.value, start + object.at + object.head, depth + 1)) {
+                return false;
+            }
         } else if (form == Form::kScriptCommand) {
             explain_command(object.value, out_);
         }

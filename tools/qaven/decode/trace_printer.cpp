@@ -2,6 +2,7 @@
 #include "decode/trace_printer.h"
 
 #include "decode/answers.h"
+#include "decode/apdu.h"
 #include "decode/bytes.h"
 #include "decode/decode.h"
 #include "decode/forms.h"
@@ -120,10 +121,9 @@ void TracePrinter::labelled(const std::string& head, Explain explain, std::strin
 void TracePrinter::members(std::string_view json, Outline& out) {
     const auto parsed = json_members(json);
     if (!parsed) {
-        out.privacy().learn(json);
         out.line("cut off, or not a JSON object:");
         const auto nest = out.nest();
-        out.line(readable(json));
+        out.line(readable(out.privacy().guarded(json)));
         return;
     }
     for (const Member& member : *parsed) {
@@ -131,8 +131,7 @@ void TracePrinter::members(std::string_view json, Outline& out) {
         const std::string head =
             readable(member.key) + (key != nullptr ? " (" + std::string(key->what) + ')' : "");
         if (key == nullptr) {
-            out.privacy().learn(member.value);
-            out.line(head + ": " + in_quotes(member.value));
+            out.line(head + ": " + in_quotes(out.privacy().guarded(member.value)));
         } else {
             const bool nested = json_members(member.value).has_value();
             labelled(head, nested ? explain_json : key->explain, member.value, out);
@@ -143,14 +142,23 @@ void TracePrinter::members(std::string_view json, Outline& out) {
 // A line of the host's own, or of a library that says more.
 void TracePrinter::unknown(std::string_view text, Outline& out) {
     constexpr std::string_view kBehindTitle = ": ";
-    out.line(readable(text));
-    const auto nest = out.nest();
     const std::size_t title = text.find(kBehindTitle);
+    const bool titled = title != std::string_view::npos;
     const std::string_view value =
-        trimmed(title == std::string_view::npos ? text : text.substr(title + kBehindTitle.size()));
-    if (!seen_before(value)) {
-        explain_by_looks(value, out);
+        trimmed(titled ? text.substr(title + kBehindTitle.size()) : text);
+    const std::string head = titled ? readable(text.substr(0, title)) : "a line";
+    if (seen_before(value)) {
+        out.line(head + ": as above");
+        return;
     }
+    Outline explained(privacy_);
+    if (!explain_by_looks(value, explained)) {
+        out.line(readable(privacy_.guarded(text)));
+        return;
+    }
+    out.line(head);
+    const auto nest = out.nest();
+    explain_by_looks(value, out);
 }
 
 void TracePrinter::dump(const TraceEntry& entry, Outline& out) {
@@ -159,8 +167,12 @@ void TracePrinter::dump(const TraceEntry& entry, Outline& out) {
     out.line(title + ", " + std::to_string(entry.bytes.size()) +
              (entry.bytes.size() == 1 ? " byte" : " bytes"));
     const auto inner = out.nest();
+    if (carries_pin(entry.bytes)) {
+        explain_command(entry.bytes, out);
+        return;
+    }
     print_rows(entry.bytes, out);
-    const InputForm* form = form_of_bytes(entry.bytes);
+    const InputForm* const form = form_of_bytes(entry.bytes);
     if (form != nullptr) {
         decode(hex(entry.bytes), form, out);
     } else if (is_text(entry.bytes)) {

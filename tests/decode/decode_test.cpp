@@ -1,0 +1,96 @@
+// Values of cards, issuers and the library, and what is said about them.
+#include "golden.h"
+#include "samples.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace tool::test;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+class Decode : public testing::TestWithParam<Sample> {};
+
+TEST_P(Decode, SaysWhatIsCommitted) {
+    expect_committed(GetParam().name, decoded(GetParam().text, GetParam().form));
+}
+
+INSTANTIATE_TEST_SUITE_P(Samples, Decode, testing::ValuesIn(samples()), [](const auto& instance) {
+    std::string name = instance.param.name;
+    std::erase(name, '-');
+    return name;
+});
+
+TEST(DecodedText, IsGbkWhereverItComesFrom) {
+    EXPECT_THAT(decoded("5F2004D5C5C8FD"), HasSubstr("\"张三\""));
+    // People paste what their terminal showed; the length counts the characters' GBK.
+    EXPECT_THAT(decoded("B004张三"), HasSubstr("B cardholder name: \"张三\""));
+}
+
+TEST(DecodedText, CannotMoveTheCursor) {
+    const std::string text = decoded("5F20081B5B324A9B410A0D");
+    EXPECT_THAT(text, HasSubstr("\\x1B[2J"));
+    EXPECT_THAT(text, Not(HasSubstr("\x1B")));
+    EXPECT_THAT(text, Not(HasSubstr("\r")));
+}
+
+TEST(DecodedAmount, FollowsTheCurrencyBesideIt) {
+    EXPECT_THAT(decoded("9F02060000000012135F2A020156"), HasSubstr("12.13 CNY"));
+    EXPECT_THAT(decoded("9F02060000000012135F2A020392"), HasSubstr("1213 JPY"));
+    EXPECT_THAT(decoded("9F02060000000012135F2A020414"), HasSubstr("1.213 KWD"));
+    EXPECT_THAT(decoded("9F0206000000001213"), HasSubstr("authorised: 12.13\n"));
+    EXPECT_THAT(decoded("9F020600000000000A"), HasSubstr("not an amount"));
+}
+
+TEST(DecodedDate, IsADateOrSaysThatItIsNone) {
+    EXPECT_THAT(decoded("9A03300228"), HasSubstr("2030-02-28"));
+    EXPECT_THAT(decoded("5F2403991231"), HasSubstr("1999-12-31"));
+    EXPECT_THAT(decoded("9A03301331"), HasSubstr("(not a date)"));
+    EXPECT_THAT(decoded("9A03201904"), HasSubstr("as YYYYMM, 2019-04"));
+}
+
+TEST(DecodedTrack2, InFullOnlyWhenAskedFor) {
+    const std::string track = "57136228000100001234565D30122201234567890F";
+    EXPECT_THAT(decoded(track), HasSubstr("622800*********4565, expiry 2030-12, service code 220"));
+    EXPECT_THAT(decoded(track, "", true), HasSubstr("6228000100001234565"));
+    EXPECT_THAT(decoded(track, "", true), HasSubstr("discretionary data 1234567890"));
+}
+
+TEST(DecodedCardInformation, TakesTheLengthThatHasLostAFillingDigit) {
+    EXPECT_THAT(decoded("E02/622800020000654=301B003ABC", "cardinfo"),
+                HasSubstr("B cardholder name: \"ABC\""));
+}
+
+TEST(DecodedLog, HasCountBytesOfAnyValue) {
+    // Ten entries are a line feed, and JSON writes it as an escape.
+    const std::string entry = "P012000000001213R0040156W003ABC";
+    EXPECT_THAT(decoded("\n\x1F" + entry),
+                HasSubstr("entries: 10, characters of the last one: 31"));
+    EXPECT_THAT(decoded("\\u000A\\u001f" + entry), HasSubstr("entries: 10"));
+    EXPECT_THAT(decoded("{\"TxDtailRet\":\"\\n\xEA" + entry + "\"}"),
+                HasSubstr("entries: 10, characters of the last one: 234"));
+}
+
+TEST(DecodedObjects, StopWhereTheyStopMakingSense) {
+    EXPECT_THAT(decoded("9F2608112233445566778895"),
+                HasSubstr("! at byte 12: the data end before the length of object 95"));
+    EXPECT_THAT(decoded("950500080060009F3602"),
+                HasSubstr("! at byte 10: the data end here; object "
+                          "9F36 announces 2 bytes, 0 are there"));
+    EXPECT_THAT(decoded("9584FFFFFFFF"), HasSubstr("! at byte 1: 84 is no length of object 95"));
+    EXPECT_THAT(decoded("95x5"), HasSubstr("! at character 0"));
+    EXPECT_THAT(decoded("95x5", "tlv"), HasSubstr("! at character 2: no hexadecimal digit"));
+}
+
+TEST(DecodedStatusWord, IsSaidInWords) {
+    EXPECT_THAT(decoded("9000"), HasSubstr("success"));
+    EXPECT_THAT(decoded("6110"), HasSubstr("16 more bytes"));
+    EXPECT_THAT(decoded("6C00"), HasSubstr("256 bytes"));
+    EXPECT_THAT(decoded("63C1"), HasSubstr("tries left: 1"));
+    EXPECT_THAT(decoded("6985"), HasSubstr("conditions of use"));
+    EXPECT_THAT(decoded("9999", "sw"), HasSubstr("unknown status word"));
+}
+
+} // namespace

@@ -1,0 +1,68 @@
+// Values that are cut off, and values in which something is different.
+#include "samples.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+
+using namespace tool::test;
+
+namespace {
+
+// What a byte of a text is replaced by: digits, letters, what ends things, what is no text at all.
+constexpr std::array kReplacements{'0', '9', 'A', 'F',  'P',  '=',   ':',
+                                   '"', '{', ' ', '\n', '\0', '\xFF'};
+
+class Spoilt : public testing::TestWithParam<Sample> {
+  protected:
+    // Something is said about everything, and never the cardholder's number.
+    static void expect_discreet(const std::string& text, const std::string& form) {
+        const std::string said = decoded(text, form);
+        EXPECT_FALSE(said.empty()) << text;
+        EXPECT_FALSE(shows(said, kAccountNumber)) << text << '\n' << said;
+    }
+};
+
+TEST_P(Spoilt, CutOffAnywhere) {
+    const Sample& sample = GetParam();
+    for (std::size_t size = 1; size < sample.text.size(); ++size) {
+        expect_discreet(sample.text.substr(0, size), sample.form);
+    }
+}
+
+TEST_P(Spoilt, WithAnyCharacterReplaced) {
+    const Sample& sample = GetParam();
+    for (std::size_t at = 0; at < sample.text.size(); ++at) {
+        for (const char replacement : kReplacements) {
+            std::string text = sample.text;
+            text[at] = replacement;
+            expect_discreet(text, sample.form);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Samples, Spoilt, testing::ValuesIn(samples()), [](const auto& instance) {
+    std::string name = instance.param.name;
+    std::erase(name, '-');
+    return name;
+});
+
+TEST(SpoiltTrace, CutOffAnywhere) {
+    const std::string log = sample_file("transaction.trace");
+    for (std::size_t size = 0; size < log.size(); size += 29) {
+        EXPECT_FALSE(shows(traced(log.substr(0, size)), kAccountNumber)) << size;
+    }
+}
+
+TEST(SpoiltTrace, WithAnyByteReplaced) {
+    const std::string log = sample_file("transaction.trace");
+    for (std::size_t at = 0; at < log.size(); at += 37) {
+        for (const char replacement : {'9', '\n', '\xFF'}) {
+            std::string text = log;
+            text[at] = replacement;
+            EXPECT_FALSE(shows(traced(text), kAccountNumber)) << at << ' ' << int{replacement};
+        }
+    }
+}
+
+} // namespace
