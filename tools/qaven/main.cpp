@@ -1,5 +1,6 @@
 // qaven: the library's operations on the command line. Finds the verb and turns what goes wrong in
 // it into a sentence and an exit status.
+#include "decode/commands.h"
 #include "exit_status.h"
 #include "terminal.h"
 #include "verbs.h"
@@ -29,6 +30,8 @@ constexpr std::array verbs{
     Verb{"log", "the card's log of its transactions", tool::log_command},
     Verb{"loadlog", "the card's log of electronic-cash loads", tool::loadlog_command},
     Verb{"idcard", "read the identity card on the identity-card reader", tool::idcard_command},
+    Verb{"decode", "what cards, issuers and the library say, in words", tool::decode_command},
+    Verb{"trace", "the library's trace made readable", tool::trace_command},
     Verb{"doctor", "find out why reader or card do not work", tool::doctor_command},
 };
 
