@@ -72,12 +72,11 @@ std::string traced(const std::string& log, bool show_pan) {
     return text;
 }
 
-bool shows(const std::string& text, const std::string& number) {
-    constexpr std::size_t kTooMany = 9;
+bool shows(const std::string& text, const std::string& number, std::size_t too_many) {
     std::string joined = upper(text);
     std::erase_if(joined, [](char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; });
-    for (std::size_t at = 0; at + kTooMany <= number.size(); ++at) {
-        const std::string digits = number.substr(at, kTooMany);
+    for (std::size_t at = 0; at + too_many <= number.size(); ++at) {
+        const std::string digits = number.substr(at, too_many);
         if (joined.find(digits) != std::string::npos ||
             joined.find(hex(bytes_of(digits))) != std::string::npos) {
             return true;

@@ -32,8 +32,8 @@ std::string decoded(const std::string& text, const std::string& form = "", bool 
 // What trace prints about a log.
 std::string traced(const std::string& log, bool show_pan = false);
 
-// Whether text shows nine digits of the number in a row, or more, in whatever form: as digits, as
-// hex of the characters, with blanks and line ends between.
-bool shows(const std::string& text, const std::string& number);
+// Whether text shows so many digits of the number in a row, or more, in whatever form: as digits,
+// as hex of the characters, with blanks and line ends between.
+bool shows(const std::string& text, const std::string& number, std::size_t too_many = 9);
 
 } // namespace tool::test

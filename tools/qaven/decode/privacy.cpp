@@ -49,8 +49,8 @@ std::string hex_of_characters(std::string_view number) {
     return hex(bytes_of(number));
 }
 
-// The places in text of the characters of a wanted text, blanks between them passed over. When
-// text ends first, what was found of it.
+// The places in text of the characters of a wanted text, blanks between them passed over: as many
+// as are there in a row.
 std::vector<std::size_t> match(std::string_view text, std::size_t at, std::string_view wanted) {
     std::vector<std::size_t> places;
     for (; at < text.size() && places.size() < wanted.size(); ++at) {
@@ -58,7 +58,7 @@ std::vector<std::size_t> match(std::string_view text, std::size_t at, std::strin
             continue;
         }
         if (to_upper(text[at]) != wanted[places.size()]) {
-            return {};
+            break;
         }
         places.push_back(at);
     }
@@ -81,17 +81,29 @@ void mask_rest_of_track(std::string& text, std::size_t at) {
     }
 }
 
-// Each character of the number is written with so many characters of the form.
-void mask(std::string& text, std::string_view form, std::size_t characters_each) {
-    const std::size_t size = form.size() / characters_each;
+// What is looked for: a number, or its end alone.
+struct Wanted {
+    std::string form;
+    std::size_t characters_each; // of the form, for one of the number
+    bool has_beginning;
+};
+
+void mask(std::string& text, const Wanted& wanted) {
+    const std::size_t each = wanted.characters_each;
+    const std::size_t size = wanted.form.size() / each;
     for (std::size_t at = 0; at < text.size(); ++at) {
-        const std::vector<std::size_t> places = match(text, at, form);
-        if (places.size() < kTellingBeginning * characters_each) {
+        const std::vector<std::size_t> places = match(text, at, wanted.form);
+        const std::size_t found = places.size() / each;
+        const bool whole = found == size;
+        const bool cut_off = !places.empty() && places.back() + 1 == text.size();
+        if (!whole && found < (cut_off ? kTellingBeginning : kShortestNumber)) {
             continue;
         }
         for (std::size_t k = 0; k < places.size(); ++k) {
-            if (places.size() < form.size() ? k / characters_each >= kShownAhead
-                                            : !is_shown(k / characters_each, size)) {
+            const std::size_t place = k / each;
+            const bool beginning = wanted.has_beginning && place < kShownAhead;
+            const bool end = whole && place + kShownBehind >= size;
+            if (!beginning && !end) {
                 text[places[k]] = kMask;
             }
         }
@@ -140,10 +152,15 @@ bool is_token(char character) {
            character == '=';
 }
 
-// Times are long numbers as well, but do not begin as those of cards do.
+// Date and time, with thousandths of a second or without: what logs are full of.
+bool is_timestamp(std::string_view token) {
+    return (token.size() == 14 || token.size() == 17) && all_digits(token) &&
+           (token.starts_with("19") || token.starts_with("20")) && token.substr(4, 2) >= "01" &&
+           token.substr(4, 2) <= "12";
+}
+
 void guard_token(std::string& text, std::size_t begin, std::size_t end) {
-    const bool number = all_digits(std::string_view(text).substr(begin, end - begin));
-    if (number && !begins_as_bank_card(text[begin])) {
+    if (is_timestamp(std::string_view(text).substr(begin, end - begin))) {
         return;
     }
     for (std::size_t at = begin; at < end;) {
@@ -263,8 +280,11 @@ std::string Privacy::guarded(std::string_view text) {
 std::string Privacy::redacted(std::string text) const {
     if (!show_all_) {
         for (const std::string& number : numbers_) {
-            mask(text, number, 1);
-            mask(text, hex_of_characters(number), 2);
+            for (std::size_t skip = 0; skip + kShortestNumber <= number.size(); ++skip) {
+                const std::string end = number.substr(skip);
+                mask(text, {end, 1, skip == 0});
+                mask(text, {hex_of_characters(end), 2, skip == 0});
+            }
         }
     }
     return text;

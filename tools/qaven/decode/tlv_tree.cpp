@@ -74,8 +74,11 @@ class Tree {
     void explain_primitive(const Object& object, const std::string& head, std::size_t start) {
         const Form form = tag_form(object.tag);
         const bool is_aid = object.tag == 0x4F || object.tag == 0x84 || object.tag == 0x9F06;
-        const std::string text = is_aid ? aid_text(object.value)
-                                        : value_text(form, object.value, currency_, out_.privacy());
+        const bool unknown = find_tag(object.tag) == nullptr;
+        const std::string text = unknown ? left_over(object.value)
+                                 : is_aid
+                                     ? aid_text(object.value)
+                                     : value_text(form, object.value, currency_, out_.privacy());
         // The command's own explanation repeats its digits, but for a PIN.
         const bool self_explaining = form == Form::kScriptCommand;
         out_.line(text.empty() || self_explaining ? head : head + ": " + text);
