@@ -53,14 +53,14 @@ INSTANTIATE_TEST_SUITE_P(Samples, Spoilt, testing::ValuesIn(samples()), [](const
 
 TEST(SpoiltTrace, CutOffAnywhere) {
     const std::string log = sample_file("transaction.trace");
-    for (std::size_t size = 0; size < log.size(); size += 29) {
+    for (std::size_t size = 0; size < log.size(); size += 97) {
         EXPECT_FALSE(shows(traced(log.substr(0, size)), kAccountNumber)) << size;
     }
 }
 
 TEST(SpoiltTrace, WithAnyByteReplaced) {
     const std::string log = sample_file("transaction.trace");
-    for (std::size_t at = 0; at < log.size(); at += 37) {
+    for (std::size_t at = 0; at < log.size(); at += 131) {
         for (const char replacement : {'9', '\n', '\xFF'}) {
             std::string text = log;
             text[at] = replacement;
