@@ -13,10 +13,12 @@
 #include <unistd.h>
 
 #include <charconv>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <thread>
 
 // The sanitizers' own count of the heap; there in instrumented programs only.
 // NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): their name for it
@@ -37,6 +39,17 @@ std::size_t entries_in(const char* folder) {
     return count;
 }
 
+// A thread that has ended and been waited for leaves the list a moment later.
+std::size_t threads() {
+    constexpr int looks = 100;
+    std::size_t count = entries_in("/proc/self/task");
+    for (int i = 0; count > 1 && i < looks; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        count = entries_in("/proc/self/task");
+    }
+    return count;
+}
+
 std::size_t heap_in_use() {
     if (__sanitizer_get_current_allocated_bytes != nullptr) {
         return __sanitizer_get_current_allocated_bytes();
@@ -47,7 +60,7 @@ std::size_t heap_in_use() {
 
 struct Footprint {
     std::size_t files = entries_in("/proc/self/fd");
-    std::size_t threads = entries_in("/proc/self/task");
+    std::size_t threads = ::threads();
     std::size_t heap = heap_in_use();
 };
 
