@@ -20,8 +20,8 @@ namespace {
 
 // What a format writes ahead of its value.
 constexpr std::string_view ahead_of_value(std::string_view format) {
-    const std::size_t start = format.find_first_not_of("\r\n");
-    return format.substr(start, format.find('%') - start);
+    format.remove_prefix(format.find_first_not_of("\r\n"));
+    return {format.begin(), std::ranges::find(format, '%')};
 }
 
 // What a line of blanks, words and line ends says.
