@@ -57,6 +57,7 @@ const std::string kGetProcessingOptions{"\x80\xA8\x00\x00\x0B\x83\x09\0\0\0\0\0\
 
 struct Sides {
     Times ours;
+    Times silent; // ours, without progress lines
     Times bare;
     Times pcscd;
 };
@@ -111,7 +112,13 @@ void measure_commands(Results& results) {
     for (const auto& command : commands()) {
         Sides& sides = results.commands[command.name];
         const Tape tape = record([&] { exchange(command.bytes); });
+        const auto silent = [&] {
+            setenv("QAVEN_DIAGNOSTICS", "off", 1);
+            sides.silent.add(time_of([&] { exchange(command.bytes); }));
+            unsetenv("QAVEN_DIAGNOSTICS");
+        };
         for (int i = 0; i < kCommandsInARound; ++i) {
+            silent();
             take_turns(
                 i, [&] { sides.ours.add(time_of([&] { exchange(command.bytes); })); },
                 [&] { sides.bare.add(time_of([&] { replay(tape, librarys_handle()); })); });
@@ -301,6 +308,10 @@ std::string report(const Results& results, bool with_pcscd) {
         compared_head("Command", "bare libusb", with_pcscd ? "`SCardTransmit`" : nullptr);
     for (const auto& [name, sides] : results.commands) {
         text += compared(name, sides);
+    }
+    text += '\n' + head({"Command, without progress lines", "qaven", "ratio to bare libusb"});
+    for (const auto& [name, sides] : results.commands) {
+        text += row({name, sides.silent.text(), paired_ratio_text(sides.silent, sides.bare)});
     }
     text += '\n' + compared_head("Operation", "its transfers by bare libusb", nullptr);
     int different = 0;
