@@ -17,6 +17,14 @@ constexpr std::size_t kTelling = 13;
 constexpr std::array kReplacements{'0', '9', 'A', 'F',  'P',    '=',   ':',
                                    '"', '{', ' ', '\n', '\x1F', '\xFF'};
 
+// Instrumented programs take a sample of the places: they are slower by more than ten times. Steps
+// have no factor in common with the replacements, so every one of those has its turn.
+#ifdef __SANITIZE_ADDRESS__
+constexpr std::size_t kStep = 17;
+#else
+constexpr std::size_t kStep = 1;
+#endif
+
 class Spoilt : public testing::TestWithParam<Sample> {
   protected:
     // Something is said about everything, and never the cardholder's number.
@@ -29,19 +37,17 @@ class Spoilt : public testing::TestWithParam<Sample> {
 
 TEST_P(Spoilt, CutOffAnywhere) {
     const Sample& sample = GetParam();
-    for (std::size_t size = 1; size < sample.text.size(); ++size) {
+    for (std::size_t size = 1; size < sample.text.size(); size += kStep) {
         expect_discreet(sample.text.substr(0, size), sample.form);
     }
 }
 
 TEST_P(Spoilt, WithAnyCharacterReplaced) {
     const Sample& sample = GetParam();
-    for (std::size_t at = 0; at < sample.text.size(); ++at) {
-        for (const char replacement : kReplacements) {
-            std::string text = sample.text;
-            text[at] = replacement;
-            expect_discreet(text, sample.form);
-        }
+    for (std::size_t k = 0; k < sample.text.size() * kReplacements.size(); k += kStep) {
+        std::string text = sample.text;
+        text[k / kReplacements.size()] = kReplacements[k % kReplacements.size()];
+        expect_discreet(text, sample.form);
     }
 }
 
@@ -53,14 +59,14 @@ INSTANTIATE_TEST_SUITE_P(Samples, Spoilt, testing::ValuesIn(samples()), [](const
 
 TEST(SpoiltTrace, CutOffAnywhere) {
     const std::string log = sample_file("transaction.trace");
-    for (std::size_t size = 0; size < log.size(); size += 97) {
+    for (std::size_t size = 0; size < log.size(); size += 97 * kStep) {
         EXPECT_FALSE(shows(traced(log.substr(0, size)), kAccountNumber)) << size;
     }
 }
 
 TEST(SpoiltTrace, WithAnyByteReplaced) {
     const std::string log = sample_file("transaction.trace");
-    for (std::size_t at = 0; at < log.size(); at += 131) {
+    for (std::size_t at = 0; at < log.size(); at += 131 * kStep) {
         for (const char replacement : {'9', '\n', '\xFF'}) {
             std::string text = log;
             text[at] = replacement;
