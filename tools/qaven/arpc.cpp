@@ -85,7 +85,7 @@ int arpc_command(Arguments arguments) {
     if (!options) {
         return kFine;
     }
-    const IssuerAnswer answer = answer_of(*options);
+    IssuerAnswer answer = answer_of(*options);
     return run_transaction(*options, [&answer](const std::string&) { return answer; });
 }
 

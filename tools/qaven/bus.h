@@ -40,16 +40,16 @@ enum class Holder {
 };
 
 struct Interface {
-    int number;
+    int number = 0;
     Holder holder = Holder::kNobody;
     int error = 0; // libusb's
 };
 
 struct Reader {
-    int bus;
-    int address;
-    Access access;
-    int error; // libusb's, when it cannot be opened
+    int bus = 0;
+    int address = 0;
+    Access access = Access::kFailed;
+    int error = 0; // libusb's, when it cannot be opened
     std::vector<Interface> interfaces;
 
     // The device node, "/dev/bus/usb/001/002".

@@ -136,7 +136,7 @@ Answer ask_library(EntryPoint entry_point, const ordered_json& request) {
     const std::streamoff before = trace_size();
     Answer answer;
     answer.code = entry_point(json.c_str(), resmsg.data(), errmsg.data(), 0, 0);
-    answer.json = resmsg.c_str();
+    answer.json.assign(resmsg, 0, resmsg.find('\0'));
     if (answer.code == 0) {
         answer.code = traced_result(before);
     }

@@ -69,7 +69,7 @@ void print_request(const std::vector<Object>& objects, const std::string& field5
 
 ArqcStep generate_arqc(const Options& options, const std::string& data, const std::string& aids) {
     const Answer answer = ask_library(QAVEN_genARQC, {{"aryInput", data}, {"AIDList", aids}});
-    const ArqcStep step{answer.text("LpAppData"), answer.text("ARQC")};
+    ArqcStep step{answer.text("LpAppData"), answer.text("ARQC")};
     if (options.has(kJson.name)) {
         std::puts(answer.json.c_str());
     }

@@ -96,6 +96,32 @@ Parts parts_of(Bytes apdu) {
     return {rest.first(announced), std::nullopt, rest.size() == announced};
 }
 
+std::string cryptogram_text(unsigned char p1) {
+    switch (p1 & 0xC0U) {
+    case 0x00:
+        return "asks for an AAC (decline)";
+    case 0x40:
+        return "asks for a TC (approve)";
+    case 0x80:
+        return "asks for an ARQC (go online)";
+    default:
+        return "reserved cryptogram type";
+    }
+}
+
+std::string pin_change_text(unsigned char p2) {
+    switch (p2) {
+    case 0x00:
+        return "unblocks the PIN";
+    case 0x01:
+        return "changes the PIN, which the cardholder names";
+    case 0x02:
+        return "changes the PIN";
+    default:
+        return "";
+    }
+}
+
 std::string parameters_text(Bytes apdu) {
     const unsigned char p1 = apdu[2];
     const unsigned char p2 = apdu[3];
@@ -106,16 +132,7 @@ std::string parameters_text(Bytes apdu) {
         return std::string((p1 & 0x04U) != 0 ? "by name" : "by file identifier") +
                ((p2 & 0x03U) == 0x02 ? ", next occurrence" : ", first occurrence");
     case 0xAE:
-        switch (p1 & 0xC0U) {
-        case 0x00:
-            return "asks for an AAC (decline)";
-        case 0x40:
-            return "asks for a TC (approve)";
-        case 0x80:
-            return "asks for an ARQC (go online)";
-        default:
-            return "reserved cryptogram type";
-        }
+        return cryptogram_text(p1);
     case 0xB2:
     case 0xDC:
         return "record " + std::to_string(p1) + ", " + sfi;
@@ -130,10 +147,7 @@ std::string parameters_text(Bytes apdu) {
     case 0x20:
         return p2 == 0x88 ? "enciphered PIN" : p2 == 0x80 ? "plaintext PIN" : "";
     case 0x24:
-        return p2 == 0x00   ? "unblocks the PIN"
-               : p2 == 0x01 ? "changes the PIN, which the cardholder names"
-               : p2 == 0x02 ? "changes the PIN"
-                            : "";
+        return pin_change_text(p2);
     default:
         return "";
     }

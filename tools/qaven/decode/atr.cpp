@@ -90,6 +90,17 @@ std::string specific_text(unsigned char ta2) {
            ((ta2 & 0x10U) != 0 ? ", rates not those of TA1" : "");
 }
 
+std::string block_protocol_text(std::size_t which, unsigned char byte) {
+    if (which == 0) {
+        return "longest block to the card: " + std::to_string(byte);
+    }
+    if (which == 1) {
+        return "block waiting time " + std::to_string(byte >> 4U) + ", character waiting time " +
+               std::to_string(byte & 0x0FU);
+    }
+    return std::string((byte & 1U) != 0 ? "CRC" : "LRC") + " as error detection";
+}
+
 // number: of the group, from 1; protocol: of the group before it.
 std::string interface_text(std::size_t number, std::size_t which, unsigned char byte,
                            unsigned protocol) {
@@ -107,10 +118,7 @@ std::string interface_text(std::size_t number, std::size_t which, unsigned char 
                             : "waiting time (T=0) " + std::to_string(byte);
     }
     if (protocol == 1) {
-        return which == 0   ? "longest block to the card: " + std::to_string(byte)
-               : which == 1 ? "block waiting time " + std::to_string(byte >> 4U) +
-                                  ", character waiting time " + std::to_string(byte & 0x0FU)
-                            : std::string((byte & 1U) != 0 ? "CRC" : "LRC") + " as error detection";
+        return block_protocol_text(which, byte);
     }
     if (protocol == 15) {
         return which == 0 ? "clock stop and supply voltages" : "standard or proprietary use";
