@@ -17,7 +17,7 @@ void Outline::problem(const std::string& text) {
 std::string Outline::text() const {
     std::string all;
     for (const Line& line : lines_) {
-        all.append(static_cast<std::size_t>(2 * line.depth), ' ');
+        all.append(2 * static_cast<std::size_t>(line.depth), ' ');
         all += privacy_.redacted(line.text);
         all += '\n';
     }
