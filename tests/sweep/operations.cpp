@@ -26,7 +26,7 @@ std::vector<Operation> take_operations() {
 }
 
 std::string from_gbk(std::string_view text) {
-    const iconv_t conversion = iconv_open("UTF-8", "GBK");
+    iconv_t conversion = iconv_open("UTF-8", "GBK");
     std::string in(text);
     std::string out(2 * in.size() + 1, '\0');
     char* from = in.data();

@@ -9,8 +9,6 @@
 #include <deque>
 #include <utility>
 
-using qaven::sweep::Bus;
-
 // The device as libusb lists it; a new one every time it is plugged in.
 struct libusb_device {
     unsigned generation = 0;

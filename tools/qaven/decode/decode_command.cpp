@@ -10,8 +10,9 @@
 #include <cstdio>
 #include <iostream>
 #include <iterator>
-#include <optional>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace tool {
 
@@ -26,6 +27,12 @@ struct Options {
     std::string input;
     bool from_standard_input = false;
     bool has_input = false;
+    bool help = false;
+};
+
+// A command line that cannot be meant.
+class WrongUse : public std::runtime_error {
+    using runtime_error::runtime_error;
 };
 
 void print_usage(std::ostream& out) {
@@ -48,9 +55,61 @@ void print_usage(std::ostream& out) {
            "Exit status: 0 the value makes sense to its end, 1 it does not, 2 wrong use.\n";
 }
 
-int refuse(std::string_view why) {
-    std::cerr << "qaven decode: " << why << "\nTry 'qaven decode --help'.\n";
-    return kWrongUse;
+const InputForm& wanted_form(std::string_view name) {
+    const InputForm* const form = form_named(name);
+    if (form == nullptr) {
+        throw WrongUse("no form is called '" + readable(name) + "'");
+    }
+    return *form;
+}
+
+Options read_arguments(std::span<const std::string_view> arguments) {
+    constexpr std::string_view kFormIs = "--as=";
+    Options options;
+    bool only_values = false;
+    for (std::size_t at = 0; at < arguments.size(); ++at) {
+        const std::string_view argument = arguments[at];
+        if (only_values || !argument.starts_with('-')) {
+            options.input += (options.has_input ? " " : "") + std::string(argument);
+            options.has_input = true;
+        } else if (argument == "-") {
+            options.from_standard_input = true;
+        } else if (argument == "--") {
+            only_values = true;
+        } else if (argument == "--help" || argument == "-h") {
+            options.help = true;
+            return options;
+        } else if (argument == "--show-pan") {
+            options.show_pan = true;
+        } else if (argument.starts_with(kFormIs)) {
+            options.form = &wanted_form(argument.substr(kFormIs.size()));
+        } else if (argument != "--as") {
+            throw WrongUse("no option is called '" + readable(argument) + "'");
+        } else if (++at == arguments.size()) {
+            throw WrongUse("--as needs a form");
+        } else {
+            options.form = &wanted_form(arguments[at]);
+        }
+    }
+    if (options.from_standard_input && options.has_input) {
+        throw WrongUse("a value and - at once");
+    }
+    return options;
+}
+
+int decode_as(Options options) {
+    if (!options.has_input) {
+        options.input.assign(std::istreambuf_iterator<char>(std::cin), {});
+    }
+    const std::string text = cleaned_input(options.input);
+    if (options.form == nullptr && trimmed(text).empty()) {
+        throw WrongUse("there is no value");
+    }
+    Privacy privacy(options.show_pan);
+    Outline out(privacy);
+    const bool sound = decode(text, options.form, out);
+    std::cout << out.text() << std::flush;
+    return sound ? 0 : kMakesNoSense;
 }
 
 } // namespace
@@ -93,51 +152,17 @@ bool decode(std::string_view text, const InputForm* form, Outline& out) {
 }
 
 int decode_command(std::span<const std::string_view> arguments) {
-    Options options;
-    bool only_values = false;
-    for (std::size_t at = 0; at < arguments.size(); ++at) {
-        const std::string_view argument = arguments[at];
-        if (only_values || !argument.starts_with('-')) {
-            options.input += (options.has_input ? " " : "") + std::string(argument);
-            options.has_input = true;
-        } else if (argument == "-") {
-            options.from_standard_input = true;
-        } else if (argument == "--") {
-            only_values = true;
-        } else if (argument == "--help" || argument == "-h") {
+    try {
+        Options options = read_arguments(arguments);
+        if (options.help) {
             print_usage(std::cout);
             return 0;
-        } else if (argument == "--show-pan") {
-            options.show_pan = true;
-        } else if (argument == "--as" || argument.starts_with("--as=")) {
-            if (argument == "--as" && ++at == arguments.size()) {
-                return refuse("--as needs a form");
-            }
-            const std::string_view name = argument == "--as" ? arguments[at] : argument.substr(5);
-            options.form = form_named(name);
-            if (options.form == nullptr) {
-                return refuse("no form is called '" + readable(name) + "'");
-            }
-        } else {
-            return refuse("no option is called '" + readable(argument) + "'");
         }
+        return decode_as(std::move(options));
+    } catch (const WrongUse& wrong) {
+        std::cerr << "qaven decode: " << wrong.what() << "\nTry 'qaven decode --help'.\n";
+        return kWrongUse;
     }
-    if (options.from_standard_input && options.has_input) {
-        return refuse("a value and - at once");
-    }
-    if (!options.has_input) {
-        options.input.assign(std::istreambuf_iterator<char>(std::cin), {});
-    }
-
-    const std::string text = cleaned_input(options.input);
-    if (options.form == nullptr && trimmed(text).empty()) {
-        return refuse("there is no value");
-    }
-    Privacy privacy(options.show_pan);
-    Outline out(privacy);
-    const bool sound = decode(text, options.form, out);
-    std::cout << out.text() << std::flush;
-    return sound ? 0 : kMakesNoSense;
 }
 
 } // namespace tool

@@ -197,7 +197,7 @@ const InputForm* form_of_digits(std::string_view text) {
     if (const InputForm* const form = form_of_bytes(data.bytes)) {
         return form;
     }
-    if (data.bytes.size() > 4 && command_name(data.bytes[0], data.bytes[1]) != "") {
+    if (data.bytes.size() > 4 && !command_name(data.bytes[0], data.bytes[1]).empty()) {
         return form_named("apdu");
     }
     if (begins_with_known_tag(data.bytes)) {

@@ -43,7 +43,7 @@ class Conversion {
     }
 
   private:
-    bool usable() const { return handle_ != (iconv_t)-1; }
+    bool usable() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
 
     iconv_t handle_;
 };

@@ -29,7 +29,7 @@ class Tree {
                              "; left: " + left_over(data.subspan(at)));
                 return false;
             }
-            const Object& object = std::get<Object>(read);
+            const auto& object = std::get<Object>(read);
             if (!explain(object, start, depth)) {
                 return false;
             }

@@ -24,7 +24,7 @@ class TracePrinter {
     void labelled(const std::string& head, Explain explain, std::string_view value, Outline& out);
     void members(std::string_view json, Outline& out);
     void unknown(std::string_view text, Outline& out);
-    void dump(const TraceEntry& entry, Outline& out);
+    static void dump(const TraceEntry& entry, Outline& out);
 
     // A long value is explained once in each call of the host; the library traces it several times.
     bool seen_before(std::string_view value);

@@ -105,10 +105,7 @@ class Interruption {
 bool read_trace(const std::string& path, const TraceSink& sink) {
     File file(-1);
     file.open(path);
-    if (!file.is_open() || !file.read_on(sink)) {
-        return false;
-    }
-    return true;
+    return file.is_open() && file.read_on(sink);
 }
 
 void read_standard_input(const TraceSink& sink) {

@@ -101,7 +101,7 @@ bool is_date(std::string_view year, std::string_view month_and_day) {
 }
 
 std::string terminal_type_text(Bytes value) {
-    const std::string digits = hex(value);
+    std::string digits = hex(value);
     if (value.size() == 1) {
         const unsigned who = value[0] >> 4U;
         const unsigned place = value[0] & 0xFU;
@@ -123,7 +123,7 @@ std::string number_text(Bytes value) {
     for (const unsigned char byte : value) {
         number = number << 8U | byte;
     }
-    const std::string digits = hex(value);
+    std::string digits = hex(value);
     const std::string decimal = std::to_string(number);
     return digits == decimal ? decimal : digits + " (" + decimal + ')';
 }
@@ -150,7 +150,7 @@ std::string priority_text(Bytes value) {
 
 // The field holds an amount on cards with electronic cash and track 2 on others.
 std::string track2_or_limit(Bytes value, std::string_view currency, Privacy& privacy) {
-    const std::string digits = hex(value);
+    std::string digits = hex(value);
     return value.size() == 6 && all_digits(digits) ? amount_text(digits, currency)
                                                    : track2_text(digits, privacy);
 }
@@ -253,7 +253,7 @@ std::string_view response_code_words(std::string_view code) {
 }
 
 std::string value_text(Form form, Bytes value, std::string_view currency, Privacy& privacy) {
-    const std::string digits = hex(value);
+    std::string digits = hex(value);
     switch (form) {
     case Form::kTemplate:
         return "";
