@@ -141,7 +141,7 @@ namespace detail {
 // Texts of library and card are GBK. What is not becomes a question mark, byte by byte.
 inline std::string utf8(std::string gbk) {
     std::string result;
-    const iconv_t converter = iconv_open("UTF-8", "GBK");
+    iconv_t converter = iconv_open("UTF-8", "GBK");
     if (converter == reinterpret_cast<iconv_t>(-1)) {
         return gbk;
     }

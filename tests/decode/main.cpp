@@ -5,7 +5,8 @@
 #include <vector>
 
 int main(int argc, char** argv) {
-    const std::vector<std::string_view> arguments(argv + 1, argv + argc);
+    const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(1);
+    const std::vector<std::string_view> arguments(words.begin(), words.end());
     const auto rest = std::span(arguments).subspan(arguments.empty() ? 0 : 1);
     if (!arguments.empty() && arguments[0] == "decode") {
         return tool::decode_command(rest);

@@ -24,6 +24,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -301,6 +302,7 @@ struct Outcome {
     std::string next;
     std::string after_replug;
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): the checker takes the comparison's 0 for a pointer
     auto operator<=>(const Outcome&) const = default;
 };
 
@@ -545,7 +547,8 @@ int explain_one(const std::string& set_up_name, std::size_t at, const std::strin
 
 int main(int argc, char** argv) {
     try {
-        const std::vector<std::string> arguments(argv + 1, argv + argc);
+        const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(1);
+        const std::vector<std::string> arguments(words.begin(), words.end());
         const qaven::sweep::QuietHost host;
         if (arguments.size() == 3) {
             return qaven::sweep::explain_one(arguments[0], std::stoul(arguments[1]), arguments[2]);

@@ -77,8 +77,9 @@ void add_lying_aids(Collection& sent) {
                                   repeated("A0", 255), repeated("A0", 256), repeated("A0", 257)});
     sent.add_all("begins with 0", {"0", "00A000000333", "0|A000000333010101"});
     sent.add_all("bars", {"|", "||||", "A000000333010101|", "|||A000000333010101"});
-    sent.add("300 AIDs of no card", filled("B000000999|", 300 * 11) + "B000000999");
-    sent.add("300 AIDs, then the card's", filled("B000000999|", 300 * 11) + "A000000333010101");
+    sent.add("300 AIDs of no card", filled("B000000999|", std::size_t{300} * 11) + "B000000999");
+    sent.add("300 AIDs, then the card's",
+             filled("B000000999|", std::size_t{300} * 11) + "A000000333010101");
 }
 
 void add_lying_letters(Collection& sent) {
@@ -145,8 +146,10 @@ void add_lying_response(Collection& sent, const std::string& good) {
                                        authentication + "7204860284FF"});
     sent.add_all("script of 400 empty commands",
                  {authentication + "728203" + "20" + repeated("8600", 400)});
-    sent.add("1,023 bytes", authentication + "728203EF" + filled("9F180400000000", 2 * 1007));
-    sent.add("1,024 bytes", authentication + "728203F0" + filled("9F180400000000", 2 * 1008));
+    sent.add("1,023 bytes",
+             authentication + "728203EF" + filled("9F180400000000", std::size_t{2} * 1007));
+    sent.add("1,024 bytes",
+             authentication + "728203F0" + filled("9F180400000000", std::size_t{2} * 1008));
     sent.add_all("authentication of another card",
                  {"910A" + filled("1122334455667788", 16) + "3030"});
 }
@@ -208,7 +211,7 @@ void add_wrong_types(Collection& sent, const std::string& key, bool is_number) {
     sent.add_all("bool", {member(key, "true"), member(key, "false")});
     sent.add("null", member(key, "null"));
     sent.add_all("array", {member(key, "[]"), member(key, "[\"true\"]"), member(key, "[0]")});
-    sent.add_all("object", {member(key, "{}"), member(key, "{\"a\":\"b\"}")});
+    sent.add_all("object", {member(key, "{}"), member(key, R"({"a":"b"})")});
 }
 
 void add_nesting(Collection& sent, const std::string& key) {
@@ -241,15 +244,22 @@ void add_keys(Collection& sent, const std::string& key, const std::string& good)
                  {member(key + "x", good), member(" " + key, good), member(key.substr(1), good)});
 }
 
+std::string quoted(const std::string& first, const std::string& second,
+                   const std::string& third = {}) {
+    std::string text = "\"";
+    text.append(first).append(second).append(third).append("\"");
+    return text;
+}
+
 // Escapes and bytes inside a JSON text, put in front of, into the middle of and behind the good
 // one.
 void add_inside_text(Collection& sent, const std::string& kind, const std::string& key,
                      const std::string& good, const std::vector<std::string>& pieces) {
     for (const std::string& piece : pieces) {
-        sent.add(kind + " in front", member(key, "\"" + piece + good + "\""));
-        sent.add(kind + " inside", member(key, "\"" + good.substr(0, good.size() / 2) + piece +
-                                                   good.substr(good.size() / 2) + "\""));
-        sent.add(kind + " behind", member(key, "\"" + good + piece + "\""));
+        sent.add(kind + " in front", member(key, quoted(piece, good)));
+        sent.add(kind + " inside", member(key, quoted(good.substr(0, good.size() / 2), piece,
+                                                      good.substr(good.size() / 2))));
+        sent.add(kind + " behind", member(key, quoted(good, piece)));
     }
 }
 
@@ -346,7 +356,7 @@ std::vector<Sent> careless_documents(const std::string& good) {
     // Members that no entry point reads.
     const std::string opened = good.substr(0, good.size() - 1);
     sent.add("100,000 other members", opened + repeated(",\"other\":0", 100'000) + "}");
-    sent.add("1 MB in another member", opened + ",\"other\":\"" + filled("A", megabyte) + "\"}");
+    sent.add("1 MB in another member", opened + R"(,"other":")" + filled("A", megabyte) + "\"}");
     sent.add("another member nested 900 deep",
              opened + ",\"other\":" + nested("[", 900, "]") + "}");
     return sent.take();

@@ -30,7 +30,6 @@ namespace qaven::sweep {
 namespace {
 
 using virtual_usb::Fault;
-using virtual_usb::FaultKind;
 
 // Every row of a set-up in detail says which transfers; the others count them.
 struct Swept {
@@ -72,8 +71,7 @@ std::vector<Fault> faults_named(const std::string& name) {
     if (name.substr(colon + 1) != silent) {
         return {virtual_usb::parse_fault(name)};
     }
-    return std::vector<Fault>(until_put_back,
-                              virtual_usb::parse_fault(name.substr(0, colon) + ":timeout"));
+    return {until_put_back, virtual_usb::parse_fault(name.substr(0, colon) + ":timeout")};
 }
 
 // What one case came to, cell by cell.
@@ -85,6 +83,7 @@ struct Outcome {
     std::string next;
     std::string after_replug;
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): the checker takes the comparison's 0 for a pointer
     auto operator<=>(const Outcome&) const = default;
 };
 
@@ -339,7 +338,8 @@ int run_one(const std::string& set_up_name, const std::string& fault) {
 
 int main(int argc, char** argv) {
     try {
-        const std::vector<std::string> arguments(argv + 1, argv + argc);
+        const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(1);
+        const std::vector<std::string> arguments(words.begin(), words.end());
         const qaven::sweep::QuietHost host;
         const auto given = [&arguments](const char* option) {
             return std::find(arguments.begin(), arguments.end(), option) != arguments.end();

@@ -31,6 +31,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -110,12 +111,16 @@ char* given(Out<size>& out, const std::optional<std::string>& buffers) {
     return buffers ? out.get() : nullptr;
 }
 
+int number_in(const std::string& text) {
+    return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
+}
+
 // An input text in a block of its size.
 class In {
   public:
     explicit In(const std::optional<std::string>& text) : given_(text.has_value()) {
         if (text) {
-            bytes_.assign(text->c_str(), text->c_str() + text->size() + 1);
+            bytes_ = in_its_block(*text);
         }
     }
 
@@ -259,7 +264,7 @@ Outcome call_answer_wrapper(const Texts& texts) {
     tc.zero();
     take_operations();
     Outcome outcome;
-    const int status = std::atoi(texts[3].value_or("").c_str());
+    const int status = number_in(texts[3].value_or(""));
     outcome.code =
         ARPC_ExeICScript(transaction.get(), application_data.get(), response.get(), status,
                          given(script_result, texts.back()), given(tc, texts.back()));
@@ -315,7 +320,7 @@ Outcome call_arqc(const Texts& texts) {
     // In and out: a host's text may be longer than what the library writes.
     std::vector<char> application_data;
     if (texts[3]) {
-        application_data.assign(texts[3]->c_str(), texts[3]->c_str() + texts[3]->size() + 1);
+        application_data = in_its_block(*texts[3]);
         application_data.resize(std::max<std::size_t>(application_data.size(), QAVEN_APPDATA_SIZE));
     }
     char* const p = unread.get();
@@ -371,7 +376,7 @@ Outcome call_load_log(const Texts& texts) {
     In aid(texts[0]);
     Out<QAVEN_TXDETAIL_SIZE> log;
     Outcome outcome;
-    const int index = texts[1] ? std::atoi(texts[1]->c_str()) : 0;
+    const int index = texts[1] ? number_in(*texts[1]) : 0;
     outcome.code = ReadAmtLog(aid.get(), index, given(log, texts.back()));
     outcome.answer["out"] = log.text();
     return outcome;
@@ -725,7 +730,8 @@ int run_one(const Good& good, const std::string& name) {
 
 int main(int argc, char** argv) {
     try {
-        const std::vector<std::string> arguments(argv + 1, argv + argc);
+        const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(1);
+        const std::vector<std::string> arguments(words.begin(), words.end());
         const auto given = [&](const char* option) {
             return std::ranges::find(arguments, option) != arguments.end();
         };

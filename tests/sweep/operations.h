@@ -14,4 +14,12 @@ std::vector<Operation> take_operations();
 // GBK bytes as UTF-8, without the blanks at both ends that a fixed-width display wants.
 std::string from_gbk(std::string_view text);
 
+// A text and its zero in a block of their size, so that the address sanitizer sees who reads behind
+// it.
+inline std::vector<char> in_its_block(std::string_view text) {
+    std::vector<char> block(text.size() + 1);
+    std::ranges::copy(text, block.begin());
+    return block;
+}
+
 } // namespace qaven::sweep

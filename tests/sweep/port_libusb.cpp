@@ -459,16 +459,16 @@ std::span<unsigned char> transfer_buffer(unsigned char* data, int length) {
 
 extern "C" {
 
-int LIBUSB_CALL libusb_init(libusb_context** context) {
-    return LibusbCalls::init(context);
+int LIBUSB_CALL libusb_init(libusb_context** ctx) {
+    return LibusbCalls::init(ctx);
 }
 
-void LIBUSB_CALL libusb_exit(libusb_context* context) {
-    LibusbCalls::exit(context);
+void LIBUSB_CALL libusb_exit(libusb_context* ctx) {
+    LibusbCalls::exit(ctx);
 }
 
-ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* context, libusb_device*** list) {
-    return LibusbCalls::get_device_list(context, list);
+ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* ctx, libusb_device*** list) {
+    return LibusbCalls::get_device_list(ctx, list);
 }
 
 void LIBUSB_CALL libusb_free_device_list(libusb_device** list, int /*unreference*/) {
@@ -480,19 +480,19 @@ int LIBUSB_CALL libusb_get_device_descriptor(libusb_device* device,
     return LibusbCalls::get_device_descriptor(device, *descriptor);
 }
 
-int LIBUSB_CALL libusb_get_config_descriptor(libusb_device* /*device*/, std::uint8_t index,
-                                             libusb_config_descriptor** descriptor) {
-    return LibusbCalls::get_config_descriptor(index, descriptor);
+int LIBUSB_CALL libusb_get_config_descriptor(libusb_device* /*device*/, std::uint8_t config_index,
+                                             libusb_config_descriptor** config) {
+    return LibusbCalls::get_config_descriptor(config_index, config);
 }
 
-void LIBUSB_CALL libusb_free_config_descriptor(libusb_config_descriptor* descriptor) {
-    LibusbCalls::free_config_descriptor(descriptor);
+void LIBUSB_CALL libusb_free_config_descriptor(libusb_config_descriptor* config) {
+    LibusbCalls::free_config_descriptor(config);
 }
 
-libusb_device_handle* LIBUSB_CALL libusb_open_device_with_vid_pid(libusb_context* context,
-                                                                  std::uint16_t vendor,
-                                                                  std::uint16_t product) {
-    return LibusbCalls::open(context, vendor, product);
+libusb_device_handle* LIBUSB_CALL libusb_open_device_with_vid_pid(libusb_context* ctx,
+                                                                  std::uint16_t vendor_id,
+                                                                  std::uint16_t product_id) {
+    return LibusbCalls::open(ctx, vendor_id, product_id);
 }
 
 void LIBUSB_CALL libusb_close(libusb_device_handle* handle) {
@@ -515,12 +515,12 @@ int LIBUSB_CALL libusb_release_interface(libusb_device_handle* handle, int inter
     return LibusbCalls::release_interface(handle, interface);
 }
 
-int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint,
-                                     unsigned char* data, int length, int* transferred,
+int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* dev_handle, unsigned char endpoint,
+                                     unsigned char* data, int length, int* actual_length,
                                      unsigned int timeout) {
     int ignored = 0;
-    return LibusbCalls::bulk_transfer(handle, endpoint, transfer_buffer(data, length),
-                                      transferred != nullptr ? *transferred : ignored, timeout);
+    return LibusbCalls::bulk_transfer(dev_handle, endpoint, transfer_buffer(data, length),
+                                      actual_length != nullptr ? *actual_length : ignored, timeout);
 }
 
 int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, std::uint8_t type,

@@ -42,10 +42,9 @@ void read_members(const char* json, std::map<std::string, std::string>& members)
 Call make_call(const Bus& bus, const char* name, EntryPoint entry_point, const std::string& json) {
     fuzz::Guarded<char, QAVEN_RESMSG_SIZE> resmsg;
     fuzz::Guarded<char, QAVEN_ERRMSG_SIZE> errmsg;
-    resmsg.data()[0] = '\0';
-    errmsg.data()[0] = '\0';
-    // A text of exactly its length, so that the address sanitizer sees who reads behind it.
-    const std::vector<char> input(json.c_str(), json.c_str() + json.size() + 1);
+    *resmsg.data() = '\0';
+    *errmsg.data() = '\0';
+    const std::vector<char> input = in_its_block(json);
 
     Call call;
     call.name = name;
