@@ -27,14 +27,23 @@ void expect_success(int result) {
     }
 }
 
-} // namespace
+libusb_context* started_libusb() {
+    libusb_context* context = nullptr;
+    expect_success(libusb_init(&context));
+    return context;
+}
 
-BareReader::BareReader() {
-    expect_success(libusb_init(&context_));
-    handle_ = libusb_open_device_with_vid_pid(context_, vendor, product);
-    if (handle_ == nullptr) {
+libusb_device_handle* opened_reader(libusb_context* context) {
+    libusb_device_handle* const handle = libusb_open_device_with_vid_pid(context, vendor, product);
+    if (handle == nullptr) {
         throw std::runtime_error("libusb finds no reader that it may open");
     }
+    return handle;
+}
+
+} // namespace
+
+BareReader::BareReader() : context_(started_libusb()), handle_(opened_reader(context_)) {
     expect_success(libusb_claim_interface(handle_, interface_of_slot_2));
 }
 

@@ -24,8 +24,8 @@ class BareReader {
   private:
     void command(unsigned char type);
 
-    libusb_context* context_ = nullptr;
-    libusb_device_handle* handle_ = nullptr;
+    libusb_context* context_;
+    libusb_device_handle* handle_;
     unsigned char sequence_ = 0;
 };
 

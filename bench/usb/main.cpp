@@ -20,7 +20,9 @@
 #include <iostream>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 
 using namespace qaven::bench;
 
@@ -50,10 +52,11 @@ const std::vector<Command>& commands() {
     return all;
 }
 
-const std::string kSelect{"\x00\xA4\x04\x00\x08\xA0\x00\x00\x03\x33\x01\x01\x01", 13};
+constexpr std::string_view kSelect{"\x00\xA4\x04\x00\x08\xA0\x00\x00\x03\x33\x01\x01\x01", 13};
 
 // With nothing in the nine bytes that this card wants to know of the terminal.
-const std::string kGetProcessingOptions{"\x80\xA8\x00\x00\x0B\x83\x09\0\0\0\0\0\0\0\0\0", 16};
+constexpr std::string_view kGetProcessingOptions{"\x80\xA8\x00\x00\x0B\x83\x09\0\0\0\0\0\0\0\0\0",
+                                                 16};
 
 struct Sides {
     Times ours;
@@ -259,8 +262,8 @@ void measure_pcscd(Results& results) {
         }
     };
     host.connect();
-    transmit(kSelect);
-    transmit(kGetProcessingOptions);
+    transmit(std::string(kSelect));
+    transmit(std::string(kGetProcessingOptions));
     for (const auto& command : commands()) {
         for (int i = 0; i < kCommandsInARound; ++i) {
             results.commands[command.name].pcscd.add(time_of([&] { transmit(command.bytes); }));
@@ -345,9 +348,11 @@ std::string report(const Results& results, bool with_pcscd) {
 } // namespace
 
 int main(int argc, char** argv) try {
-    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(1);
+    const std::vector<std::string> arguments(words.begin(), words.end());
     const bool with_pcscd = arguments.size() == 2 && arguments[1] == "--pcscd";
-    const int rounds = arguments.empty() ? 0 : std::atoi(arguments[0].c_str());
+    const int rounds =
+        arguments.empty() ? 0 : static_cast<int>(std::strtol(arguments[0].c_str(), nullptr, 10));
     if (rounds < 1 || (arguments.size() != 1 && !with_pcscd)) {
         std::cerr << "usage: qaven-usb-bench ROUNDS [--pcscd]\n";
         return 2;

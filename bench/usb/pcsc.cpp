@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdlib>
@@ -115,14 +116,15 @@ PcscHost::PcscHost() : response_(longest_response) {
         return calls().establish_context.result(scope_system, nullptr, nullptr, &context_) == 0;
     });
     wait_for("there is no reader with a card", [this] {
-        for (const auto& reader : readers()) {
-            if (try_to_connect(reader) == 0) {
-                reader_ = reader;
-                disconnect();
-                return true;
-            }
+        const auto all = readers();
+        const auto found = std::ranges::find_if(
+            all, [this](const std::string& reader) { return try_to_connect(reader) == 0; });
+        if (found == all.end()) {
+            return false;
         }
-        return false;
+        reader_ = *found;
+        disconnect();
+        return true;
     });
 }
 
@@ -135,8 +137,9 @@ std::vector<std::string> PcscHost::readers() const {
     Dword size = text.size();
     std::vector<std::string> names;
     if (calls().list_readers.result(context_, nullptr, text.data(), &size) == 0) {
-        for (const char* name = text.data(); *name != '\0'; name += names.back().size() + 1) {
-            names.emplace_back(name);
+        // One behind the other, each with its zero; an empty one ends them.
+        for (std::size_t at = 0; text.at(at) != '\0'; at += names.back().size() + 1) {
+            names.emplace_back(&text.at(at));
         }
     }
     return names;
@@ -154,7 +157,7 @@ void PcscHost::connect() {
     }
 }
 
-void PcscHost::status() {
+void PcscHost::status() const {
     std::array<char, longest_text> name{};
     std::array<unsigned char, longest_text> answer_to_reset{};
     Dword name_size = name.size();
@@ -165,7 +168,7 @@ void PcscHost::status() {
                    &answer_size);
 }
 
-void PcscHost::disconnect() {
+void PcscHost::disconnect() const {
     calls().disconnect(card_, unpower_card);
 }
 

@@ -37,10 +37,10 @@ class PcscHost {
     ~PcscHost();
 
     void connect();
-    void status();
+    void status() const;
 
     // Without power, as the library leaves a card.
-    void disconnect();
+    void disconnect() const;
 
     // Returns the response with its status word.
     std::span<const std::uint8_t> transmit(std::span<const std::uint8_t> command);

@@ -7,11 +7,13 @@
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 // The name is the address sanitizer's.
-extern "C" const char* __asan_default_options(); // NOLINT(bugprone-reserved-identifier)
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+extern "C" const char* __asan_default_options();
 
 // An input lives for a millisecond: memory needs no longer quarantine than a few of them, and short
 // allocation stacks tell enough. Both together double the speed.
-const char* __asan_default_options() { // NOLINT(bugprone-reserved-identifier)
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+const char* __asan_default_options() {
     return "quarantine_size_mb=16:malloc_context_size=4";
 }
 

@@ -479,7 +479,8 @@ struct WireCalls {
         checked(handle);
         // Half of the calls that work find a driver.
         const std::uint8_t byte = bus().undisturbed_ ? std::uint8_t{0} : bus().bus_.byte();
-        return byte < kFirstFault ? byte & 1U : failed(kErrors[byte % kErrors.size()]);
+        return byte < kFirstFault ? static_cast<int>(byte & 1U)
+                                  : failed(kErrors[byte % kErrors.size()]);
     }
 
     static int detach_kernel_driver(libusb_device_handle* handle) {

@@ -8,11 +8,16 @@ namespace {
 
 using Words = std::vector<std::string_view>;
 
-const tool::Syntax kSyntax{
-    "fly", "[OPTIONS]", "Flies.", {{"--to", "PLACE", "where to"}, {"--fast", "", "at once"}}, ""};
+tool::Syntax syntax() {
+    return {"fly",
+            "[OPTIONS]",
+            "Flies.",
+            {{"--to", "PLACE", "where to"}, {"--fast", "", "at once"}},
+            ""};
+}
 
 tool::Options read(const Words& words) {
-    return tool::read_options(kSyntax, words).value();
+    return tool::read_options(syntax(), words).value();
 }
 
 TEST(Options, TakeTheirValueFromTheNextWordOrBehindAnEqualsSign) {
@@ -46,7 +51,7 @@ TEST(Options, AreRefusedWhenTheVerbDoesNotTakeThem) {
 
 TEST(Options, AreNotReadWhenHelpIsAskedFor) {
     testing::internal::CaptureStdout();
-    EXPECT_FALSE(tool::read_options(kSyntax, Words{"--high", "--help"}).has_value());
+    EXPECT_FALSE(tool::read_options(syntax(), Words{"--high", "--help"}).has_value());
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "usage: qaven fly [OPTIONS]\n\nFlies.\n\n"
                                                       "  --to PLACE            where to\n"
                                                       "  --fast                at once\n"

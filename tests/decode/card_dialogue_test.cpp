@@ -36,11 +36,11 @@ constexpr const char* kDialogue[] = {
     "80CA9F3600",
     "80CA9F7900",
     "0020008008241234FFFFFFFFFF",
-    "80AE800034000000001213000000000000015600080060000156190422339F8E7D6C161355"
-    "4D52434820434E54203030303100000000000000",
+    ("80AE800034000000001213000000000000015600080060000156190422339F8E7D6C161355"
+     "4D52434820434E54203030303100000000000000"),
     "008200000A11223344556677883030",
-    "80AE400022303000000000121300000000000001560008006000015619042233"
-    "9F8E7D6C161355",
+    ("80AE400022303000000000121300000000000001560008006000015619042233"
+     "9F8E7D6C161355"),
     "04DA9F780A0000000600003019E8B9",
     "00B2015C00",
     "80CA9F4F00",
@@ -50,7 +50,7 @@ constexpr const char* kDialogue[] = {
 class CardDialogue : public testing::Test {
   protected:
     // Traced as a host would that wants to know what went over the line.
-    void hold() {
+    static void hold() {
         const auto card =
             qaven::virtual_card::make_card(std::string(QAVEN_PROFILES) + "/debit.json");
         dump("ATR", card->power_on());

@@ -14,7 +14,6 @@
 
 using namespace tool::test;
 using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 

@@ -17,7 +17,6 @@
 
 using namespace tool::test;
 using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 

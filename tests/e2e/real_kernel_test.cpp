@@ -86,12 +86,13 @@ TEST_F(UserWithoutPermission, SeesTheReaderAndMayNotOpenIt) {
     libusb_device** list = nullptr;
     const auto count = libusb_get_device_list(context, &list);
     int opened = LIBUSB_ERROR_NO_DEVICE;
-    for (ssize_t i = 0; i < count; ++i) {
+    ASSERT_GE(count, 0);
+    for (libusb_device* const device : std::span(list, static_cast<std::size_t>(count))) {
         libusb_device_descriptor descriptor{};
-        libusb_get_device_descriptor(list[i], &descriptor);
+        libusb_get_device_descriptor(device, &descriptor);
         if (descriptor.idVendor == reader::vendor_id) {
             libusb_device_handle* handle = nullptr;
-            opened = libusb_open(list[i], &handle);
+            opened = libusb_open(device, &handle);
         }
     }
     libusb_free_device_list(list, 1);
