@@ -240,7 +240,6 @@ std::map<int, std::string> rows_of_code_table() {
 
 TEST(HostGuide, GivesEveryCodeTheLibrarysOwnText) {
     auto rows = rows_of_code_table();
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-bounds-pointer-arithmetic): a code of 0 ends the table
     for (const err_entry* entry = err_code_decsript; entry->code != 0; ++entry) {
         const std::string text = trimmed(utf8(entry->text));
         const auto row = rows.find(entry->code);
