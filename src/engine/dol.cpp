@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <optional>
 
 namespace qaven::dol {
@@ -21,32 +22,32 @@ constexpr std::size_t kMaxEntrySize = 255;
 
 struct Entry {
     Bytes tag;
-    std::size_t requested;
-    std::size_t size; // bytes of the entry in the list
+    std::size_t requested = 0;
+    std::size_t size = 0; // bytes of the entry in the list; 0 when there is none
+    int failure = 0;      // or -204, when there is none
 };
 
-struct ParsedEntry {
-    int failure = 0; // or -204, when there is no entry
-    std::optional<Entry> entry;
-};
-
-ParsedEntry parse_entry(Bytes list) {
+Entry parse_entry(Bytes list) {
+    Entry entry;
     const std::size_t tag_size = tlv::tag_size(list);
     if (tag_size == 0) {
-        return {0, std::nullopt};
+        return entry;
     }
     const Bytes field = list.subspan(tag_size);
     const auto length = tlv::read_length(field);
     if (!length) {
         // A list that ends inside a two-byte length has no entry; inside any other it is bad.
         const bool two_byte = !field.empty() && field[0] == kTwoByteLength;
-        return {two_byte ? 0 : static_cast<int>(QAVEN_NO_TAG), std::nullopt};
+        entry.failure = two_byte ? 0 : QAVEN_NO_TAG;
+        return entry;
     }
     const std::size_t size = tag_size + length->field;
-    if (size > kMaxEntrySize) {
-        return {0, std::nullopt};
+    if (size <= kMaxEntrySize) {
+        entry.tag = list.first(tag_size);
+        entry.requested = length->value;
+        entry.size = size;
     }
-    return {0, Entry{list.first(tag_size), length->value, size}};
+    return entry;
 }
 
 enum class Format : int {
@@ -78,104 +79,95 @@ Bytes terminated_tag(Bytes tag) {
     return tag.first(static_cast<std::size_t>(zero - tag.begin()));
 }
 
-// A data object that answers an entry.
-struct Stored {
-    Bytes value;          // cut where the data ends
-    std::size_t declared; // length by its length field
-};
-
-// The data objects that answer a list, found without a walk for each of its entries. The first ones
-// are noted by their tags; a terminal's store has fewer than that.
-class Index {
+// The data objects that answer a list. Those that a search passes are noted for the entries that
+// follow: the data are walked once for the whole list, and no further than it asks.
+class Objects {
   public:
-    Index(Bytes data, tlv::Extent extent) : data_(data), extent_(extent) {
-        for (std::size_t noted = 0; noted < kMaxNoted && noted_ < data.size(); ++noted) {
-            const Bytes rest = data.subspan(noted_);
-            const std::size_t size = tlv::tag_size(rest, extent);
+    Objects(Bytes data, tlv::Extent extent) : data_(data), extent_(extent) {}
+
+    // From the length field of the first object of the tag on; empty when there is none.
+    Bytes find(Bytes tag) {
+        if (tag.empty() || tag.size() > kMaxTagSize) {
+            return search(0, tag);
+        }
+        const Key wanted = key(tag);
+        for (std::size_t n = 0; n < noted_; ++n) {
+            if (keys_[n] == wanted) {
+                return from(length_fields_[n]);
+            }
+        }
+        while (noted_ < kMaxNoted && walked_ < data_.size()) {
+            const Bytes rest = data_.subspan(walked_);
+            const std::size_t size = tlv::tag_size(rest, extent_);
+            const std::size_t length_field = walked_ + size;
             const auto step = size != 0 ? tlv::step(rest, size) : std::nullopt;
             // Behind an object that cannot be read there is nothing to find.
-            noted_ = step ? noted_ + *step : data.size();
-            if (step) {
-                note(rest.first(size));
+            walked_ = step ? walked_ + *step : data_.size();
+            if (size == 0 || size > kMaxTagSize) {
+                continue;
+            }
+            keys_[noted_] = key(rest.first(size));
+            length_fields_[noted_] = length_field;
+            if (keys_[noted_++] == wanted) {
+                return from(length_field);
             }
         }
-    }
-
-    std::optional<Stored> find(Bytes tag) const {
-        if (tag.empty()) {
-            return std::nullopt;
-        }
-        const Bytes noted = slots_[slot(tag)];
-        if (!noted.empty()) {
-            return stored(static_cast<std::size_t>(noted.data() - data_.data()) + tag.size());
-        }
-        if (noted_ < data_.size()) {
-            if (const auto at = tlv::find(tag, data_.subspan(noted_), extent_)) {
-                return stored(noted_ + *at + tag.size());
-            }
-        }
-        return std::nullopt;
+        return search(walked_, tag);
     }
 
   private:
+    // The tags that terminals have a value for have one byte or two, and a terminal's store has
+    // fewer objects than are noted.
+    using Key = std::uint16_t;
+    static constexpr std::size_t kMaxTagSize = 2;
     static constexpr std::size_t kMaxNoted = 16;
-    static constexpr std::size_t kSlots = 32;
 
-    // The tag's place in slots_: where it is, or would be.
-    std::size_t slot(Bytes tag) const {
-        std::size_t at = tag.back() % kSlots;
-        while (!slots_[at].empty() && !tlv::same_tag(slots_[at], tag)) {
-            at = (at + 1) % kSlots;
-        }
-        return at;
+    static Key key(Bytes tag) {
+        return static_cast<Key>(tag.size() == 1 ? tag[0] : tag[0] << 8U | tag[1]);
     }
 
-    // The first object of a tag counts.
-    void note(Bytes tag) {
-        Bytes& place = slots_[slot(tag)];
-        if (place.empty()) {
-            place = tag;
-        }
-    }
+    Bytes from(std::size_t at) const { return tlv::clipped(data_, at, data_.size()); }
 
-    std::optional<Stored> stored(std::size_t field) const {
-        const auto length = tlv::read_length(tlv::clipped(data_, field, data_.size()));
-        if (!length) {
-            return std::nullopt;
-        }
-        return Stored{tlv::clipped(data_, field + length->field, length->value), length->value};
+    Bytes search(std::size_t start, Bytes tag) const {
+        const Bytes rest = from(start);
+        const auto at = tag.empty() ? std::nullopt : tlv::find(tag, rest, extent_);
+        return at ? rest.subspan(*at + tag.size()) : Bytes();
     }
 
     Bytes data_;
     tlv::Extent extent_;
-    std::size_t noted_ = 0; // bytes of the data whose objects are noted
-    std::array<Bytes, kSlots> slots_{};
+    std::size_t walked_ = 0; // bytes of the data whose objects are noted
+    std::size_t noted_ = 0;
+    std::array<Key, kMaxNoted> keys_{};
+    std::array<std::size_t, kMaxNoted> length_fields_{};
 };
 
-void place(Bytes value, std::size_t from, std::span<unsigned char> field) {
-    std::ranges::copy(tlv::clipped(value, from, field.size()), field.begin());
+// Writes the whole field: the value, cut or with zeros behind it.
+void put(Bytes value, std::span<unsigned char> field) {
+    const Bytes fitting = tlv::clipped(value, 0, field.size());
+    std::ranges::copy(fitting, field.begin());
+    std::ranges::fill(field.subspan(fitting.size()), static_cast<unsigned char>(0));
 }
 
-// Puts the stored value into the zeroed field that the card asks for. A value that the data cuts
-// short counts with its declared length, the missing bytes as zeros.
-void fill(std::span<unsigned char> field, const Stored& stored, Format format) {
+// Puts a value into the field that the card asks for. A value that the data cut short counts with
+// its declared length, the missing bytes as zeros.
+void fill(std::span<unsigned char> field, Bytes value, std::size_t declared, Format format) {
     if (format == Format::kUnknown || format == Format::kTemplate) {
-        return;
-    }
-    if (stored.declared >= field.size()) {
+        put({}, field);
+    } else if (declared >= field.size()) {
         // Numeric values lose leading digits, all others trailing bytes.
-        const std::size_t from = format == Format::kNumeric ? stored.declared - field.size() : 0;
-        place(stored.value, from, field);
-        return;
+        const std::size_t first = format == Format::kNumeric ? declared - field.size() : 0;
+        put(tlv::clipped(value, first, field.size()), field);
+    } else if (format == Format::kNumeric) {
+        const std::size_t leading = field.size() - declared;
+        put({}, field.first(leading));
+        put(value, field.subspan(leading));
+    } else {
+        const bool padded = format == Format::kCompressedNumeric;
+        put(value, field.first(declared));
+        std::ranges::fill(field.subspan(declared),
+                          static_cast<unsigned char>(padded ? 0xFF : 0x00));
     }
-    if (format == Format::kNumeric) {
-        place(stored.value, 0, field.subspan(field.size() - stored.declared));
-        return;
-    }
-    if (format == Format::kCompressedNumeric) {
-        std::ranges::fill(field.subspan(stored.declared), static_cast<unsigned char>(0xFF));
-    }
-    place(stored.value, 0, field.first(stored.declared));
 }
 
 } // namespace
@@ -185,24 +177,26 @@ Built build(Bytes data, Bytes list, std::span<unsigned char> out, tlv::Extent ex
     if (list.empty()) {
         return {QAVEN_EMPTY_DATA, 0};
     }
-    const Index index(data, extent);
+    Objects objects(data, extent);
     while (!list.empty()) {
-        const auto parsed = parse_entry(list);
-        if (!parsed.entry) {
+        const Entry entry = parse_entry(list);
+        if (entry.size == 0) {
             built.result = QAVEN_NO_TAG;
             return built;
         }
-        const Entry& entry = *parsed.entry;
         list = list.subspan(entry.size);
         if (entry.requested > out.size() - built.length) {
             built.result = QAVEN_EMPTY_DATA;
             return built;
         }
         const auto field = out.subspan(built.length, entry.requested);
-        std::ranges::fill(field, static_cast<unsigned char>(0));
         const Bytes tag = terminated_tag(entry.tag);
-        if (const auto stored = index.find(tag)) {
-            fill(field, *stored, static_cast<Format>(format_letter(tag)));
+        const Bytes object = objects.find(tag);
+        if (const auto length = tlv::read_length(object)) {
+            fill(field, tlv::clipped(object, length->field, length->value), length->value,
+                 static_cast<Format>(format_letter(tag)));
+        } else {
+            put({}, field);
         }
         built.length += entry.requested;
     }
@@ -229,14 +223,14 @@ int qmcx_GetTagType(const unsigned char* tag, int taglen, const unsigned char* t
 }
 
 int qmcx_GetTaginDOL(const unsigned char* dol, int dollen, unsigned char* tagout, int* lenout) {
-    const auto parsed = dol::parse_entry(host_bytes(dol, dollen));
-    if (!parsed.entry) {
-        return parsed.failure;
+    const auto entry = dol::parse_entry(host_bytes(dol, dollen));
+    if (entry.size == 0) {
+        return entry.failure;
     }
-    const auto end = std::ranges::copy(parsed.entry->tag, tagout).out;
+    const auto end = std::ranges::copy(entry.tag, tagout).out;
     *end = 0;
-    *lenout = static_cast<int>(parsed.entry->requested);
-    return static_cast<int>(parsed.entry->size);
+    *lenout = static_cast<int>(entry.requested);
+    return static_cast<int>(entry.size);
 }
 
 int qmcx_findtaginDOL(const unsigned char* tag, int taglen, const unsigned char* dol, int dollen) {
@@ -247,11 +241,11 @@ int qmcx_findtaginDOL(const unsigned char* tag, int taglen, const unsigned char*
         if (std::ranges::equal(wanted, list.first(size))) {
             return 0;
         }
-        const auto parsed = dol::parse_entry(list);
-        if (!parsed.entry) {
+        const std::size_t entry_size = dol::parse_entry(list).size;
+        if (entry_size == 0) {
             break;
         }
-        list = list.subspan(parsed.entry->size);
+        list = list.subspan(entry_size);
     }
     return QAVEN_NO_TAG;
 }

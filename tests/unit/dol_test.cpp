@@ -428,6 +428,21 @@ TEST(ValueString, ComesFromAZeroTerminatedListWhenTheLengthIsZero) {
     EXPECT_EQ(given.values, "00000000121300") << "the type stands behind the list's end";
 }
 
+TEST(ValueString, IsFoundInAZeroTerminatedListWithoutReadingOnBehindIt) {
+    // No zero byte: a read behind the last value is one behind the block.
+    EXPECT_EQ(answer("9F0206", "9F0206000000001213", 6, /*zero_terminated=*/true).values,
+              "000000001213");
+    EXPECT_EQ(answer("9F0306 9F0206 9F0301", "9F0206000000001213 9F0306000000000055", 13,
+                     /*zero_terminated=*/true)
+                  .values,
+              "00000000005500000000121355");
+}
+
+TEST(ValueString, HasZerosForATagOfThreeBytes) {
+    // Cards may ask for them; no format is known for them.
+    EXPECT_EQ(values("DF810102 9F0206", "DF81010211229F0206000000001213", 8), "0000000000001213");
+}
+
 TEST(ValueString, WritesNoByteOfTheFieldsThatFollow) {
     const Answer given = answer("9F0204", "9F02021213", 6);
     EXPECT_EQ(given.length, 4);
