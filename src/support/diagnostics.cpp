@@ -2,12 +2,14 @@
 // them at any time.
 #include "support/diagnostics.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <span>
 #include <string_view>
 
 namespace qaven::diagnostics {
@@ -44,21 +46,25 @@ void print(std::FILE* sink, const char* format, std::va_list arguments, Ending e
     // A transfer prints lines of a few words; only a host's long texts are worth an allocation.
     std::array<char, 256> short_text{};
     std::unique_ptr<char[]> long_text;
+    std::span<char> room = short_text;
     std::va_list again;
     va_copy(again, arguments);
-    const int length = std::vsnprintf(short_text.data(), short_text.size(), format, arguments);
-    std::string_view text = short_text.data();
-    if (length >= static_cast<int>(short_text.size())) {
+    int length = std::vsnprintf(room.data(), room.size(), format, arguments);
+    if (length >= static_cast<int>(room.size())) {
         const std::size_t size = static_cast<std::size_t>(length) + 1;
         long_text.reset(new (std::nothrow) char[size]);
         if (long_text) {
-            std::vsnprintf(long_text.get(), size, format, again);
-            text = long_text.get();
+            room = {long_text.get(), size};
+            length = std::vsnprintf(room.data(), room.size(), format, again);
         }
     }
     va_end(again);
-    const bool complete = ending == Ending::kAsIs || text.ends_with('\n');
-    std::fprintf(sink, "%.*s%s", static_cast<int>(text.size()), text.data(), complete ? "" : "\n");
+    // Without memory for it a long text is cut.
+    std::size_t size = std::min(static_cast<std::size_t>(std::max(length, 0)), room.size() - 1);
+    if (ending == Ending::kNewline && (size == 0 || room[size - 1] != '\n')) {
+        room[size++] = '\n'; // where the terminating zero was
+    }
+    std::fwrite(room.data(), 1, size, sink);
 }
 
 } // namespace

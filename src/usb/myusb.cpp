@@ -167,8 +167,7 @@ int Myusb::read(unsigned char* buf, int len) {
         diagnostics::line("read error!");
         return kReadFailed;
     }
-    diagnostics::line("read Successful!");
-    diagnostics::text("read-ret = %d, transferred =%d\n", result, transferred);
+    diagnostics::text("read Successful!\nread-ret = %d, transferred =%d\n", result, transferred);
     return 0;
 }
 
@@ -177,7 +176,7 @@ int Myusb::readTimeout(unsigned char* buf, int len, int timeout_ms) {
     // shortest one there is.
     const auto timeout = static_cast<unsigned int>(std::max(timeout_ms, 1));
     const int result = transfer(ep_in, buf, len, timeout);
-    diagnostics::line("%s", result == 0 ? "read Successful!" : "read error!");
-    diagnostics::text("readtimeout-ret = %d, transferred =%d\n", result, transferred);
+    diagnostics::text("%s\nreadtimeout-ret = %d, transferred =%d\n",
+                      result == 0 ? "read Successful!" : "read error!", result, transferred);
     return result;
 }
