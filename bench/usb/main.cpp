@@ -9,7 +9,7 @@
 #include "pcsc.h"
 #include "tape.h"
 
-#include "temporary_folder.h"
+#include "../../tests/temporary_folder.h"
 #include "usb/ccid.h"
 
 #include <unistd.h>
@@ -364,7 +364,7 @@ int main(int argc, char** argv) try {
     }
     std::string text;
     {
-        const qaven::test::TemporaryFolder folder;
+        const qaven::test::WorkingFolder folder;
         text = report(measure(rounds, with_pcscd), with_pcscd);
     }
     std::fputs(text.c_str(), said);

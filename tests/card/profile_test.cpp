@@ -6,6 +6,7 @@
 #include <memory>
 #include <sstream>
 
+#include "../temporary_folder.h"
 #include "card/card_factory.h"
 #include "counter_terminal.h"
 
@@ -34,22 +35,14 @@ std::string read_file(const fs::path& file) {
 
 class TemporaryFile {
   public:
-    explicit TemporaryFile(const std::string& text = "")
-        : path_(
-              fs::path(testing::TempDir()) /
-              ("qaven-profile-" + virtual_card::to_hex(virtual_card::random_bytes(6)) + ".json")) {
+    explicit TemporaryFile(const std::string& text = "") {
         std::ofstream(path_, std::ios::binary) << text;
     }
-    ~TemporaryFile() {
-        std::error_code ignored;
-        fs::remove(path_, ignored);
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
     const fs::path& path() const { return path_; }
 
   private:
-    fs::path path_;
+    test::TemporaryFolder folder_;
+    fs::path path_ = folder_.path() / "profile.json";
 };
 
 // The sentence with which a profile is refused.

@@ -1,6 +1,7 @@
 // The issuer's script: every command with a genuine and with a wrong MAC, and what stays of it.
 #include <gtest/gtest.h>
 
+#include "../temporary_folder.h"
 #include "card/card_factory.h"
 #include "counter_terminal.h"
 
@@ -200,11 +201,11 @@ TEST_F(Scripts, EffectsOutliveThePowerAndTheCardObject) {
     EXPECT_EQ(run({"put-data=9F79:000000050000", "pin-change=9876", "update-record=2:2:7000",
                    "application-block"}),
               "9000 9000 9000 9000");
-    const auto file = std::filesystem::path(testing::TempDir()) / "qaven-saved-card.json";
+    const test::TemporaryFolder folder;
+    const auto file = folder.path() / "saved.json";
     virtual_card::save_card(card, file);
 
     const auto restored = virtual_card::make_card(file);
-    std::filesystem::remove(file);
     CounterTerminal at_restored(*restored);
     EXPECT_EQ(at_restored.select(debit_aid).status, "6283");
     EXPECT_EQ(at_restored.send("80CA9F7900"), accepted("9F7906000000050000"));

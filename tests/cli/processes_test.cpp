@@ -1,13 +1,16 @@
 // Finding the program that holds a reader's node; any open file will do.
 #include "processes.h"
 
+#include "../temporary_folder.h"
+
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <string>
 
 namespace {
@@ -15,17 +18,13 @@ namespace {
 class Processes : public testing::Test {
   protected:
     void SetUp() override {
-        std::string pattern = testing::TempDir() + "node-XXXXXX";
-        descriptor_ = mkstemp(pattern.data());
+        descriptor_ = creat(file_.c_str(), S_IRUSR | S_IWUSR);
         ASSERT_GE(descriptor_, 0);
-        file_ = pattern;
     }
-    void TearDown() override {
-        close(descriptor_);
-        unlink(file_.c_str());
-    }
+    void TearDown() override { close(descriptor_); }
 
-    std::string file_;
+    qaven::test::TemporaryFolder folder_;
+    std::string file_ = (folder_.path() / "node").string();
     int descriptor_ = -1;
 };
 

@@ -5,7 +5,7 @@
 #include "decode/bytes.h"
 #include "support/qmlog.h"
 
-#include "../integration/temporary_folder.h"
+#include "../temporary_folder.h"
 
 #include "card/card_factory.h"
 
@@ -71,7 +71,7 @@ class CardDialogue : public testing::Test {
         WriteKsTitleLogHex(title, bytes.data(), static_cast<int>(bytes.size()));
     }
 
-    qaven::test::TemporaryFolder folder_;
+    qaven::test::WorkingFolder folder_;
 };
 
 TEST_F(CardDialogue, IsToldAsCommitted) {

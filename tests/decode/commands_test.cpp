@@ -2,7 +2,7 @@
 #include "program.h"
 #include "samples.h"
 
-#include "../integration/temporary_folder.h"
+#include "../temporary_folder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -80,7 +80,7 @@ class TraceCommand : public testing::Test {
         std::ofstream("Qm_ic.log", std::ios::binary | mode) << text;
     }
 
-    qaven::test::TemporaryFolder folder_;
+    qaven::test::WorkingFolder folder_;
 };
 
 TEST_F(TraceCommand, ReadsTheLogOfTheWorkingDirectory) {

@@ -6,7 +6,7 @@
 #include "decode/trace_reader.h"
 #include "support/qmlog.h"
 
-#include "../integration/temporary_folder.h"
+#include "../temporary_folder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -119,7 +119,7 @@ class TraceOfAHost : public testing::Test {
         WriteKsTitleLogHex(title, bytes.data(), static_cast<int>(bytes.size()));
     }
 
-    qaven::test::TemporaryFolder folder_;
+    qaven::test::WorkingFolder folder_;
 };
 
 TEST_F(TraceOfAHost, HasDumpsOfAnyLengthPutTogetherAgain) {

@@ -10,8 +10,8 @@
 //
 // A value that ends in "…" is cut: in an answer it shows the value's beginning, in a request it
 // stands for the whole value that an earlier answer had under this key.
+#include "../temporary_folder.h"
 #include "fixed_clock.h"
-#include "temporary_folder.h"
 
 #include "host/err.h"
 #include "qaven/qaven.h"
@@ -283,7 +283,7 @@ TEST(HostGuide, NamesNothingThatTheHeaderLacks) {
 // NOLINTNEXTLINE(bugprone-exception-escape): what ends the run there is a failure of the run
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
-    const TemporaryFolder folder;
+    const WorkingFolder folder;
     setenv("QAVEN_DIAGNOSTICS", "off", 1);
 
     const int result = RUN_ALL_TESTS();

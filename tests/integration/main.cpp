@@ -1,6 +1,6 @@
 // The integration tests run under the virtual reader's launcher, one suite for each way the reader
 // is set up.
-#include "temporary_folder.h"
+#include "../temporary_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 // NOLINTNEXTLINE(bugprone-exception-escape): what ends the run there is a failure of the run
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
-    const qaven::test::TemporaryFolder folder;
+    const qaven::test::WorkingFolder folder;
     setenv("QAVEN_DIAGNOSTICS", "off", 1);
 
     const int result = RUN_ALL_TESTS();

@@ -2,10 +2,10 @@
 // nor threads nor heap may grow.
 //
 // usage: qaven-soak [TRANSACTIONS]     under the virtual reader's launcher, with the debit card
+#include "../temporary_folder.h"
 #include "data_objects.h"
 #include "host.h"
 #include "issuer_desk.h"
-#include "temporary_folder.h"
 
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -132,7 +132,7 @@ int main(int argc, char** argv) {
             return 2;
         }
     }
-    const TemporaryFolder folder;
+    const WorkingFolder folder;
     setenv("QAVEN_DIAGNOSTICS", "off", 1);
     return RUN_ALL_TESTS();
 }

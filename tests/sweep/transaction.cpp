@@ -1,12 +1,12 @@
 // The host's calls and what came of them.
 #include "transaction.h"
 
+#include "../temporary_folder.h"
 #include "engine/session.h"
 #include "fixed_clock.h"
 #include "fuzz/support/guarded.h"
 #include "operations.h"
 #include "qaven/qaven.h"
-#include "temporary_folder.h"
 
 #include <cjson/cJSON.h>
 
@@ -196,7 +196,7 @@ void end_process_connection() {
 }
 
 struct QuietHost::Parts {
-    test::TemporaryFolder folder;
+    test::WorkingFolder folder;
     test::FixedClock clock{2019, 4, 22, 16, 13, 55};
 };
 

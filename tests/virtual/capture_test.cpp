@@ -1,4 +1,5 @@
 // The capture file, byte for byte.
+#include "../temporary_folder.h"
 #include "reader_on_port.h"
 #include "virtual/usb/capture.h"
 
@@ -27,18 +28,14 @@ T number(std::span<const std::uint8_t> bytes, std::size_t at) {
 class Capture : public ReaderOnPort {
   protected:
     void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "capture-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-        file_.emplace(folder_ / "a.pcapng");
+        file_.emplace(folder_.path() / "a.pcapng");
         capture_.emplace(*file_, std::uint16_t{1}, std::uint8_t{5});
         device_.emplace(nullptr, &card_);
         port_.emplace(*device_, &*capture_);
     }
-    void TearDown() override { std::filesystem::remove_all(folder_); }
 
     std::vector<Block> blocks() const {
-        std::ifstream in(folder_ / "a.pcapng", std::ios::binary);
+        std::ifstream in(folder_.path() / "a.pcapng", std::ios::binary);
         const Bytes all{std::istreambuf_iterator<char>(in), {}};
         std::vector<Block> found;
         for (std::size_t at = 0; at < all.size();) {
@@ -62,7 +59,7 @@ class Capture : public ReaderOnPort {
         return {data.begin(), data.end()};
     }
 
-    std::filesystem::path folder_;
+    const qaven::test::TemporaryFolder folder_;
     std::optional<usb::CaptureFile> file_;
     std::optional<usb::Capture> capture_;
 };

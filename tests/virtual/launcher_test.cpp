@@ -1,4 +1,6 @@
 // What the launcher owes the command it runs and the machine it runs on.
+#include "../temporary_folder.h"
+
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -38,13 +40,7 @@ std::string read_file(const fs::path& path) {
 
 class Launcher : public testing::Test {
   protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "qvr-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-        fs::create_directory(folder_ / "tmp");
-    }
-    void TearDown() override { fs::remove_all(folder_); }
+    void SetUp() override { fs::create_directory(folder_ / "tmp"); }
 
     // Runs a shell line with TMPDIR inside the test's folder; what it writes goes to output().
     int shell(const std::string& line) const {
@@ -96,7 +92,8 @@ class Launcher : public testing::Test {
         return pid;
     }
 
-    fs::path folder_;
+    const qaven::test::TemporaryFolder temporary_;
+    const fs::path folder_ = temporary_.path();
 };
 
 TEST_F(Launcher, GivesTheExitStatusOfItsCommand) {

@@ -1,4 +1,5 @@
 // The launcher's command line, and where it finds profiles.
+#include "../temporary_folder.h"
 #include "virtual/plug/options.h"
 #include "virtual/plug/profile.h"
 
@@ -99,17 +100,11 @@ TEST(CommandLine, HelpNamesEveryOption) {
 
 class Profiles : public testing::Test {
   protected:
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "profiles-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder = pattern;
-        std::ofstream(folder / "mine.json") << "{}";
-    }
-    void TearDown() override {
-        unsetenv("QAVEN_PROFILE_DIR");
-        std::filesystem::remove_all(folder);
-    }
-    std::filesystem::path folder;
+    void SetUp() override { std::ofstream(folder / "mine.json") << "{}"; }
+    void TearDown() override { unsetenv("QAVEN_PROFILE_DIR"); }
+
+    const qaven::test::TemporaryFolder temporary;
+    const std::filesystem::path folder = temporary.path();
 };
 
 TEST_F(Profiles, AreFoundByNameInTheFolderOfTheEnvironment) {

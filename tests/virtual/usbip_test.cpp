@@ -1,5 +1,6 @@
 // A USB/IP host at the other end of a socket: what it asks for, what comes back, and what becomes
 // of a host that talks nonsense.
+#include "../temporary_folder.h"
 #include "echo_card.h"
 #include "hex.h"
 #include "virtual/plug/usbip_command.h"
@@ -729,19 +730,13 @@ TEST_F(HandOnTheDesk, ExplainsWhatItUnderstands) {
 // The vhci-hcd module as its files show it, in a folder.
 class VhciFolder : public testing::Test {
   protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "vhci-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-    }
-    void TearDown() override { fs::remove_all(folder_); }
-
     void status(const std::string& ports) const {
         std::ofstream(folder_ / "status")
             << "hub port sta spd dev      sockfd local_busid\n" + ports;
     }
 
-    fs::path folder_;
+    const qaven::test::TemporaryFolder temporary_;
+    const fs::path folder_ = temporary_.path();
 };
 
 TEST_F(VhciFolder, APortIsTakenOnlyWhereNothingIsPluggedIn) {
