@@ -9,6 +9,7 @@
 //
 // The wrong answer is given once; the card itself has done what the command asked for. The next
 // transaction is made with the same card, which answers rightly again.
+#include "command_line.h"
 #include "desk.h"
 #include "table.h"
 
@@ -18,7 +19,6 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
-#include <exception>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -546,19 +546,11 @@ int explain_one(const std::string& set_up_name, std::size_t at, const std::strin
 } // namespace qaven::sweep
 
 int main(int argc, char** argv) {
-    try {
-        const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(1);
-        const std::vector<std::string> arguments(words.begin(), words.end());
-        const qaven::sweep::QuietHost host;
-        if (arguments.size() == 3) {
-            return qaven::sweep::explain_one(arguments[0], std::stoul(arguments[1]), arguments[2]);
+    return qaven::sweep::run_program(argc, argv, [](const qaven::sweep::CommandLine& line) {
+        if (line.words.size() == 3) {
+            return qaven::sweep::explain_one(line.words[0], std::stoul(line.words[1]),
+                                             line.words[2]);
         }
-        const auto given = [&arguments](const char* option) {
-            return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
-        };
-        return qaven::sweep::run_all(given("--all"), given("--write"));
-    } catch (const std::exception& problem) {
-        std::cerr << problem.what() << '\n';
-        return EXIT_FAILURE;
-    }
+        return qaven::sweep::run_all(line.thorough, line.write);
+    });
 }

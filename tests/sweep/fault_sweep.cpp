@@ -10,14 +10,13 @@
 // pulled out and put back once; then it must work, whatever went before. Two reasons are known: a
 // halted endpoint stays halted, because nothing here clears halts; and an answer that nobody
 // fetched is the first one that the next command gets, because answers are not matched by bSeq.
+#include "command_line.h"
 #include "desk.h"
 #include "table.h"
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdlib>
-#include <exception>
 #include <iostream>
 #include <map>
 #include <span>
@@ -337,19 +336,10 @@ int run_one(const std::string& set_up_name, const std::string& fault) {
 } // namespace qaven::sweep
 
 int main(int argc, char** argv) {
-    try {
-        const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(1);
-        const std::vector<std::string> arguments(words.begin(), words.end());
-        const qaven::sweep::QuietHost host;
-        const auto given = [&arguments](const char* option) {
-            return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
-        };
-        if (arguments.size() == 2 && !given("--all")) {
-            return qaven::sweep::run_one(arguments[0], arguments[1]);
+    return qaven::sweep::run_program(argc, argv, [](const qaven::sweep::CommandLine& line) {
+        if (line.words.size() == 2) {
+            return qaven::sweep::run_one(line.words[0], line.words[1]);
         }
-        return qaven::sweep::run_all(given("--all"), given("--write"));
-    } catch (const std::exception& problem) {
-        std::cerr << problem.what() << '\n';
-        return EXIT_FAILURE;
-    }
+        return qaven::sweep::run_all(line.thorough, line.write);
+    });
 }

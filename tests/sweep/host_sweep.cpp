@@ -10,6 +10,7 @@
 // tried on a card that waits for it; where that fails, the right answer is tried on the same card
 // ("then").
 #include "careless_host.h"
+#include "command_line.h"
 #include "desk.h"
 #include "operations.h"
 #include "table.h"
@@ -26,12 +27,10 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <functional>
 #include <iostream>
 #include <map>
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -729,20 +728,11 @@ int run_one(const Good& good, const std::string& name) {
 } // namespace qaven::sweep
 
 int main(int argc, char** argv) {
-    try {
-        const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(1);
-        const std::vector<std::string> arguments(words.begin(), words.end());
-        const auto given = [&](const char* option) {
-            return std::ranges::find(arguments, option) != arguments.end();
-        };
-        const qaven::sweep::QuietHost host;
+    return qaven::sweep::run_program(argc, argv, [](const qaven::sweep::CommandLine& line) {
         const auto good = qaven::sweep::good_texts_of_first_transaction();
-        if (!arguments.empty() && !arguments.front().starts_with("--")) {
-            return qaven::sweep::run_one(good, arguments.front());
+        if (!line.words.empty()) {
+            return qaven::sweep::run_one(good, line.words.front());
         }
-        return qaven::sweep::run(good, given("--all"), given("--write"));
-    } catch (const std::exception& problem) {
-        std::cerr << problem.what() << '\n';
-        return EXIT_FAILURE;
-    }
+        return qaven::sweep::run(good, line.thorough, line.write);
+    });
 }

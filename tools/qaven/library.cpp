@@ -1,6 +1,7 @@
 // Calls of the JSON entry points.
 #include "library.h"
 
+#include "byte_characters.h"
 #include "number.h"
 #include "qaven/qaven.h"
 
@@ -17,40 +18,10 @@ using nlohmann::ordered_json;
 
 constexpr const char* kTraceFile = "Qm_ic.log";
 
-// The host's texts are bytes (GBK, a card's own data), JSON is UTF-8. Between the two each byte
-// travels as the character of its number.
-std::string characters_of(std::string_view bytes) {
-    std::string text;
-    for (const char character : bytes) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte < 0x80) {
-            text += character;
-        } else {
-            text += static_cast<char>(0xC0U | byte >> 6U);
-            text += static_cast<char>(0x80U | (byte & 0x3FU));
-        }
-    }
-    return text;
-}
-
-std::string bytes_of(std::string_view characters) {
-    std::string bytes;
-    for (std::size_t i = 0; i < characters.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(characters[i]);
-        if (byte < 0x80 || i + 1 == characters.size()) {
-            bytes += characters[i];
-        } else {
-            const auto next = static_cast<unsigned char>(characters[++i]);
-            bytes += static_cast<char>((byte & 0x03U) << 6U | (next & 0x3FU));
-        }
-    }
-    return bytes;
-}
-
 ordered_json with_characters(ordered_json request) {
     for (auto& value : request) {
         if (value.is_string()) {
-            value = characters_of(value.get<std::string>());
+            value = byte_characters(value.get<std::string>());
         }
     }
     return request;
@@ -113,16 +84,16 @@ std::string hex(int status_word) {
 } // namespace
 
 std::string text_of(std::string_view json, std::string_view key) {
-    const auto object = ordered_json::parse(characters_of(json), nullptr, false);
+    const auto object = ordered_json::parse(byte_characters(json), nullptr, false);
     if (!object.is_object()) {
         return {};
     }
-    return bytes_of(object.value(std::string(key), std::string()));
+    return character_bytes(object.value(std::string(key), std::string()));
 }
 
 std::string json_object(std::string_view key, std::string_view text) {
-    const ordered_json object{{std::string(key), characters_of(text)}};
-    return bytes_of(object.dump(1, '\t'));
+    const ordered_json object{{std::string(key), byte_characters(text)}};
+    return character_bytes(object.dump(1, '\t'));
 }
 
 std::string Answer::text(std::string_view key) const {
@@ -130,7 +101,7 @@ std::string Answer::text(std::string_view key) const {
 }
 
 Answer ask_library(EntryPoint entry_point, const ordered_json& request) {
-    const std::string json = bytes_of(with_characters(request).dump());
+    const std::string json = character_bytes(with_characters(request).dump());
     std::string resmsg(QAVEN_RESMSG_SIZE, '\0');
     std::string errmsg(QAVEN_ERRMSG_SIZE, '\0');
     const std::streamoff before = trace_size();

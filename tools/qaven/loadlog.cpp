@@ -6,6 +6,7 @@
 #include "engine/transaction_log.h"
 #include "exit_status.h"
 #include "library.h"
+#include "log_table.h"
 #include "moment.h"
 #include "options.h"
 #include "qaven/qaven.h"
@@ -45,19 +46,6 @@ Row row_of(LetterFields record) {
             to_utf8(record['V'])};
 }
 
-void print_log(std::string_view text) {
-    std::vector<Row> rows{
-        {"counter", "date", "time", ">before", ">after", "object", "country", "merchant"}};
-    for (const LetterFields& record : letter_records(text)) {
-        rows.push_back(row_of(record));
-    }
-    if (rows.size() == 1) {
-        std::puts("The log is empty.");
-    } else {
-        print_table(rows);
-    }
-}
-
 } // namespace
 
 int loadlog_command(Arguments arguments) {
@@ -77,7 +65,9 @@ int loadlog_command(Arguments arguments) {
     if (options->has(kJson.name)) {
         std::puts(json_object("LoadLog", text).c_str());
     } else {
-        print_log(text);
+        print_log(text,
+                  {"counter", "date", "time", ">before", ">after", "object", "country", "merchant"},
+                  row_of);
     }
     return kFine;
 }

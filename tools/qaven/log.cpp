@@ -5,6 +5,7 @@
 #include "card_text.h"
 #include "exit_status.h"
 #include "library.h"
+#include "log_table.h"
 #include "moment.h"
 #include "objects.h"
 #include "options.h"
@@ -42,19 +43,6 @@ Row row_of(LetterFields record) {
             to_utf8(record['W'])};
 }
 
-void print_log(std::string_view text) {
-    std::vector<Row> rows{{"counter", "date", "time", ">amount", ">other", "currency", "type",
-                           "country", "merchant"}};
-    for (const LetterFields& record : letter_records(text)) {
-        rows.push_back(row_of(record));
-    }
-    if (rows.size() == 1) {
-        std::puts("The log is empty.");
-    } else {
-        print_table(rows);
-    }
-}
-
 } // namespace
 
 int log_command(Arguments arguments) {
@@ -78,7 +66,10 @@ int log_command(Arguments arguments) {
                                 answer.code);
     }
     if (!options->has(kJson.name)) {
-        print_log(std::string_view(text).substr(std::min(kCountBytes, text.size())));
+        print_log(std::string_view(text).substr(std::min(kCountBytes, text.size())),
+                  {"counter", "date", "time", ">amount", ">other", "currency", "type", "country",
+                   "merchant"},
+                  row_of);
     }
     return kFine;
 }

@@ -1,6 +1,7 @@
 // The texts around data objects: application data, the card sequence number field, whole JSON.
 #include "decode/answers.h"
 
+#include "byte_characters.h"
 #include "decode/bytes.h"
 #include "decode/records.h"
 #include "decode/script_result.h"
@@ -28,34 +29,6 @@ std::size_t announced_bytes(std::string_view text) {
 
 bool begins_with_count(std::string_view text) {
     return text.size() >= kCountDigits && all_digits(text.substr(0, kCountDigits));
-}
-
-// One code point for each byte, and back: the parser takes nothing but UTF-8, and the texts are GBK
-// with raw bytes among it.
-std::string widened(std::string_view bytes) {
-    std::string text;
-    for (const char character : bytes) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte < 0x80) {
-            text += character;
-        } else {
-            text += static_cast<char>(0xC0U | byte >> 6U);
-            text += static_cast<char>(0x80U | (byte & 0x3FU));
-        }
-    }
-    return text;
-}
-
-std::string narrowed(std::string_view utf8) {
-    std::string bytes;
-    for (std::size_t at = 0; at < utf8.size(); ++at) {
-        const auto byte = static_cast<unsigned char>(utf8[at]);
-        const bool pair = (byte == 0xC2 || byte == 0xC3) && at + 1 < utf8.size();
-        bytes += pair ? static_cast<char>((byte & 0x03U) << 6U |
-                                          (static_cast<unsigned char>(utf8[++at]) & 0x3FU))
-                      : utf8[at];
-    }
-    return bytes;
 }
 
 void explain_step(std::string_view text, Outline& out) {
@@ -170,14 +143,14 @@ void explain_sequence_field(std::string_view text, Outline& out) {
 
 std::optional<std::vector<Member>> json_members(std::string_view text) {
     // The order of the members is the order of the steps.
-    const auto object = nlohmann::ordered_json::parse(widened(text), nullptr, false);
+    const auto object = nlohmann::ordered_json::parse(byte_characters(text), nullptr, false);
     if (!object.is_object()) {
         return std::nullopt;
     }
     std::vector<Member> members;
     for (const auto& [key, value] : object.items()) {
         const std::string printed = value.is_string() ? value.get<std::string>() : value.dump();
-        members.push_back({narrowed(key), narrowed(printed)});
+        members.push_back({character_bytes(key), character_bytes(printed)});
     }
     return members;
 }
