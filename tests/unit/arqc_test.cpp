@@ -242,6 +242,21 @@ TEST_F(Arqc, EveryAidIsTriedUntilOneSelects) {
     EXPECT_THAT(call.application_data.text(), HasSubstr("4F08A000000333010101"));
 }
 
+TEST_F(Arqc, EveryAidIsTriedWhateverTheSelectionMode) {
+    for (const char* const mode : {"0", "", "no number"}) {
+        card.expect("00A40400 05 A000000333", "6A82");
+        expect_select(card, kAid);
+        expect_options(card, 1);
+        expect_records(card, {transaction_record()});
+        card.expect(generate_arqc_command(), cryptogram_answer("80"));
+        card.expect(kGetLastOnlineAtc, "6A88");
+        call.aid_list = "A000000333|A000000333010101";
+        call.selection_mode = mode;
+        call.application_data.set("");
+        EXPECT_EQ(call.run(), 0) << mode;
+    }
+}
+
 TEST_F(Arqc, AnEmptyFieldOfTheListSelectsThroughTheDirectory) {
     expect_directory(card);
     expect_options(card, 1);

@@ -477,6 +477,13 @@ TEST_F(CcidSlot, AFirstReadThatFailsIsTheResultOfAnEmptyReply) {
     EXPECT_EQ(usb.reads(), 1);
 }
 
+TEST_F(CcidSlot, AFirstReadThatFailsIsNoReplyWhateverItBrought) {
+    usb.answer_failure(LIBUSB_ERROR_TIMEOUT, "80 02000000 00 00 00 00 00 9000");
+    EXPECT_EQ(exchange(bytes("00B2010C00")), LIBUSB_ERROR_TIMEOUT);
+    EXPECT_EQ(response_length, 0);
+    EXPECT_EQ(response_hex(54), repeated("00", 54));
+}
+
 TEST_F(CcidSlot, StatusAndNumberOfTheReplyAreNotLookedAt) {
     usb.answer("83 02000000 05 77 42 FE 01 6985");
     EXPECT_EQ(exchange(bytes("00B2010C00")), 0);

@@ -65,8 +65,14 @@ TEST(Diagnostics, ALineEndsWithExactlyOneNewline) {
 }
 
 TEST(Diagnostics, ALongLineIsPrintedWhole) {
-    const std::string answer(40000, 'x');
-    EXPECT_EQ(printed_by([&] { diagnostics::line("%s", answer.c_str()); }).out, answer + "\n");
+    // Up to 255 characters are formatted without an allocation.
+    for (const std::size_t length : {254U, 255U, 256U, 257U, 40000U}) {
+        const std::string answer(length, 'x');
+        EXPECT_EQ(printed_by([&] { diagnostics::line("%s", answer.c_str()); }).out, answer + "\n");
+        EXPECT_EQ(printed_by([&] { diagnostics::line("%s\n", answer.c_str()); }).out,
+                  answer + "\n");
+        EXPECT_EQ(printed_by([&] { diagnostics::text("%s", answer.c_str()); }).out, answer);
+    }
 }
 
 } // namespace

@@ -87,9 +87,10 @@ int GenArqcCall::run() {
     Reserved fill;
     HostText data(tx_data);
     HostText aids(aid_list);
+    HostText mode(selection_mode);
     return ZEB_ICC_GenARQC(fill.empty.get(), fill.empty.get(), fill.reader.get(), fill.empty.get(),
                            fill.empty.get(), fill.empty.get(), fill.empty.get(), fill.empty.get(),
-                           fill.slot.get(), data.get(), aids.get(), application_data.get(),
+                           mode.get(), data.get(), aids.get(), application_data.get(),
                            arqc_length.get(), arqc.get(), field60.get(), &cell, error_text.get());
 }
 

@@ -51,6 +51,7 @@ struct GetInfoCall {
 struct GenArqcCall {
     std::string tx_data{kTxData};
     std::string aid_list = "A000000333";
+    std::string selection_mode = "3";
     HostText application_data{QAVEN_APPDATA_SIZE, ""};
     HostText arqc_length{4, kOld};
     HostText arqc{QAVEN_ARQC_SIZE, kOld};

@@ -478,6 +478,15 @@ TEST_F(UsbReader, ReadingWithATimeOutReportsItsCountOnFailureToo) {
     EXPECT_EQ(printed.err, "");
 }
 
+TEST_F(UsbReader, AReadWithoutTimeToWaitDoesNotWaitForEver) {
+    // To libusb a time-out of 0 is none at all.
+    connect();
+    std::array<unsigned char, 64> data{};
+    device.readTimeout(data.data(), 64, 0);
+    device.readTimeout(data.data(), 64, -5);
+    EXPECT_THAT(usb.log(), ElementsAre("bulk_in 84 64 1ms", "bulk_in 84 64 1ms"));
+}
+
 TEST_F(UsbReader, AZeroLengthPacketIsASuccessfulRead) {
     connect();
     usb.answer("");

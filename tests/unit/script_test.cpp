@@ -131,6 +131,14 @@ TEST_F(IssuerScript, FollowsUpWithoutTakingItForARefusal) {
     EXPECT_EQ(count, 3);
 }
 
+TEST_F(IssuerScript, GoesOnBehindAWarningThatGetResponseEnds) {
+    // Every 62xx is answered by GET RESPONSE first; what that brings is the command's result.
+    card.expect("841E000000", "6283").expect("00C0000000", "9000");
+    card.expect("8418000000", "6200").expect("00C0000000", "6985");
+    EXPECT_EQ(run("8605841E000000 86058418000000 86058416000000"), 0x6985);
+    EXPECT_EQ(count, 2);
+}
+
 TEST_F(IssuerScript, LeavesTheScriptAsItWas) {
     card.expect("80CA9F3600", "6C05").expect("80CA9F3605", "9F36020017 9000");
     card.expect("841E000000", "6102").expect("00C0000002", "1122 9000");
