@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 
+// NOLINTNEXTLINE(bugprone-exception-escape): what ends the run there is a failure of the run
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     const qaven::test::WorkingFolder folder;
