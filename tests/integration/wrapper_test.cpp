@@ -60,7 +60,7 @@ TEST_F(Wrapper, HandsARefusalToTheCard) {
 
 TEST_F(Wrapper, WritesWhatAHostSaysAsJson) {
     // The second byte of this character is a backslash in GBK.
-    const std::string merchant = "\"A\\B\" " + gbk("乗");
+    const std::string merchant = R"("A\B" )" + gbk("乗");
     const std::string transaction =
         "P012000000000100R0040156S00820190422T00203U006161355V009" + merchant;
     const auto request = library_.generate_arqc(transaction, kDebit).authorisation;
