@@ -173,6 +173,7 @@ inline std::vector<Fields> field_groups(std::string_view text) {
         std::string value(text.substr(head, std::strtoul(digits.c_str(), nullptr, 10)));
         text.remove_prefix(head + value.size());
         value.erase(value.find_last_not_of(' ') + 1);
+        // NOLINTNEXTLINE(readability-container-contains): C++17 has only count
         if (groups.empty() || groups.back().count(letter) > 0) {
             groups.emplace_back();
         }

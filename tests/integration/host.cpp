@@ -15,6 +15,7 @@
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
+#include <vector>
 
 namespace qaven::test {
 
@@ -32,8 +33,8 @@ struct Called {
 };
 
 Called call(EntryPoint entry_point, const json& request) {
-    std::string resmsg(QAVEN_RESMSG_SIZE, '\0');
-    std::string errmsg(QAVEN_ERRMSG_SIZE, '\0');
+    std::vector<char> resmsg(QAVEN_RESMSG_SIZE);
+    std::vector<char> errmsg(QAVEN_ERRMSG_SIZE);
     const int result = entry_point(request.dump().c_str(), resmsg.data(), errmsg.data(), 10, 10);
     return {result, resmsg.data(), errmsg.data()};
 }
@@ -82,7 +83,7 @@ Arqc generate_arqc(const std::string& aids, const std::string& transaction) {
 }
 
 Arqc generate_arqc_from(const std::string& application_data, int& result, const std::string& aids) {
-    std::string text = application_data;
+    std::vector<char> text(application_data.begin(), application_data.end());
     text.resize(QAVEN_APPDATA_SIZE);
     std::array<char, QAVEN_ARQC_SIZE> field55{};
     std::array<char, QAVEN_FIELD60_SIZE> field60{};
