@@ -35,7 +35,7 @@ void transactions(Input& script) {
 }
 
 void loads(Input& script) {
-    const int index = static_cast<signed char>(script.byte());
+    const int index = script.small_number();
     const auto aid = Input::text(script.chunk());
     LogText text;
     ReadAmtLog(aid.data(), index, text.data());

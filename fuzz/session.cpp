@@ -127,7 +127,7 @@ class Output {
 
   private:
     Guarded<char, size> room_;
-    bool missing_;
+    bool missing_ = false;
 };
 
 // Mostly nothing is missing.
@@ -275,7 +275,7 @@ void wrapped_issuer_answer(Input& script, const State& state) {
     Argument transaction(text_of(script, kTransactions));
     Argument data(application_data(script, state));
     Argument response(text_of(script, kIssuerResponses));
-    const int status = static_cast<signed char>(script.byte());
+    const int status = script.small_number();
     unsigned mask = missing_outputs(script);
     Output<QAVEN_SCRIPT_RESULT_SIZE> script_result(mask);
     Output<QAVEN_TC_SIZE> tc(mask);
@@ -359,7 +359,7 @@ void read_log(Input& script) {
 
 void read_load_log(Input& script) {
     Argument aid(text_of(script, kAidLists));
-    const int index = static_cast<signed char>(script.byte());
+    const int index = script.small_number();
     unsigned mask = missing_outputs(script);
     Output<QAVEN_TXDETAIL_SIZE> log(mask);
     ReadAmtLog(aid.get(), index, log.get());
@@ -440,6 +440,8 @@ void run(Input& script, State& state) {
     case 5:
         call(
             [](const char* json, char* resmsg, char* errmsg, int first, int second) {
+                // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): its signature; it only
+                // reads
                 return Test(const_cast<char*>(json), resmsg, errmsg, first, second);
             },
             "", script, state);

@@ -20,6 +20,7 @@ using Clock = std::chrono::steady_clock;
 long peak_kilobytes() {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-union-access): the C library's declaration of it
     return usage.ru_maxrss;
 }
 

@@ -45,15 +45,19 @@ void* client_library() {
     return library;
 }
 
+void* client_function(const char* name) {
+    void* const function = dlsym(client_library(), name);
+    if (function == nullptr) {
+        throw std::runtime_error(dlerror());
+    }
+    return function;
+}
+
 template <typename... Parameters>
 class Call {
   public:
     explicit Call(const char* name)
-        : function_(reinterpret_cast<Long (*)(Parameters...)>(dlsym(client_library(), name))),
-          name_(name) {
-        if (function_ == nullptr) {
-            throw std::runtime_error("there is no " + name_);
-        }
+        : function_(reinterpret_cast<Long (*)(Parameters...)>(client_function(name))), name_(name) {
     }
 
     Long result(Parameters... arguments) const { return function_(arguments...); }

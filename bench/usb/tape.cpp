@@ -124,8 +124,7 @@ int libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint, u
     }
     std::vector<std::uint8_t> before;
     if (recorded != nullptr) {
-        before.assign(data,
-                      data + length); // NOLINT(cppcoreguidelines-pro-bounds-pointer-arithmetic)
+        before.assign(data, data + length);
     }
     const auto start = Clock::now();
     const int result = next(handle, endpoint, data, length, transferred, timeout_ms);

@@ -78,7 +78,8 @@ class Guarded {
     static void check(std::span<const unsigned char> zone, const char* where) {
         for (const unsigned char byte : zone) {
             if (byte != kGuardByte) {
-                std::fprintf(stderr, "written %s a buffer of %zu bytes\n", where, size);
+                std::fprintf(stderr, "written %s a buffer of %u bytes\n", where,
+                             static_cast<unsigned>(size));
                 std::abort();
             }
         }

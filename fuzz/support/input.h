@@ -34,6 +34,13 @@ class Input {
         return one.empty() ? std::uint8_t{0} : one.front();
     }
 
+    // -128 ... 127.
+    int small_number() {
+        constexpr int kNumbers = 256;
+        const int number = byte();
+        return number < kNumbers / 2 ? number : number - kNumbers;
+    }
+
     // 0 ... limit - 1.
     unsigned below(unsigned limit) { return limit == 0 ? 0 : byte() % limit; }
 

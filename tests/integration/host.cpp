@@ -36,7 +36,7 @@ Called call(EntryPoint entry_point, const json& request) {
     std::vector<char> resmsg(QAVEN_RESMSG_SIZE);
     std::vector<char> errmsg(QAVEN_ERRMSG_SIZE);
     const int result = entry_point(request.dump().c_str(), resmsg.data(), errmsg.data(), 10, 10);
-    return {result, resmsg.data(), errmsg.data()};
+    return {result, std::string(resmsg.data()), std::string(errmsg.data())};
 }
 
 Arqc arqc_of(const json& object) {
@@ -89,7 +89,7 @@ Arqc generate_arqc_from(const std::string& application_data, int& result, const 
     std::array<char, QAVEN_FIELD60_SIZE> field60{};
     result =
         genARQC("host", kTransaction, aids.c_str(), text.data(), field55.data(), field60.data());
-    return {text.data(), field55.data(), field60.data()};
+    return {std::string(text.data()), field55.data(), field60.data()};
 }
 
 Completion hand_over(const Arqc& arqc, const std::string& issuer_response, int status) {

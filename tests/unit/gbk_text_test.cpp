@@ -13,7 +13,8 @@ namespace gbk = qaven::gbk;
 
 namespace {
 
-std::string to_gbk(std::string text) {
+std::string to_gbk(std::string_view utf8) {
+    std::string text(utf8);
     iconv_t conversion = iconv_open("GBK", "UTF-8");
     if (conversion == reinterpret_cast<iconv_t>(-1)) {
         throw std::runtime_error("no conversion from UTF-8 to GBK");

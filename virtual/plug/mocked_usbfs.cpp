@@ -98,8 +98,7 @@ class MockedUsbfs::Hub {
     std::thread service_;
 };
 
-MockedUsbfs::Hub::Hub() {
-    testbed_ = Ref<UMockdevTestbed>::adopt(umockdev_testbed_new());
+MockedUsbfs::Hub::Hub() : testbed_(Ref<UMockdevTestbed>::adopt(umockdev_testbed_new())) {
     gchar* const root = umockdev_testbed_get_root_dir(testbed_.get());
     root_ = root;
     g_free(root);
