@@ -440,8 +440,7 @@ void run(Input& script, State& state) {
     case 5:
         call(
             [](const char* json, char* resmsg, char* errmsg, int first, int second) {
-                // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): its signature; it only
-                // reads
+                // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): it only reads
                 return Test(const_cast<char*>(json), resmsg, errmsg, first, second);
             },
             "", script, state);
