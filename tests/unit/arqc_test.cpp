@@ -46,6 +46,16 @@ class Arqc : public OperationTest {
         return result;
     }
 
+    // The card knows the second AID of the host's list, is read by it and gives its cryptogram.
+    void expect_second_aid_to_select() {
+        card.expect("00A40400 05 A000000333", "6A82");
+        expect_select(card, kAid);
+        expect_options(card, 1);
+        expect_records(card, {transaction_record()});
+        card.expect(generate_arqc_command(), cryptogram_answer("80"));
+        card.expect(kGetLastOnlineAtc, "6A88");
+    }
+
     // The data objects of a list in order, "tag length value" without blanks.
     std::string list() const { return call.arqc.text(); }
 
@@ -231,12 +241,7 @@ TEST_F(Arqc, AnEmptyTextMeansThatTheCardIsRead) {
 }
 
 TEST_F(Arqc, EveryAidIsTriedUntilOneSelects) {
-    card.expect("00A40400 05 A000000333", "6A82");
-    expect_select(card, kAid);
-    expect_options(card, 1);
-    expect_records(card, {transaction_record()});
-    card.expect(generate_arqc_command(), cryptogram_answer("80"));
-    card.expect(kGetLastOnlineAtc, "6A88");
+    expect_second_aid_to_select();
     call.aid_list = "A000000333|A000000333010101|A000000333010102";
     EXPECT_EQ(call.run(), 0);
     EXPECT_THAT(call.application_data.text(), HasSubstr("4F08A000000333010101"));
@@ -244,12 +249,7 @@ TEST_F(Arqc, EveryAidIsTriedUntilOneSelects) {
 
 TEST_F(Arqc, EveryAidIsTriedWhateverTheSelectionMode) {
     for (const char* const mode : {"0", "", "no number"}) {
-        card.expect("00A40400 05 A000000333", "6A82");
-        expect_select(card, kAid);
-        expect_options(card, 1);
-        expect_records(card, {transaction_record()});
-        card.expect(generate_arqc_command(), cryptogram_answer("80"));
-        card.expect(kGetLastOnlineAtc, "6A88");
+        expect_second_aid_to_select();
         call.aid_list = "A000000333|A000000333010101";
         call.selection_mode = mode;
         call.application_data.set("");
