@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <optional>
 
 namespace qaven::dol {
 
@@ -15,46 +14,38 @@ namespace {
 
 using tlv::Bytes;
 
-constexpr unsigned char kTwoByteLength = 0x82;
-
 // An entry's size is reported in one byte, and its tag is handed out with a zero behind it.
 constexpr std::size_t kMaxEntrySize = 255;
 
+// Places in the list.
 struct Entry {
-    Bytes tag;
-    std::size_t requested = 0;
-    std::size_t size = 0; // bytes of the entry in the list; 0 when there is none
-    int failure = 0;      // or -204, when there is none
+    tlv::Tag tag;
+    std::size_t end; // 0: no entry
+    std::size_t requested;
 };
 
-Entry parse_entry(Bytes list) {
-    Entry entry;
-    const std::size_t tag_size = tlv::tag_size(list);
-    if (tag_size == 0) {
-        return entry;
+inline Entry entry_at(Bytes list, std::size_t at) {
+    const tlv::Tag tag = tlv::read_tag<tlv::Extent::kBounded>(list, at);
+    const tlv::Length length = tag ? tlv::read_length(list, tag.end) : tlv::Length{};
+    const bool fits = length && length.end - at <= kMaxEntrySize;
+    return {tag, fits ? length.end : 0, length.value};
+}
+
+// The result for a list that begins with no entry: 0, or -204 where the length behind a tag is
+// missing.
+int failure(Bytes list, const tlv::Tag& tag) {
+    if (!tag || tlv::read_length(list, tag.end)) {
+        return 0;
     }
-    const Bytes field = list.subspan(tag_size);
-    const auto length = tlv::read_length(field);
-    if (!length) {
-        // A list that ends inside a two-byte length has no entry; inside any other it is bad.
-        const bool two_byte = !field.empty() && field[0] == kTwoByteLength;
-        entry.failure = two_byte ? 0 : QAVEN_NO_TAG;
-        return entry;
-    }
-    const std::size_t size = tag_size + length->field;
-    if (size <= kMaxEntrySize) {
-        entry.tag = list.first(tag_size);
-        entry.requested = length->value;
-        entry.size = size;
-    }
-    return entry;
+    // A list that ends inside a two-byte length has no entry; inside any other it is bad.
+    const bool two_byte = tag.end < list.size() && list[tag.end] == tlv::kTwoByteLength;
+    return two_byte ? 0 : static_cast<int>(QAVEN_NO_TAG);
 }
 
 enum class Format : int {
     kUnknown = 0,
     kNumeric = 'n',
     kCompressedNumeric = 'c',
-    kTemplate = 't',
 };
 
 Format format_of(Bytes tag, Bytes table) {
@@ -72,89 +63,80 @@ Format format_of(Bytes tag, Bytes table) {
     return Format::kUnknown;
 }
 
-// The tag as a zero-terminated constant: a zero byte inside it ends it, and what is left of such a
-// tag names nothing.
-Bytes terminated_tag(Bytes tag) {
-    const auto zero = std::ranges::find(tag, static_cast<unsigned char>(0));
-    return tag.first(static_cast<std::size_t>(zero - tag.begin()));
-}
-
 // The data objects that answer a list. Those that a search passes are noted for the entries that
-// follow: the data are walked once for the whole list, and no further than it asks.
+// follow: the data are walked once for the whole list, and no further than it asks. Only a search
+// for a tag whose note another tag has taken begins again.
+template <tlv::Extent extent>
 class Objects {
   public:
-    Objects(Bytes data, tlv::Extent extent) : data_(data), extent_(extent) {}
+    // Clearing the notes would take longer than most searches; only taken ones are read.
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
+    explicit Objects(Bytes data) : data_(data) {}
 
-    // From the length field of the first object of the tag on; empty when there is none.
-    Bytes find(Bytes tag) {
-        if (tag.empty() || tag.size() > kMaxTagSize) {
-            return search(0, tag);
+    // The length field of the first object of a tag that has a format; none when there is no such
+    // object.
+    tlv::Length find(tlv::TagNumber wanted) {
+        // Cards mostly ask in the order in which terminals have their data.
+        const std::size_t note = note_of(wanted);
+        const bool taken = (taken_ & mark(note)) != 0;
+        if (taken && tags_[note] == wanted) [[unlikely]] {
+            return lengths_[note];
         }
-        const Key wanted = key(tag);
-        for (std::size_t n = 0; n < noted_; ++n) {
-            if (keys_[n] == wanted) {
-                return from(length_fields_[n]);
-            }
-        }
-        while (noted_ < kMaxNoted && walked_ < data_.size()) {
-            const Bytes rest = data_.subspan(walked_);
-            const std::size_t size = tlv::tag_size(rest, extent_);
-            const std::size_t length_field = walked_ + size;
-            const auto step = size != 0 ? tlv::step(rest, size) : std::nullopt;
+        std::size_t at = taken ? 0 : walked_;
+        while (true) {
+            const tlv::Tag tag = tlv::read_tag<extent>(data_, at);
+            const auto length = tag ? tlv::read_length(data_, tag.end) : tlv::Length{};
             // Behind an object that cannot be read there is nothing to find.
-            walked_ = step ? walked_ + *step : data_.size();
-            if (size == 0 || size > kMaxTagSize) {
-                continue;
+            if (!length) [[unlikely]] {
+                walked_ = at;
+                return length;
             }
-            keys_[noted_] = key(rest.first(size));
-            length_fields_[noted_] = length_field;
-            if (keys_[noted_++] == wanted) {
-                return from(length_field);
+            at = tlv::next_object(data_, at, length);
+            take_note(tag.number, length);
+            if (tag.number == wanted) {
+                walked_ = std::max(walked_, at);
+                return length;
             }
         }
-        return search(walked_, tag);
     }
 
   private:
-    // The tags that terminals have a value for have one byte or two, and a terminal's store has
-    // fewer objects than are noted.
-    using Key = std::uint16_t;
-    static constexpr std::size_t kMaxTagSize = 2;
-    static constexpr std::size_t kMaxNoted = 16;
+    static constexpr std::size_t kNotes = 64;
 
-    static Key key(Bytes tag) {
-        return static_cast<Key>(tag.size() == 1 ? tag[0] : tag[0] << 8U | tag[1]);
+    // Another for each tag of a terminal data store.
+    static constexpr std::size_t note_of(tlv::TagNumber tag) {
+        return (tag + (tag >> 8U)) % kNotes;
     }
 
-    Bytes from(std::size_t at) const { return tlv::clipped(data_, at, data_.size()); }
+    static constexpr std::uint64_t mark(std::size_t note) { return std::uint64_t{1} << note; }
 
-    Bytes search(std::size_t start, Bytes tag) const {
-        const Bytes rest = from(start);
-        const auto at = tag.empty() ? std::nullopt : tlv::find(tag, rest, extent_);
-        return at ? rest.subspan(*at + tag.size()) : Bytes();
+    void take_note(tlv::TagNumber tag, const tlv::Length& length) {
+        const std::size_t note = note_of(tag);
+        if ((taken_ & mark(note)) == 0) {
+            taken_ |= mark(note);
+            tags_[note] = tag;
+            lengths_[note] = length;
+        }
     }
 
     Bytes data_;
-    tlv::Extent extent_;
-    std::size_t walked_ = 0; // bytes of the data whose objects are noted
-    std::size_t noted_ = 0;
-    std::array<Key, kMaxNoted> keys_{};
-    std::array<std::size_t, kMaxNoted> length_fields_{};
+    std::size_t walked_ = 0; // bytes of the data whose objects have been passed
+    std::uint64_t taken_ = 0;
+    std::array<tlv::TagNumber, kNotes> tags_;
+    std::array<tlv::Length, kNotes> lengths_;
 };
 
 // Writes the whole field: the value, cut or with zeros behind it.
 void put(Bytes value, std::span<unsigned char> field) {
-    const Bytes fitting = tlv::clipped(value, 0, field.size());
-    std::ranges::copy(fitting, field.begin());
-    std::ranges::fill(field.subspan(fitting.size()), static_cast<unsigned char>(0));
+    const std::size_t size = std::min(value.size(), field.size());
+    std::copy_n(value.begin(), size, field.begin());
+    std::ranges::fill(field.subspan(size), static_cast<unsigned char>(0));
 }
 
 // Puts a value into the field that the card asks for. A value that the data cut short counts with
 // its declared length, the missing bytes as zeros.
-void fill(std::span<unsigned char> field, Bytes value, std::size_t declared, Format format) {
-    if (format == Format::kUnknown || format == Format::kTemplate) {
-        put({}, field);
-    } else if (declared >= field.size()) {
+void fit(std::span<unsigned char> field, Bytes value, std::size_t declared, Format format) {
+    if (declared > field.size()) {
         // Numeric values lose leading digits, all others trailing bytes.
         const std::size_t first = format == Format::kNumeric ? declared - field.size() : 0;
         put(tlv::clipped(value, first, field.size()), field);
@@ -170,37 +152,53 @@ void fill(std::span<unsigned char> field, Bytes value, std::size_t declared, For
     }
 }
 
-} // namespace
-
-Built build(Bytes data, Bytes list, std::span<unsigned char> out, tlv::Extent extent) {
-    Built built{0, 0};
-    if (list.empty()) {
-        return {QAVEN_EMPTY_DATA, 0};
-    }
-    Objects objects(data, extent);
-    while (!list.empty()) {
-        const Entry entry = parse_entry(list);
-        if (entry.size == 0) {
-            built.result = QAVEN_NO_TAG;
-            return built;
+template <tlv::Extent extent>
+Built build_from(Bytes data, Bytes list, std::span<unsigned char> out) {
+    Objects<extent> objects(data);
+    std::span<unsigned char> rest = out;
+    int result = 0;
+    std::size_t at = 0;
+    while (at < list.size()) {
+        const Entry entry = entry_at(list, at);
+        if (entry.end == 0) {
+            result = QAVEN_NO_TAG;
+            break;
         }
-        list = list.subspan(entry.size);
-        if (entry.requested > out.size() - built.length) {
-            built.result = QAVEN_EMPTY_DATA;
-            return built;
+        if (entry.requested > rest.size()) {
+            result = QAVEN_EMPTY_DATA;
+            break;
         }
-        const auto field = out.subspan(built.length, entry.requested);
-        const Bytes tag = terminated_tag(entry.tag);
-        const Bytes object = objects.find(tag);
-        if (const auto length = tlv::read_length(object)) {
-            fill(field, tlv::clipped(object, length->field, length->value), length->value,
-                 static_cast<Format>(format_letter(tag)));
+        at = entry.end;
+        const auto field = rest.first(entry.requested);
+        rest = rest.subspan(entry.requested);
+        // What has no format, long tags and those with a zero byte among it, is answered by zeros.
+        const auto format = static_cast<Format>(kFormatLetters[entry.tag.number]);
+        const bool answered = format != Format::kUnknown;
+        const auto length = answered ? objects.find(entry.tag.number) : tlv::Length{};
+        if (length) [[likely]] {
+            const std::size_t left = data.size() - length.end;
+            const bool fits = length.value == field.size() && length.value <= left;
+            if (fits) [[likely]] {
+                std::copy_n(data.subspan(length.end).begin(), field.size(), field.begin());
+            } else {
+                fit(field, tlv::clipped(data, length.end, length.value), length.value, format);
+            }
         } else {
             put({}, field);
         }
-        built.length += entry.requested;
     }
-    return built;
+    return {result, out.size() - rest.size()};
+}
+
+} // namespace
+
+Built build(Bytes data, Bytes list, std::span<unsigned char> out, tlv::Extent extent) {
+    if (list.empty()) {
+        return {QAVEN_EMPTY_DATA, 0};
+    }
+    return extent == tlv::Extent::kBounded
+               ? build_from<tlv::Extent::kBounded>(data, list, out)
+               : build_from<tlv::Extent::kZeroTerminated>(data, list, out);
 }
 
 } // namespace qaven::dol
@@ -223,14 +221,15 @@ int qmcx_GetTagType(const unsigned char* tag, int taglen, const unsigned char* t
 }
 
 int qmcx_GetTaginDOL(const unsigned char* dol, int dollen, unsigned char* tagout, int* lenout) {
-    const auto entry = dol::parse_entry(host_bytes(dol, dollen));
-    if (entry.size == 0) {
-        return entry.failure;
+    const tlv::Bytes list = host_bytes(dol, dollen);
+    const auto entry = dol::entry_at(list, 0);
+    if (entry.end == 0) {
+        return dol::failure(list, entry.tag);
     }
-    const auto end = std::ranges::copy(entry.tag, tagout).out;
+    const auto end = std::ranges::copy(list.first(entry.tag.end), tagout).out;
     *end = 0;
     *lenout = static_cast<int>(entry.requested);
-    return static_cast<int>(entry.size);
+    return static_cast<int>(entry.end);
 }
 
 int qmcx_findtaginDOL(const unsigned char* tag, int taglen, const unsigned char* dol, int dollen) {
@@ -241,7 +240,7 @@ int qmcx_findtaginDOL(const unsigned char* tag, int taglen, const unsigned char*
         if (std::ranges::equal(wanted, list.first(size))) {
             return 0;
         }
-        const std::size_t entry_size = dol::parse_entry(list).size;
+        const std::size_t entry_size = dol::entry_at(list, 0).end;
         if (entry_size == 0) {
             break;
         }

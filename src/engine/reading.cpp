@@ -27,22 +27,10 @@ constexpr std::size_t kMaxPdolData = 253;
 
 constexpr int kFormat2NotTaken = -1;
 
-struct Place {
-    std::size_t offset; // of the value
-    std::size_t length; // declared
-};
-
-std::optional<Place> locate(Bytes tag, Bytes data) {
+// The length field of the first object of the tag; none when there is none.
+tlv::Length length_of(Bytes tag, Bytes data) {
     const auto at = tlv::find(tag, data);
-    if (!at) {
-        return std::nullopt;
-    }
-    const std::size_t field = *at + tag.size();
-    const auto length = tlv::read_length(tlv::clipped(data, field, data.size()));
-    if (!length) {
-        return std::nullopt;
-    }
-    return Place{field + length->field, length->value};
+    return at ? tlv::read_length(data, *at + tag.size()) : tlv::Length{};
 }
 
 // The command data: the PDOL's value string in its template.
@@ -71,23 +59,22 @@ void take_aip(Bytes response, std::size_t offset, Options& options) {
 }
 
 int parse_response(Bytes response, Options& options) {
-    const auto format1 = locate(kFormat1, response);
-    if (format1) {
-        if (format1->length < options.aip.size()) {
+    if (const auto format1 = length_of(kFormat1, response)) {
+        if (format1.value < options.aip.size()) {
             return QAVEN_EMPTY_DATA;
         }
-        take_aip(response, format1->offset, options);
-        const Bytes afl = tlv::clipped(response, format1->offset + options.aip.size(),
-                                       format1->length - options.aip.size());
+        take_aip(response, format1.end, options);
+        const Bytes afl = tlv::clipped(response, format1.end + options.aip.size(),
+                                       format1.value - options.aip.size());
         options.afl.assign(afl.begin(), afl.end());
         return 0;
     }
-    const auto aip = locate(kAip, response);
+    const auto aip = length_of(kAip, response);
     if (!aip) {
         return QAVEN_EMPTY_DATA;
     }
-    if (aip->length < options.aip.size()) {
-        take_aip(response, aip->offset, options);
+    if (aip.value < options.aip.size()) {
+        take_aip(response, aip.end, options);
     }
     return kFormat2NotTaken;
 }
@@ -109,18 +96,16 @@ Bytes authentication_part(Bytes padded_record, std::size_t record_length, bool v
         return {};
     }
     const std::size_t field = *at + kRecordTemplate.size();
-    const auto length =
-        tlv::read_length(tlv::clipped(padded_record.first(record_length), field, record_length));
+    const auto length = tlv::read_length(padded_record.first(record_length), field);
     if (!length) {
         return {};
     }
     if (!value_only) {
-        return tlv::clipped(padded_record, *at,
-                            kRecordTemplate.size() + length->field + length->value);
+        return tlv::clipped(padded_record, *at, length.end + length.value - *at);
     }
     // Behind a length of the form 81 LL the copy starts one byte late.
-    const std::size_t skipped = padded_record[field] == kOneByteLength ? 3 : length->field;
-    return tlv::clipped(padded_record, field + skipped, length->value);
+    const std::size_t value = padded_record[field] == kOneByteLength ? field + 3 : length.end;
+    return tlv::clipped(padded_record, value, length.value);
 }
 
 void read_entry(std::span<const unsigned char, 4> entry, ApplicationData& data) {

@@ -50,16 +50,16 @@ Outcome execute(tlv::Bytes script) {
     while (const auto at = tlv::find(kCommand, rest)) {
         const Bytes object = rest.subspan(*at);
         const Bytes field = object.subspan(kCommand.size());
-        const auto length = tlv::read_length(field);
+        const auto length = tlv::read_length(field, 0);
         if (!length) {
             ++outcome.count;
             outcome.result = QAVEN_EMPTY_DATA;
             return outcome;
         }
-        const std::size_t size = command_length(field, *length);
+        const std::size_t size = command_length(field, length);
         ++outcome.count;
         if (size != 0) {
-            const Bytes command = tlv::clipped(field, length->field, size);
+            const Bytes command = tlv::clipped(field, length.end, size);
             if (command.size() < size || size < kCommandHeader) {
                 outcome.result = QAVEN_EMPTY_DATA;
                 return outcome;

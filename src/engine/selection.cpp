@@ -146,14 +146,14 @@ class DirectoryWalk {
         const auto at = tlv::find(kPriorityIndicator, entry.first(entry_length));
         const Bytes priority =
             at ? tlv::clipped(entry, *at + kPriorityIndicator.size(), entry.size()) : Bytes();
-        const auto length = tlv::read_length(priority);
-        if (!length || length->value == 0 || length->field >= priority.size()) {
+        const auto length = tlv::read_length(priority, 0);
+        if (!length || length.value == 0 || length.end >= priority.size()) {
             // Only entries with a priority indicator are kept as separate nodes: the next entry is
             // written over this one.
             node->priority = 0;
             return;
         }
-        node->priority = priority[length->field];
+        node->priority = priority[length.end];
         auto* const next = static_cast<alist*>(std::calloc(1, sizeof(alist)));
         if (next == nullptr) {
             throw std::bad_alloc();

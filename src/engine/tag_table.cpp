@@ -45,42 +45,22 @@ namespace qaven {
 
 namespace {
 
-// The letters of gcTagName where a tag's own bytes find them. Two-byte tags begin with three bits
-// of their own and five ones: the bits are the row, the second byte is the column.
-class Letters {
-  public:
-    consteval Letters() {
-        std::size_t at = 0;
-        while (at < kTagTableSize) {
-            const std::size_t size = tlv::starts_multi_byte_tag(gcTagName[at]) ? 2 : 1;
-            const std::span tag(gcTagName + at, size);
-            unsigned char& letter = rows_[row(tag)][tag.back()];
-            if (letter == 0) {
-                letter = gcTagName[at + size];
-            }
-            at += size + 1;
+consteval std::array<unsigned char, tlv::kTagNumbers> letters() {
+    std::array<unsigned char, tlv::kTagNumbers> table{};
+    std::size_t at = 0;
+    while (at < kTagTableSize) {
+        const auto tag = tlv::read_tag<tlv::Extent::kBounded>(gcTagName, at);
+        unsigned char& letter = table[tag.number];
+        if (letter == 0 && gcTagName[tag.end] != 't') {
+            letter = gcTagName[tag.end];
         }
+        at = tag.end + 1;
     }
-
-    constexpr unsigned char of(tlv::Bytes tag) const { return rows_[row(tag)][tag.back()]; }
-
-  private:
-    static constexpr std::size_t kOneByteTags = 8;
-
-    static constexpr std::size_t row(tlv::Bytes tag) {
-        return tag.size() == 1 ? kOneByteTags : tag[0] >> 5U;
-    }
-
-    std::array<std::array<unsigned char, 256>, kOneByteTags + 1> rows_{};
-};
-
-constexpr Letters kLetters;
+    return table;
+}
 
 } // namespace
 
-unsigned char format_letter(tlv::Bytes tag) {
-    const bool in_form = tag.size() == 1 || (tag.size() == 2 && tlv::starts_multi_byte_tag(tag[0]));
-    return in_form ? kLetters.of(tag) : 0;
-}
+constexpr std::array<unsigned char, tlv::kTagNumbers> kFormatLetters = letters();
 
 } // namespace qaven

@@ -1,9 +1,10 @@
 // The data formats of the tags that cards ask for in their data object lists.
 #pragma once
 
+#include "engine/tlv.h"
 #include "support/export.h"
 
-#include <span>
+#include <array>
 
 // Bytes of the table.
 constexpr int kTagTableSize = 431;
@@ -15,7 +16,9 @@ QAVEN_API extern const unsigned char gcTagName[kTagTableSize];
 
 namespace qaven {
 
-// The format letter of tag in gcTagName, or 0.
-unsigned char format_letter(std::span<const unsigned char> tag);
+// How the value of each tag of one or two bytes answers a list, by the tag's number: its letter in
+// gcTagName, without those of templates, which answer none.
+[[gnu::visibility("hidden")]] extern const std::array<unsigned char, tlv::kTagNumbers>
+    kFormatLetters;
 
 } // namespace qaven

@@ -9,29 +9,42 @@ namespace qaven::tlv {
 
 namespace {
 
-struct Place {
-    std::size_t offset; // of the value
-    std::size_t length; // declared
-};
-
-// The value of the data object whose length field is at the given place.
-std::optional<Place> value_at(Bytes data, std::size_t length_field) {
-    const auto length = read_length(clipped(data, length_field, kUnknownSize));
-    if (!length) {
-        return std::nullopt;
-    }
-    Place place{length_field + length->field, length->value};
-    if (data[length_field] == kOneByteLength) {
+// The length field at the given place, as it counts for the copy of a value.
+Length length_at(Bytes data, std::size_t field) {
+    Length length = read_length(data, field);
+    if (length && data[field] == kOneByteLength) {
         // A length of the form 81 LL is taken from the second byte of the whole searched buffer,
         // not from the byte behind the 81: the lengths that hosts know come from there.
-        place.length = data[1];
+        length.value = data[1];
     }
-    return place;
+    return length;
 }
 
-std::optional<Place> find_value(Bytes tag, Bytes data, Extent extent) {
+template <Extent extent>
+std::optional<std::size_t> find_in(Bytes wanted, Bytes data) {
+    const Tag whole = read_tag<extent>(wanted, 0);
+    const TagNumber number = whole.end == wanted.size() ? whole.number : TagNumber{0};
+    std::size_t at = 0;
+    while (true) {
+        const Tag tag = read_tag<extent>(data, at);
+        if (!tag) {
+            return std::nullopt;
+        }
+        if (tag.number == number &&
+            (number != 0 || std::ranges::equal(wanted, data.subspan(at, tag.end - at)))) {
+            return at;
+        }
+        const Length length = read_length(data, tag.end);
+        if (!length) {
+            return std::nullopt;
+        }
+        at = next_object(data, at, length);
+    }
+}
+
+Length find_length(Bytes tag, Bytes data, Extent extent) {
     const auto at = find(tag, data, extent);
-    return at ? value_at(data, *at + tag.size()) : std::nullopt;
+    return at ? length_at(data, *at + tag.size()) : Length{};
 }
 
 void copy_value(Bytes data, std::size_t offset, std::span<unsigned char> out) {
@@ -53,34 +66,19 @@ HostBuffer host_buffer(const unsigned char* buf, int buflen) {
 }
 
 std::optional<std::size_t> find(Bytes tag, Bytes data, Extent extent) {
-    std::size_t at = 0;
-    while (at < data.size()) {
-        const Bytes rest = data.subspan(at);
-        const std::size_t size = tag_size(rest, extent);
-        if (size == 0) {
-            return std::nullopt;
-        }
-        if (same_tag(tag, rest.first(size))) {
-            return at;
-        }
-        const auto next = step(rest, size);
-        if (!next) {
-            return std::nullopt;
-        }
-        at += *next;
-    }
-    return std::nullopt;
+    return extent == Extent::kBounded ? find_in<Extent::kBounded>(tag, data)
+                                      : find_in<Extent::kZeroTerminated>(tag, data);
 }
 
 std::optional<std::size_t> extract(Bytes tag, Bytes data, std::span<unsigned char> out,
                                    Extent extent) {
-    const auto place = find_value(tag, data, extent);
-    if (!place) {
+    const Length length = find_length(tag, data, extent);
+    if (!length) {
         return std::nullopt;
     }
-    const std::size_t length = std::min(place->length, out.size());
-    copy_value(data, place->offset, out.first(length));
-    return length;
+    const std::size_t taken = std::min(length.value, out.size());
+    copy_value(data, length.end, out.first(taken));
+    return taken;
 }
 
 } // namespace qaven::tlv
@@ -109,12 +107,12 @@ unsigned char* qmcx_findtag(const unsigned char* tag, int taglen, unsigned char*
 int qmcx_gettagvalue(const unsigned char* tag, int taglen, unsigned char* buf, int buflen,
                      unsigned char* out, int* outlen) {
     const tlv::HostBuffer buffer = tlv::host_buffer(buf, buflen);
-    const auto place = tlv::find_value(host_tag(tag, taglen), buffer.bytes, buffer.extent);
-    if (!place) {
+    const auto length = tlv::find_length(host_tag(tag, taglen), buffer.bytes, buffer.extent);
+    if (!length) {
         return QAVEN_NO_TAG;
     }
-    tlv::copy_value(buffer.bytes, place->offset, std::span(out, place->length));
-    *outlen = static_cast<int>(place->length);
+    tlv::copy_value(buffer.bytes, length.end, std::span(out, length.value));
+    *outlen = static_cast<int>(length.value);
     return 0;
 }
 

@@ -71,74 +71,93 @@ constexpr bool starts_multi_byte_tag(unsigned char first) {
 
 HostBuffer host_buffer(const unsigned char* buf, int buflen);
 
-// What a walk does at every data object is inline.
+// What a walk does at every data object is inline, and goes by places in the data.
 
-// The byte count of the tag at the start of data; 0 for padding (FF) or a tag that runs past the
-// end.
-inline std::size_t tag_size(Bytes data, Extent extent = Extent::kBounded) {
-    const bool terminated = extent == Extent::kZeroTerminated;
-    if (data.empty() || data[0] == kPadding || (terminated && data[0] == kEndOfList)) {
-        return 0;
+// A tag of one or two bytes as a number. The first byte of two-byte tags has three bits of its own
+// and five ones. Longer tags, which no table of this library knows, are all 0.
+using TagNumber = std::uint16_t;
+constexpr std::size_t kTagNumbers = 0x900;
+
+struct Tag {
+    std::size_t end; // behind it; 0 when there is none
+    TagNumber number;
+
+    explicit constexpr operator bool() const { return end != 0; }
+};
+
+constexpr TagNumber two_byte_number(unsigned first, unsigned second) {
+    return static_cast<TagNumber>(0x100U + ((first & 0xE0U) << 3U) + second);
+}
+
+// The tag at the given place; none at padding (FF), at the end of the list, and where a tag runs
+// past the end of the buffer.
+template <Extent extent>
+constexpr Tag read_tag(Bytes data, std::size_t at) {
+    constexpr bool terminated = extent == Extent::kZeroTerminated;
+    if (at >= data.size()) [[unlikely]] {
+        return {};
     }
-    if (!starts_multi_byte_tag(data[0])) {
-        return 1;
+    const unsigned char first = data[at];
+    if (first == kPadding || (terminated && first == kEndOfList)) [[unlikely]] {
+        return {};
     }
-    for (std::size_t at = 1; at < data.size(); ++at) {
-        // In a zero-terminated list the second byte always ends the tag.
-        if (terminated) {
-            return at + 1;
-        }
-        if (data[at] == kPadding) {
-            return 0;
-        }
-        if ((data[at] & kTagContinues) == 0) {
-            return at + 1;
+    if (!starts_multi_byte_tag(first)) {
+        return {at + 1, first};
+    }
+    if (++at >= data.size()) [[unlikely]] {
+        return {};
+    }
+    // In a zero-terminated list the second byte always ends the tag.
+    if (terminated || (data[at] & kTagContinues) == 0) [[likely]] {
+        return {at + 1, two_byte_number(first, data[at])};
+    }
+    while (at < data.size() && data[at] != kPadding) {
+        if ((data[at++] & kTagContinues) == 0) {
+            return {at, 0};
         }
     }
-    return 0;
+    return {};
+}
+
+// The byte count of the tag at the start of data; 0 when there is none.
+inline std::size_t tag_size(Bytes data) {
+    return read_tag<Extent::kBounded>(data, 0).end;
 }
 
 struct Length {
-    std::size_t value; // what the field says
-    std::size_t field; // bytes of the field itself: 1, 2 (81 LL) or 3 (82 HH LL)
+    std::size_t end; // behind its field of 1, 2 (81 LL) or 3 bytes (82 HH LL); 0 when there is none
+    std::size_t value;
+
+    explicit constexpr operator bool() const { return end != 0; }
 };
 
-// The length field at the start of data; nothing when data ends inside it.
-inline std::optional<Length> read_length(Bytes data) {
-    if (data.empty()) {
-        return std::nullopt;
+// The length field at the given place; none when data ends inside it.
+constexpr Length read_length(Bytes data, std::size_t at) {
+    if (at >= data.size()) [[unlikely]] {
+        return {};
     }
     // No other long form exists here: 80, 83 and 84 are the lengths 128, 131 and 132.
-    if (data[0] == kTwoByteLength) {
-        if (data.size() < 3) {
-            return std::nullopt;
+    if (data[at] == kTwoByteLength) [[unlikely]] {
+        if (data.size() - at < 3) {
+            return {};
         }
-        return Length{static_cast<std::size_t>(data[1]) << 8U | data[2], 3};
+        return {at + 3, static_cast<std::size_t>(data[at + 1]) << 8U | data[at + 2]};
     }
-    if (data[0] == kOneByteLength) {
-        if (data.size() < 2) {
-            return std::nullopt;
+    if (data[at] == kOneByteLength) [[unlikely]] {
+        if (data.size() - at < 2) {
+            return {};
         }
-        return Length{data[1], 2};
+        return {at + 2, data[at + 1]};
     }
-    return Length{data[0], 1};
+    return {at + 1, data[at]};
 }
 
-// From the object at the start of data, whose tag has tag_size bytes, to the next one in depth
-// first order; nothing when its length field cannot be read.
-inline std::optional<std::size_t> step(Bytes data, std::size_t tag_size) {
-    const auto length = read_length(data.subspan(tag_size));
-    if (!length) {
-        return std::nullopt;
+// Where the object behind the one at the given place begins, in depth first order.
+constexpr std::size_t next_object(Bytes data, std::size_t at, const Length& length) {
+    if ((data[at] & kConstructed) != 0) [[unlikely]] {
+        return length.end;
     }
-    const bool constructed = (data[0] & kConstructed) != 0;
-    return tag_size + length->field + (constructed ? 0 : length->value);
-}
-
-// Nearly all tags have one byte or two, and most of the two-byte ones begin with the same.
-inline bool same_tag(Bytes tag, Bytes other) {
-    return tag.size() == other.size() && tag.back() == other.back() &&
-           tag.front() == other.front() && (tag.size() <= 2 || std::ranges::equal(tag, other));
+    return length.end + length.value;
 }
 
 // Where tag stands in data.

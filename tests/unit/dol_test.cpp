@@ -2,6 +2,7 @@
 #include "engine/dol.h"
 
 #include "engine/tag_table.h"
+#include "engine/tlv.h"
 #include "exact_buffer.h"
 #include "hex.h"
 
@@ -106,16 +107,27 @@ TEST(FormatTable, HasNoLetterForOtherTags) {
     }
 }
 
-TEST(FormatTable, IsKnownToTheEngineByEveryTag) {
+TEST(FormatTable, IsKnownToTheEngineByTheNumberOfEveryTag) {
+    using qaven::tlv::Extent;
+    std::set<qaven::tlv::TagNumber> numbers;
     for (unsigned int value = 0; value <= 0xFFFF; ++value) {
         const Bytes pair{static_cast<std::uint8_t>(value >> 8U), static_cast<std::uint8_t>(value)};
-        const auto look_up = [&](std::size_t size) {
-            return qmcx_GetTagType(pair.data(), static_cast<int>(size), gcTagName, kTagTableSize);
-        };
-        ASSERT_EQ(qaven::format_letter(pair), look_up(2)) << hex(pair);
-        ASSERT_EQ(qaven::format_letter(std::span(pair).first(1)), look_up(1)) << hex(pair);
+        const auto tag = qaven::tlv::read_tag<Extent::kBounded>(pair, 0);
+        if (tag) {
+            const int letter =
+                qmcx_GetTagType(pair.data(), static_cast<int>(tag.end), gcTagName, kTagTableSize);
+            numbers.insert(tag.number);
+            ASSERT_EQ(qaven::kFormatLetters[tag.number], letter == 't' ? 0 : letter) << hex(pair);
+        }
     }
-    EXPECT_EQ(qaven::format_letter(bytes("9F0201")), 0);
+    EXPECT_EQ(numbers.size(), 248U + 7U * 128U) << "each tag of one or two bytes has its own";
+}
+
+TEST(FormatTable, HasNoLetterForTheNumberOfLongTags) {
+    using qaven::tlv::Extent;
+    const auto tag = qaven::tlv::read_tag<Extent::kBounded>(bytes("9F8101"), 0);
+    EXPECT_EQ(tag.end, 3U);
+    EXPECT_EQ(qaven::kFormatLetters[tag.number], 0);
 }
 
 TEST(FormatTable, OfAHostMayHaveLongerTags) {
@@ -404,6 +416,14 @@ TEST(ValueString, HasTheFirstValueOfEachOfManyTags) {
     ASSERT_GT(seen.size(), 100U);
     EXPECT_EQ(values(list, firsts + seconds, seen.size()), expected);
     EXPECT_EQ(answer(list, firsts + seconds + "00", seen.size(), true).values, expected);
+}
+
+// 9A and 9F15 share a note: whichever is passed first has it.
+TEST(ValueString, HasTheValuesOfTagsThatShareANote) {
+    const std::string_view data = "9C0133 9A03190422 9F15021234 9A03FFFFFF";
+    EXPECT_EQ(values("9A03 9F1502 9A03 9F1502 9C01", data, 11), "1904221234190422123433");
+    EXPECT_EQ(values("9F1502 9A03 9C01 9F1502", data, 8), "1234190422331234");
+    EXPECT_EQ(values("9F1502 9F1502", "9A03190422", 4), "00000000");
 }
 
 TEST(ValueString, HasNothingForAnEntryThatAsksForNothing) {
