@@ -109,12 +109,12 @@ std::string interface_text(std::size_t number, std::size_t which, unsigned char 
     }
     if (number == 1) {
         return which == 0   ? rates_text(byte)
-               : which == 1 ? (byte == 0 ? "no voltage for writing" : "voltage for writing")
+               : which == 1 ? (byte == 0 ? "VPP not connected" : "programming voltage")
                             : guard_text(byte);
     }
     if (number == 2) {
         return which == 0   ? specific_text(byte)
-               : which == 1 ? "voltage for writing"
+               : which == 1 ? "programming voltage"
                             : "waiting time (T=0) " + std::to_string(byte);
     }
     if (protocol == 1) {
