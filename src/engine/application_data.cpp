@@ -2,6 +2,7 @@
 #include "engine/application_data.h"
 
 #include "engine/reading.h"
+#include "support/bounded_text.h"
 #include "support/decimal.h"
 #include "support/hex.h"
 

@@ -4,7 +4,6 @@
 #pragma once
 
 #include "engine/tlv.h"
-#include "support/bounded_text.h"
 
 #include <span>
 #include <string_view>

@@ -1,6 +1,7 @@
 // GENERATE AC for an ARQC, and the field-55 list.
 #include "engine/arqc.h"
 
+#include "engine/aid_list.h"
 #include "engine/application_data.h"
 #include "engine/card_info.h"
 #include "engine/commands.h"
@@ -17,13 +18,10 @@
 #include "support/bounded_text.h"
 #include "support/gbk_text.h"
 #include "support/qmlog.h"
-#include "support/utils.h"
 
 #include <array>
 #include <cstdio>
-#include <list>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace qaven::arqc {
@@ -53,23 +51,14 @@ unsigned int number_for(Bytes data) {
     return static_cast<unsigned int>(data.size());
 }
 
-// Reads the card for every AID in turn until one is answered by another result than "no single
-// application".
 int read_card(const Parameters& parameters) {
-    std::list<std::string> aids;
-    Split(text_or_empty(parameters.aid_list), aids, '|');
-    int result = QAVEN_NO_CARD;
-    for (const std::string& aid : aids) {
+    return for_each_aid(text_or_empty(parameters.aid_list), [&](const std::string& aid) {
         std::array<char, QAVEN_USERINFO_SIZE> user_info{};
         std::array<char, QAVEN_ERRMSG_SIZE> error_text{};
-        result = card_info::read_card(
+        return card_info::read_card(
             {"", aid.c_str()}, {user_info.data(), parameters.application_data, error_text.data()},
             session::AtSuccess::kKeep);
-        if (result != QAVEN_NO_APPLICATION) {
-            break;
-        }
-    }
-    return result;
+    });
 }
 
 // Brings a card that was read in an earlier connection back to where GENERATE AC is due.

@@ -10,11 +10,11 @@
 #include "qaven/qaven.h"
 #include "support/boundary.h"
 #include "support/bounded_text.h"
+#include "support/decimal.h"
 #include "support/diagnostics.h"
 #include "support/gbk_text.h"
 #include "support/hex.h"
 #include "support/qmlog.h"
-#include "support/utils.h"
 
 #include <algorithm>
 #include <array>
@@ -79,24 +79,7 @@ constexpr std::array kFields{
     Field{'T', {{0x9C}}, kNone, std::nullopt, Form::kNotShown},
 };
 
-constexpr std::size_t kMaxValue = 256;
-
 using Value = std::vector<unsigned char>;
-
-std::optional<Value> find_value(const Tag& tag, Bytes data) {
-    std::array<unsigned char, kMaxValue> value{};
-    const auto length = tlv::extract(tag.view(), data, value);
-    if (!length) {
-        return std::nullopt;
-    }
-    return Value(value.begin(), value.begin() + static_cast<std::ptrdiff_t>(*length));
-}
-
-std::string three_digits(std::size_t number) {
-    std::array<char, 24> digits{};
-    std::snprintf(digits.data(), digits.size(), "%03zu", number);
-    return digits.data();
-}
 
 std::string field_text(char letter, std::string_view value) {
     return letter + three_digits(value.size()) + std::string(value);
@@ -143,9 +126,9 @@ std::string shown(const Field& field, const Value& value) {
 
 // A field of the card's records; "000" when the card has no such object.
 std::string record_field(const Field& field, Bytes records) {
-    auto value = find_value(field.tag, records);
+    auto value = tlv::value_of(field.tag.view(), records);
     if (!field.otherwise.none() && (!value || text_of(*value).empty())) {
-        value = find_value(field.otherwise, records);
+        value = tlv::value_of(field.otherwise.view(), records);
     }
     return value ? shown(field, *value) : field_text(field.letter, "");
 }
@@ -157,7 +140,7 @@ std::string asked_field(const Field& field) {
     if (commands::get_data(*field.asked, answer) != 0) {
         return field_text(field.letter, "");
     }
-    const auto value = find_value(field.tag, answer.data());
+    const auto value = tlv::value_of(field.tag.view(), answer.data());
     return value ? shown(field, *value) : std::string();
 }
 

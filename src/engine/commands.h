@@ -52,11 +52,11 @@ QAVEN_API int qmcx_GenerateAC(unsigned char p1, unsigned char* data, unsigned ch
 QAVEN_API int qmcx_ReadRecord(unsigned char record, unsigned char sfi, unsigned char* out,
                               unsigned int* out_len);
 
-// The close hook for the card that every card operation calls on its way out. Card and reader are
-// ended elsewhere; it does nothing. Always 0.
+// The close hook for the card, where a card operation gives it up. Card and reader are ended
+// elsewhere; it does nothing. Always 0.
 QAVEN_API int qm_closeicc();
 
-// The close hook for the reader, called after the other one; it does nothing either.
+// The close hook for the reader, where a card operation is done with it; it does nothing either.
 QAVEN_API void Qm_CloseDevice();
 
 namespace qaven::commands {

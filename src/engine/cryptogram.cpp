@@ -67,13 +67,7 @@ bool append_last_online_atc(TlvList& list) {
 }
 
 std::optional<std::vector<unsigned char>> card_object(TlvList::Tag tag, Bytes application_data) {
-    std::array<unsigned char, kMaxValue> value{};
-    const auto length = tlv::extract(Bytes(tag.begin(), tag.size()), application_data, value);
-    if (!length) {
-        return std::nullopt;
-    }
-    const Bytes found = Bytes(value).first(*length);
-    return std::vector<unsigned char>(found.begin(), found.end());
+    return tlv::value_of(Bytes(tag.begin(), tag.size()), application_data);
 }
 
 bool append_card_object(TlvList& list, TlvList::Tag tag, Bytes application_data) {

@@ -12,7 +12,7 @@ QAVEN_API int qmcx_GetTagType(const unsigned char* tag, int taglen, const unsign
                               int tablelen);
 
 // Parses the entry at the start of dol (dollen bytes): copies its tag and a zero byte to tagout
-// (256 bytes), the requested length to *lenout. Returns the bytes consumed (1..255); 0 or -204 for
+// (256 bytes), the requested length to *lenout. Returns the bytes consumed (2..255); 0 or -204 for
 // an entry that cannot be read.
 QAVEN_API int qmcx_GetTaginDOL(const unsigned char* dol, int dollen, unsigned char* tagout,
                                int* lenout);

@@ -27,7 +27,8 @@ constexpr std::size_t kMaxPdolData = 253;
 
 constexpr int kFormat2NotTaken = -1;
 
-// The length field of the first object of the tag; none when there is none.
+// The length field of the first object of the tag, none when there is none. A length of the form
+// 81 LL is LL here, unlike where a value is copied.
 tlv::Length length_of(Bytes tag, Bytes data) {
     const auto at = tlv::find(tag, data);
     return at ? tlv::read_length(data, *at + tag.size()) : tlv::Length{};
@@ -73,6 +74,7 @@ int parse_response(Bytes response, Options& options) {
     if (!aip) {
         return QAVEN_EMPTY_DATA;
     }
+    // Format 2 is not taken; an AIP too short to be one is handed out all the same.
     if (aip.value < options.aip.size()) {
         take_aip(response, aip.end, options);
     }
@@ -85,8 +87,6 @@ constexpr unsigned char kLastValueOnlySfi = 10;
 
 constexpr unsigned char kLowestSfi = 8;
 constexpr unsigned char kHighestSfi = 240;
-
-constexpr unsigned char kOneByteLength = 0x81;
 
 // What of a record enters the offline authentication data. The record's zeroed area goes on behind
 // it, so a length that runs past the record gives zeros.
@@ -104,7 +104,7 @@ Bytes authentication_part(Bytes padded_record, std::size_t record_length, bool v
         return tlv::clipped(padded_record, *at, length.end + length.value - *at);
     }
     // Behind a length of the form 81 LL the copy starts one byte late.
-    const std::size_t value = padded_record[field] == kOneByteLength ? field + 3 : length.end;
+    const std::size_t value = padded_record[field] == tlv::kOneByteLength ? field + 3 : length.end;
     return tlv::clipped(padded_record, value, length.value);
 }
 

@@ -15,7 +15,8 @@ QAVEN_API extern const unsigned char qmcx_appdatatag[12];
 // store (termdatalen bytes, 0 for a zero-terminated one). aip: 2 bytes, *aiplen 2 on success, else
 // 0; afl: 254 bytes, *afllen what the response holds of it. 0; -204 or -205 when the PDOL cannot be
 // answered; the result of the command; -205 for a response without options; -1 for a response of
-// format 2, which is not taken.
+// format 2, which is not taken, though an AIP object of less than 2 bytes gives aip the 2 bytes
+// behind its length.
 QAVEN_API int qmcx_GetProcOptions(unsigned char* fci, unsigned char fcilen, unsigned char* termdata,
                                   int termdatalen, unsigned char* aip, unsigned char* aiplen,
                                   unsigned char* afl, unsigned char* afllen);

@@ -20,11 +20,10 @@ constexpr std::size_t kCommandHeader = 5;
 constexpr std::size_t kLcByte = 4;
 constexpr int kWaitScript = 10;
 constexpr std::size_t kReplyBuffer = 1024;
-constexpr unsigned char kTwoByteLength = 0x82;
 
 // The length of a command is one byte; of a two-byte length only the low byte counts.
 std::size_t command_length(Bytes field, const tlv::Length& length) {
-    return field[0] == kTwoByteLength ? length.value & 0xFFU : length.value;
+    return field[0] == tlv::kTwoByteLength ? length.value & 0xFFU : length.value;
 }
 
 // A command whose Lc counts all that follows it is sent whole; any other ends in an Le byte, which

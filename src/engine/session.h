@@ -4,8 +4,6 @@
 
 #include "usb/ccid.h"
 
-#include <span>
-
 namespace qaven::session {
 
 // What a card operation does with the connection when it succeeds.

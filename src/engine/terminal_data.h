@@ -7,7 +7,6 @@
 #include <array>
 #include <cstddef>
 #include <span>
-#include <string_view>
 
 // Transaction date of the last store that was built: BCD YY MM DD in the first 3 bytes. It goes
 // online with the cryptogram as 9A.

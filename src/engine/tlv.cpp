@@ -9,6 +9,8 @@ namespace qaven::tlv {
 
 namespace {
 
+constexpr std::size_t kMaxValue = 256;
+
 // The length field at the given place, as it counts for the copy of a value.
 Length length_at(Bytes data, std::size_t field) {
     Length length = read_length(data, field);
@@ -81,6 +83,16 @@ std::optional<std::size_t> extract(Bytes tag, Bytes data, std::span<unsigned cha
     return taken;
 }
 
+std::optional<std::vector<unsigned char>> value_of(Bytes tag, Bytes data) {
+    std::vector<unsigned char> value(kMaxValue);
+    const auto length = extract(tag, data, value);
+    if (!length) {
+        return std::nullopt;
+    }
+    value.resize(*length);
+    return value;
+}
+
 } // namespace qaven::tlv
 
 namespace tlv = qaven::tlv;
@@ -134,26 +146,18 @@ int qmcx_findapptag(unsigned char* buf, int buflen, unsigned char* taglist, int 
 }
 
 int qmcx_GetTagData(int pos, const unsigned char* buf, unsigned char* out, unsigned char* outlen) {
-    const unsigned char* field = buf + pos;
-    std::size_t field_size = 1;
-    unsigned char length = field[0];
-    if (field[0] == tlv::kTwoByteLength) {
-        // The length is reported in one byte, so only the low byte of the field counts.
-        field_size = 3;
-        length = field[2];
-    } else if (field[0] == tlv::kOneByteLength) {
-        field_size = 2;
-        length = field[1];
-    }
-    std::copy_n(field + field_size, length, out);
-    *outlen = length;
+    const tlv::Length length = tlv::read_length({buf + pos, tlv::kUnknownSize}, 0);
+    // The length is reported in one byte: of a two-byte one only the low byte counts.
+    const auto taken = static_cast<unsigned char>(length.value);
+    std::copy_n(buf + pos + length.end, taken, out);
+    *outlen = taken;
     return 0;
 }
 
 int qm_GetTL(unsigned char* tagout, unsigned char* taglenout, const unsigned char* in,
              int /*len*/) {
-    // Every two-byte tag of a log format begins with an odd byte (9F, 5F), every one-byte tag with
-    // an even one.
+    // The two-byte tags of log formats begin with an odd byte (9F, 5F), their one-byte tags (9A,
+    // 9C) with an even one.
     const unsigned char size = (in[0] & 1U) != 0 ? 2 : 1;
     std::copy_n(in, size, tagout);
     *taglenout = size;

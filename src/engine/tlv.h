@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <vector>
 
 // The first occurrence of tag (taglen bytes) in buf (buflen bytes): a pointer to its first byte
 // inside buf, or null.
@@ -167,6 +168,9 @@ std::optional<std::size_t> find(Bytes tag, Bytes data, Extent extent = Extent::k
 // value does; gives the length, cut likewise. Nothing when tag is not there.
 std::optional<std::size_t> extract(Bytes tag, Bytes data, std::span<unsigned char> out,
                                    Extent extent = Extent::kBounded);
+
+// The value of tag, at most 256 bytes, zero-filled likewise; nothing when tag is not there.
+std::optional<std::vector<unsigned char>> value_of(Bytes tag, Bytes data);
 
 // The part of data that a value of the given length at the given place has.
 inline Bytes clipped(Bytes data, std::size_t offset, std::size_t length) {

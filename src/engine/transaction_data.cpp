@@ -73,7 +73,7 @@ class HoldingArea {
     bool seen_ = false;
 };
 
-// Appends records to a raw buffer whose size its caller has checked.
+// Appends records to a host's buffer. What is written is limited by the records' own sizes.
 class RecordWriter {
   public:
     explicit RecordWriter(char* out) : out_(out) {}

@@ -23,7 +23,7 @@ QAVEN_API int getLen(const char* p, int n);
 QAVEN_API const char* getTag(const char* data, int dataLen, char letter, int* valueLen);
 
 // Writes the records P Q R S T U V of in, each brought to a fixed width, and a record for the zero
-// behind them. out: 2200 bytes.
+// behind them. out: 2200 bytes. Always 0.
 QAVEN_API int parseTxData(const char* in, char* out);
 
 // Completes in to the 90 characters P Q R S T U V with the terminal's values; out: 92 zeroed bytes.
@@ -42,9 +42,6 @@ QAVEN_API int Qm_ConvertTxData2BCD(unsigned char* out, unsigned char* in);
 QAVEN_API int oldQm_ConvertTxData2BCD(unsigned char* out, unsigned char* in);
 
 namespace qaven::transaction_data {
-
-// Characters of the completed transaction data.
-constexpr std::size_t kCompletedLength = 90;
 
 // Size of a buffer that takes the completed form and its terminator.
 constexpr std::size_t kCompletedBuffer = 1024;

@@ -11,6 +11,7 @@
 #include "qaven/qaven.h"
 #include "support/boundary.h"
 #include "support/bounded_text.h"
+#include "support/decimal.h"
 #include "support/hex.h"
 
 #include <algorithm>
@@ -19,7 +20,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace qaven::transaction_log {
 
@@ -63,15 +63,12 @@ enum class AfterNul {
 // Tag and length of the log format object itself.
 constexpr std::size_t kFormatHead = 3;
 
-constexpr unsigned char kEndOfFormat = 0x00;
-constexpr unsigned char kPadding = 0xFF;
-
 // Puts the fields of the table where the card's log format has them.
 template <std::size_t N>
 std::array<Field, N> laid_out(std::array<Field, N> fields, Bytes format) {
     Bytes rest = tlv::clipped(format, kFormatHead, format.size());
     std::size_t offset = 0;
-    while (rest.size() >= 2 && rest[0] != kEndOfFormat && rest[0] != kPadding) {
+    while (rest.size() >= 2 && rest[0] != tlv::kEndOfList && rest[0] != tlv::kPadding) {
         std::array<unsigned char, 2> tag{};
         unsigned char tag_length = 0;
         const auto entry = static_cast<std::size_t>(
@@ -91,12 +88,6 @@ std::array<Field, N> laid_out(std::array<Field, N> fields, Bytes format) {
         rest = rest.subspan(entry);
     }
     return fields;
-}
-
-std::string three_digits(std::size_t number) {
-    std::array<char, 24> digits{};
-    std::snprintf(digits.data(), digits.size(), "%03zu", number);
-    return digits.data();
 }
 
 std::string merchant_text(Bytes value, AfterNul after_nul) {

@@ -55,7 +55,8 @@ char* Qm_GetLastErrDesc(int code, char* dst) {
 }
 
 int transErr(int code) {
-    // Two pairs collide on purpose: the host tells neither -2 from -1 nor -10 from -2.
+    // The host's vocabulary is small on purpose: it does not tell -2 from -1, nor the codes of one
+    // group here from each other or from a code of libusb.
     switch (code) {
     case -2:
         return -1;

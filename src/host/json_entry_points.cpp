@@ -15,7 +15,6 @@
 #include <cstdlib>
 #include <initializer_list>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 

@@ -1,6 +1,7 @@
 // The string-parameter wrappers: each fills the positional texts of one card operation.
 #include "host/lorim_pboc.h"
 
+#include "engine/aid_list.h"
 #include "engine/pboccash.h"
 #include "host/err.h"
 #include "host/report.h"
@@ -10,7 +11,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -74,21 +74,14 @@ int read_card_information(const char* reader_name, const char* tag_list, const c
 
     Text reader(reader_name);
     Text tags(tag_list);
-    std::list<std::string> aids;
-    Split(aid_list, aids, '|');
-    int result = QAVEN_NO_CARD;
-    for (const std::string& field : aids) {
+    const int result = qaven::for_each_aid(aid_list, [&](const std::string& field) {
         Text aid(field.empty() ? kAnyUnionPayApplication : std::string_view(field));
         Fillers fill;
         std::array<char, QAVEN_APPDATA_SIZE> raw_data{};
-        result =
-            ZEB_ICC_GetInfo(fill.empty(), fill.empty(), reader.get(), fill.empty(), fill.empty(),
-                            fill.empty(), fill.empty(), fill.empty(), fill.slot(), tags.get(),
-                            aid.get(), ic_info, fill.cell(), raw_data.data(), fill.error_text());
-        if (result != QAVEN_NO_APPLICATION) {
-            break;
-        }
-    }
+        return ZEB_ICC_GetInfo(fill.empty(), fill.empty(), reader.get(), fill.empty(), fill.empty(),
+                               fill.empty(), fill.empty(), fill.empty(), fill.slot(), tags.get(),
+                               aid.get(), ic_info, fill.cell(), raw_data.data(), fill.error_text());
+    });
 
     report("ZEB_ICC_GetInfo ReaderNameStr:%s\n", reader_name);
     report("TagList:%s\n", tag_list);

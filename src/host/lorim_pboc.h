@@ -8,7 +8,7 @@
 #include "support/utils.h"
 
 // All texts are zero-terminated; outputs are the caller's and at least as large as said here. Each
-// result is the card operation's code folded by transErr.
+// result is the card operation's code folded by transErr. readerName is only traced.
 
 // Card information (icInfo, 2048 bytes) for the letters of tagList, with the first AID of aidList
 // that selects an application; an empty field of the list stands for A000000333.
@@ -20,7 +20,8 @@ QAVEN_API int getICCardInfo(const char* readerName, const char* tagList, const c
 QAVEN_API int genARQC(const char* readerName, const char* aryInput, const char* aidList, char* lpic,
                       char* arqc, char* field60);
 
-// Issuer's answer: script result (64 bytes) and TC text (1024 bytes).
+// Issuer's answer: arpc, field 55 of the issuer's response in hexadecimal, and status, the host's
+// decision (0 approved). Gives the script result (64 bytes) and the TC text (1024 bytes).
 QAVEN_API int ARPC_ExeICScript(const char* txData, const char* lpic, const char* arpc, int status,
                                char* scriptResult, char* tc);
 

@@ -25,8 +25,7 @@ inline constexpr std::size_t reply_capacity =
 // What samv_cmd may hand out.
 inline constexpr std::size_t samv_data_capacity = 65536;
 
-// What the card text is converted from: the block on the card, and the part of it that is read.
-inline constexpr std::size_t base_text_size = 256;
+// What is read of the card's block of text, 256 bytes.
 inline constexpr std::size_t base_text_used = 250;
 
 } // namespace qaven::idcard
@@ -58,7 +57,8 @@ QAVEN_API int usb_device_write(unsigned char* data, unsigned long len);
 // the all-zero report is taken), then collects reports into buf until completed says that the reply
 // is whole. buf: as many whole reports as completed can ask for, 64 bytes at least; never more than
 // qaven::idcard::reply_capacity is written: a reply that is not whole by then is
-// LIBUSB_ERROR_OVERFLOW. Gives 0 or the negative libusb code.
+// LIBUSB_ERROR_OVERFLOW. *len: the bytes received, whole reports. Gives 0 or the negative libusb
+// code.
 QAVEN_API int usb_device_read(unsigned char* buf, unsigned long* len,
                               int (*completed)(unsigned char*, unsigned long), unsigned int tries);
 

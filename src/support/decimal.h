@@ -2,8 +2,12 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <string>
 
 namespace qaven {
 
@@ -14,6 +18,13 @@ inline int decimal(const char* text) {
     const long number = std::strtol(text, nullptr, kDecimal);
     return static_cast<int>(
         std::clamp<long>(number, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+}
+
+// As the length before a value in texts for hosts; numbers from 1000 on have more digits.
+inline std::string three_digits(std::size_t number) {
+    std::array<char, 24> digits{};
+    std::snprintf(digits.data(), digits.size(), "%03zu", number);
+    return digits.data();
 }
 
 } // namespace qaven

@@ -83,7 +83,8 @@ void CCID::close() {
 
 void CCID::put_header(Message type, int apdu_length, std::span<unsigned char> message) {
     message[0] = static_cast<unsigned char>(type);
-    // Only the low byte of dwLength is filled: no card command is longer than 255 bytes.
+    // The reader wants the low byte of dwLength alone: a command of 256 bytes or more announces its
+    // length modulo 256.
     message[1] = static_cast<unsigned char>(apdu_length);
     message[6] = static_cast<unsigned char>(seq);
     seq = static_cast<int>(static_cast<unsigned int>(seq) + 1U);

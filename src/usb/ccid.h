@@ -51,7 +51,8 @@ class CCID : public Myusb {
     // Myusb::close: the reader is free again.
     QAVEN_API void close();
 
-    // Sends one command APDU of len bytes (0..kMaxApdu) and collects the response. resp:
+    // Sends one command APDU of len bytes (0..kMaxApdu; dwLength is len modulo 256) and collects
+    // the response. resp:
     // kReplyBufferSize bytes; *resp_len: the reply's dwLength. Each reply packet is awaited for
     // timeout_ms. 0, a negative libusb code, or kIllegalData.
     QAVEN_API int interact_apdu(unsigned char* apdu, int len, unsigned char* resp, int* resp_len,

@@ -36,8 +36,6 @@ constexpr std::size_t cvr_size = 4;
 using CardVerificationResults = std::array<std::uint8_t, cvr_size>;
 
 // Where the fields stand in the IAD (9F10): 07, key index, cryptogram version, CVR, algorithm.
-constexpr std::size_t iad_key_index_at = 1;
-constexpr std::size_t iad_version_at = 2;
 constexpr std::size_t iad_cvr_at = 3;
 constexpr std::size_t iad_algorithm_at = 7;
 constexpr std::size_t iad_size = 8;
