@@ -72,7 +72,7 @@ int restore_application(Bytes application_data, Bytes store) {
         return result;
     }
     reading::Options options;
-    return reading::get_processing_options(fci.data(), store, options);
+    return reading::get_processing_options({fci.data()}, {store}, options);
 }
 
 int build_cdol1_data(Bytes application_data, Bytes store, std::vector<unsigned char>& cdol1_data) {

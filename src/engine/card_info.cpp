@@ -213,7 +213,7 @@ int read_card(const Request& request, const Outputs& outputs, session::AtSuccess
 
     const auto store = terminal_data::pack({});
     reading::Options options;
-    if (const int result = reading::get_processing_options(choice.fci, store, options);
+    if (const int result = reading::get_processing_options({choice.fci}, {store}, options);
         result != 0) {
         return fail(result, result, outputs.err_msg);
     }

@@ -76,9 +76,9 @@ class Objects {
     // The length field of the first object of a tag that has a format; none when there is no such
     // object.
     tlv::Length find(tlv::TagNumber wanted) {
-        // Cards mostly ask in the order in which terminals have their data.
         const std::size_t note = note_of(wanted);
         const bool taken = (taken_ & mark(note)) != 0;
+        // Cards mostly ask in the order in which terminals have their data.
         if (taken && tags_[note] == wanted) [[unlikely]] {
             return lengths_[note];
         }
@@ -103,7 +103,7 @@ class Objects {
   private:
     static constexpr std::size_t kNotes = 64;
 
-    // Another for each tag of a terminal data store.
+    // No two tags of a terminal data store share a note.
     static constexpr std::size_t note_of(tlv::TagNumber tag) {
         return (tag + (tag >> 8U)) % kNotes;
     }
@@ -171,7 +171,8 @@ Built build_from(Bytes data, Bytes list, std::span<unsigned char> out) {
         at = entry.end;
         const auto field = rest.first(entry.requested);
         rest = rest.subspan(entry.requested);
-        // What has no format, long tags and those with a zero byte among it, is answered by zeros.
+        // What has no format, long tags and those with a zero byte among them, is answered by
+        // zeros.
         const auto format = static_cast<Format>(kFormatLetters[entry.tag.number]);
         const bool answered = format != Format::kUnknown;
         const auto length = answered ? objects.find(entry.tag.number) : tlv::Length{};

@@ -27,22 +27,15 @@ constexpr std::size_t kMaxPdolData = 253;
 
 constexpr int kFormat2NotTaken = -1;
 
-// The length field of the first object of the tag, none when there is none. A length of the form
-// 81 LL is LL here, unlike where a value is copied.
-tlv::Length length_of(Bytes tag, Bytes data) {
-    const auto at = tlv::find(tag, data);
-    return at ? tlv::read_length(data, *at + tag.size()) : tlv::Length{};
-}
-
 // The command data: the PDOL's value string in its template.
-int command_data(Bytes fci, Bytes terminal_data, tlv::Extent extent,
+int command_data(const tlv::HostBuffer& fci, const tlv::HostBuffer& terminal_data,
                  std::vector<unsigned char>& command) {
     std::array<unsigned char, kMaxPdolData> values{};
     std::size_t length = 0;
     std::array<unsigned char, 256> pdol{};
-    if (const auto pdol_length = tlv::extract(kPdol, fci, pdol)) {
-        const auto built =
-            dol::build(terminal_data, std::span(pdol).first(*pdol_length), values, extent);
+    if (const auto pdol_length = tlv::extract(kPdol, fci.bytes, pdol, fci.extent)) {
+        const auto built = dol::build(terminal_data.bytes, std::span(pdol).first(*pdol_length),
+                                      values, terminal_data.extent);
         if (built.result != 0) {
             return built.result;
         }
@@ -60,23 +53,25 @@ void take_aip(Bytes response, std::size_t offset, Options& options) {
 }
 
 int parse_response(Bytes response, Options& options) {
-    if (const auto format1 = length_of(kFormat1, response)) {
-        if (format1.value < options.aip.size()) {
+    if (const auto format1 = tlv::find(kFormat1, response)) {
+        const auto length = tlv::read_length(response, *format1 + kFormat1.size());
+        if (!length || length.value < options.aip.size()) {
             return QAVEN_EMPTY_DATA;
         }
-        take_aip(response, format1.end, options);
-        const Bytes afl = tlv::clipped(response, format1.end + options.aip.size(),
-                                       format1.value - options.aip.size());
+        take_aip(response, length.end, options);
+        const Bytes afl = tlv::clipped(response, length.end + options.aip.size(),
+                                       length.value - options.aip.size());
         options.afl.assign(afl.begin(), afl.end());
         return 0;
     }
-    const auto aip = length_of(kAip, response);
+    const auto aip = tlv::find(kAip, response);
     if (!aip) {
         return QAVEN_EMPTY_DATA;
     }
     // Format 2 is not taken; an AIP too short to be one is handed out all the same.
-    if (aip.value < options.aip.size()) {
-        take_aip(response, aip.end, options);
+    const auto length = tlv::read_length(response, *aip + kAip.size());
+    if (length && length.value < options.aip.size()) {
+        take_aip(response, length.end, options);
     }
     return kFormat2NotTaken;
 }
@@ -89,7 +84,7 @@ constexpr unsigned char kLowestSfi = 8;
 constexpr unsigned char kHighestSfi = 240;
 
 // What of a record enters the offline authentication data. The record's zeroed area goes on behind
-// it, so a length that runs past the record gives zeros.
+// it, so a length that runs past the record gives zeros as far as that area goes.
 Bytes authentication_part(Bytes padded_record, std::size_t record_length, bool value_only) {
     const auto at = tlv::find(kRecordTemplate, padded_record.first(record_length));
     if (!at) {
@@ -131,11 +126,11 @@ void read_entry(std::span<const unsigned char, 4> entry, ApplicationData& data) 
 
 } // namespace
 
-int get_processing_options(tlv::Bytes fci, tlv::Bytes terminal_data, Options& options,
-                           tlv::Extent extent) {
+int get_processing_options(const tlv::HostBuffer& fci, const tlv::HostBuffer& terminal_data,
+                           Options& options) {
     options = Options{};
     std::vector<unsigned char> command;
-    if (const int failure = command_data(fci, terminal_data, extent, command); failure != 0) {
+    if (const int failure = command_data(fci, terminal_data, command); failure != 0) {
         return failure;
     }
     commands::Response response;
@@ -187,10 +182,10 @@ int qmcx_GetProcOptions(unsigned char* fci, unsigned char fcilen, unsigned char*
                         unsigned char* afl, unsigned char* afllen) {
     *aiplen = 0;
     return qaven::guarded(static_cast<int>(QAVEN_EMPTY_DATA), [&] {
-        const auto terminal_data = qaven::tlv::host_buffer(termdata, termdatalen);
         reading::Options options;
         const int result = reading::get_processing_options(
-            qaven::tlv::Bytes(fci, fcilen), terminal_data.bytes, options, terminal_data.extent);
+            qaven::tlv::host_buffer(fci, fcilen), qaven::tlv::host_buffer(termdata, termdatalen),
+            options);
         if (options.aip_present) {
             std::ranges::copy(options.aip, aip);
             *aiplen = static_cast<unsigned char>(options.aip.size());

@@ -11,12 +11,12 @@
 // The tags that an application must hold; consulted by no operation.
 QAVEN_API extern const unsigned char qmcx_appdatatag[12];
 
-// Initiates the transaction: answers the PDOL of the FCI (fcilen bytes) from the terminal data
-// store (termdatalen bytes, 0 for a zero-terminated one). aip: 2 bytes, *aiplen 2 on success, else
-// 0; afl: 254 bytes, *afllen what the response holds of it. 0; -204 or -205 when the PDOL cannot be
-// answered; the result of the command; -205 for a response without options; -1 for a response of
-// format 2, which is not taken, though an AIP object of less than 2 bytes gives aip the 2 bytes
-// behind its length.
+// Initiates the transaction: answers the PDOL of the FCI (fcilen bytes, 0 for a zero-terminated
+// one, such as one of 256 bytes) from the terminal data store (termdatalen bytes, 0 likewise). aip:
+// 2 bytes, *aiplen 2 on success, else 0; afl: 254 bytes, *afllen what the response holds of it. 0;
+// -204 or -205 when the PDOL cannot be answered; the result of the command; -205 for a response
+// without options; -1 for a response of format 2, which is not taken, though one whose AIP object
+// has less than 2 bytes gives aip the 2 bytes behind its length, and *aiplen 2.
 QAVEN_API int qmcx_GetProcOptions(unsigned char* fci, unsigned char fcilen, unsigned char* termdata,
                                   int termdatalen, unsigned char* aip, unsigned char* aiplen,
                                   unsigned char* afl, unsigned char* afllen);
@@ -38,8 +38,8 @@ struct Options {
 };
 
 // qmcx_GetProcOptions for the engine's own callers.
-int get_processing_options(tlv::Bytes fci, tlv::Bytes terminal_data, Options& options,
-                           tlv::Extent extent = tlv::Extent::kBounded);
+int get_processing_options(const tlv::HostBuffer& fci, const tlv::HostBuffer& terminal_data,
+                           Options& options);
 
 constexpr std::size_t kMaxApplicationData = 8000;
 constexpr std::size_t kMaxAuthenticationData = 256;

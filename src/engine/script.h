@@ -1,4 +1,4 @@
-// Issuer scripts: the commands that an issuer sends to its card behind the counter's back.
+// Issuer scripts: the commands that an issuer sends to its card through the counter.
 #pragma once
 
 #include "engine/tlv.h"

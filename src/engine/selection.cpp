@@ -29,6 +29,8 @@ constexpr unsigned char kNextOccurrence = 0x02;
 
 constexpr int kFileInvalidated = 0x6283;
 
+constexpr std::size_t kMaxFci = 256;
+
 constexpr int kMaxRecords = 254;
 
 // Directories may name directories. Real ones nest once or twice; a card whose directories name
@@ -167,13 +169,12 @@ class DirectoryWalk {
 
 // Copies a response into the node as its FCI.
 void store_fci(Bytes response, flist* node) {
-    // malloc(0) may give null; the smallest copy has one byte.
-    auto* const copy =
-        static_cast<unsigned char*>(std::malloc(std::max<std::size_t>(response.size(), 1)));
+    // A length of 0 may be 256: the copy has room for that, and zeros behind a shorter response.
+    auto* const copy = static_cast<unsigned char*>(std::calloc(1, kMaxFci));
     if (copy == nullptr) {
         throw std::bad_alloc();
     }
-    std::ranges::copy(response, copy);
+    std::ranges::copy(tlv::clipped(response, 0, kMaxFci), copy);
     node->fci = copy;
     node->fcilen = static_cast<unsigned char>(response.size());
 }
@@ -235,6 +236,13 @@ void Candidates::set_aid(std::span<const unsigned char> aid) {
     head_.aidlen = static_cast<unsigned char>(taken.size());
 }
 
+std::span<const unsigned char> Selected::fci() const {
+    if (head_.fci == nullptr) {
+        return {};
+    }
+    return {head_.fci, head_.fcilen != 0 ? head_.fcilen : kMaxFci};
+}
+
 Selected::~Selected() {
     std::free(head_.fci);
     for (flist* node = head_.next; node != nullptr;) {
@@ -253,14 +261,14 @@ int select_by_aid(const SelectByName& select, int partial, std::span<const unsig
     if (first != 0 && first != kFileInvalidated) {
         return 0;
     }
-    std::array<unsigned char, 256> name{};
-    const auto name_length = tlv::extract(kDfName, response.data(), name);
-    if (!name_length || *name_length == 0 || aid.size() > *name_length) {
+    const auto at = tlv::find(kDfName, response.data());
+    const auto name = at ? tlv::read_length(response.data(), *at + kDfName.size()) : tlv::Length{};
+    if (name.value == 0 || aid.size() > name.value) {
         return 0;
     }
-    if (aid.size() == *name_length) {
+    if (aid.size() == name.value) {
         if (first == kFileInvalidated ||
-            !std::ranges::equal(aid, std::span(name).first(aid.size()))) {
+            !std::ranges::equal(aid, tlv::clipped(response.data(), name.end, name.value))) {
             return 0;
         }
         store_fci(response.data(), list);

@@ -86,7 +86,8 @@ class Selected {
     Selected& operator=(const Selected&) = delete;
 
     flist* head() { return &head_; }
-    std::span<const unsigned char> fci() const { return {head_.fci, head_.fcilen}; }
+    // The head's FCI. One whose length does not fit its byte is there as a whole.
+    std::span<const unsigned char> fci() const;
 
   private:
     flist head_{};

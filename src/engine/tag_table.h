@@ -17,7 +17,7 @@ QAVEN_API extern const unsigned char gcTagName[kTagTableSize];
 namespace qaven {
 
 // How the value of each tag of one or two bytes answers a list, by the tag's number: its letter in
-// gcTagName, without those of templates, which answer none.
+// gcTagName; 0 where zeros do, also for templates.
 [[gnu::visibility("hidden")]] extern const std::array<unsigned char, tlv::kTagNumbers>
     kFormatLetters;
 

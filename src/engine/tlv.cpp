@@ -24,6 +24,7 @@ Length length_at(Bytes data, std::size_t field) {
 
 template <Extent extent>
 std::optional<std::size_t> find_in(Bytes wanted, Bytes data) {
+    // Tags with a number are told apart by it, all others by their bytes.
     const Tag whole = read_tag<extent>(wanted, 0);
     const TagNumber number = whole.end == wanted.size() ? whole.number : TagNumber{0};
     std::size_t at = 0;

@@ -43,7 +43,7 @@ namespace qaven::tlv {
 
 using Bytes = std::span<const unsigned char>;
 
-// Stands for the size of a list that is known only to end with a zero byte.
+// Stands for the size of a host's buffer that only the host, or the buffer's content, knows.
 constexpr std::size_t kUnknownSize = PTRDIFF_MAX;
 
 // How a walk over data objects ends.
@@ -52,10 +52,10 @@ enum class Extent {
     kZeroTerminated, // at a tag byte 00 or FF, or at the end of the buffer
 };
 
-// A raw buffer as the exported functions take it.
+// A raw buffer as the exported functions take it, or one of the engine's own.
 struct HostBuffer {
     Bytes bytes;
-    Extent extent;
+    Extent extent = Extent::kBounded;
 };
 
 constexpr unsigned char kPadding = 0xFF;
@@ -75,7 +75,7 @@ HostBuffer host_buffer(const unsigned char* buf, int buflen);
 // What a walk does at every data object is inline, and goes by places in the data.
 
 // A tag of one or two bytes as a number. The first byte of two-byte tags has three bits of its own
-// and five ones. Longer tags, which no table of this library knows, are all 0.
+// and five ones. Longer tags, which no table of this library knows, are 0 like the tag 00.
 using TagNumber = std::uint16_t;
 constexpr std::size_t kTagNumbers = 0x900;
 

@@ -261,8 +261,9 @@ int read_loads(const char* aid_text, int record_index, char* out) {
         return result;
     }
     // The log can be read whatever the card makes of the options.
+    const auto store = terminal_data::pack({});
     reading::Options options;
-    reading::get_processing_options(fci.data(), terminal_data::pack({}), options);
+    reading::get_processing_options({fci.data()}, {store}, options);
 
     commands::Response format;
     if (commands::get_data(DataObject::kLoadLogFormat, format) != 0) {

@@ -418,6 +418,10 @@ TEST(ValueString, HasTheFirstValueOfEachOfManyTags) {
     EXPECT_EQ(answer(list, firsts + seconds + "00", seen.size(), true).values, expected);
 }
 
+TEST(ValueString, HasTheFirstOfTwoValuesThatASearchForAnotherTagPassed) {
+    EXPECT_EQ(values("9F3704 9C01", "9C0133 9C01FF 9F370411223344", 5), "1122334433");
+}
+
 // 9A and 9F15 share a note: whichever is passed first has it.
 TEST(ValueString, HasTheValuesOfTagsThatShareANote) {
     const std::string_view data = "9C0133 9A03190422 9F15021234 9A03FFFFFF";

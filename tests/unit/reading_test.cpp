@@ -179,6 +179,22 @@ TEST_F(ProcessingOptions, TakeAPdolWithoutALengthForNone) {
     }
 }
 
+TEST_F(ProcessingOptions, TakeALongFormPdolsLengthFromTheSecondByteOfTheFci) {
+    card.expect("80A8000006 8304 A1B2C3D4", "80027C00 9000");
+    EXPECT_EQ(get("5003 4D4144 9F388106 9F3704 9F0206"), 0);
+}
+
+TEST_F(ProcessingOptions, MayBeAskedForByALongPdol) {
+    card.expect("80A8000006 8304 A1B2C3D4", "80027C00 9000");
+    EXPECT_EQ(get("9F388200F0" + repeated("9F3700", 79) + "9F3704"), 0);
+}
+
+// The length of such an FCI is 0 in its byte.
+TEST_F(ProcessingOptions, AreAskedForByThePdolOfAnFciOf256Bytes) {
+    card.expect("80A8000006 8304 A1B2C3D4", "80027C00 9000");
+    EXPECT_EQ(get("8408A000000333010101 9F38039F3704" + repeated("00", 240)), 0);
+}
+
 TEST_F(ProcessingOptions, HandThroughWhyTheCardRefused) {
     EXPECT_EQ(get_answered_by("6985"), 0x6985);
     expect_nothing_written();
@@ -207,12 +223,13 @@ TEST_F(ProcessingOptions, OfFormat1WithoutAWholeAipAreRefused) {
 }
 
 TEST_F(ProcessingOptions, InAnyOtherResponseAreRefused) {
-    for (const std::string_view response : {"", "00", "80", "808200", "82", "7700", "9408 00000000",
-                                            "FF 80027C00", "5F", "82820002"}) {
-        const bool half_an_aip = response == "82820002";
-        EXPECT_EQ(get_answered_by(std::string(response) + "9000"),
-                  half_an_aip ? kFormat2 : kEmptyData)
-            << response;
+    for (const std::string_view response :
+         {"", "00", "80", "808200", "7700", "9408 00000000", "FF 80027C00", "5F", "82027C00 80"}) {
+        EXPECT_EQ(get_answered_by(std::string(response) + "9000"), kEmptyData) << response;
+        expect_nothing_written();
+    }
+    for (const std::string_view only_an_aip : {"82", "770182", "828200", "82820002"}) {
+        EXPECT_EQ(get_answered_by(std::string(only_an_aip) + "9000"), kFormat2) << only_an_aip;
         expect_nothing_written();
     }
 }

@@ -178,6 +178,18 @@ TEST_F(Directory, OfOneEntryGivesItsApplication) {
     EXPECT_EQ(head_priority(), 1);
 }
 
+TEST_F(Directory, MayHaveAnEntryInsideAnother) {
+    expect_directory({"70 0D 61 0B 61 09 4F 07 A0000003330101"});
+    EXPECT_EQ(walk(), 1);
+    EXPECT_EQ(head_aid(), kDebit);
+}
+
+TEST_F(Directory, MayHaveAPriorityBehindALongLength) {
+    expect_directory({"70 0F 61 0D 4F 07 A0000003330101 87 81 01 02"});
+    EXPECT_EQ(walk(), 1);
+    EXPECT_EQ(head_priority(), 2);
+}
+
 TEST_F(Directory, ThatIsNotThereGivesNothing) {
     card.expect(kSelectPse, kNoFile);
     EXPECT_EQ(walk(), 0);
@@ -582,6 +594,14 @@ TEST_F(ByAid, TheWholeNameSelectsItsApplication) {
     }
 }
 
+TEST_F(ByAid, ANameWithALongLengthIsAsLongAsItSays) {
+    const std::string fci = "6F0B 848108 A000000333010101";
+    card.expect(select("A000000333010101"), fci + "9000");
+    EXPECT_EQ(select_by_aid(0, "A000000333010101"), 1);
+    card.expect(select("A000000333010102"), fci + "9000");
+    EXPECT_EQ(select_by_aid(1, "A000000333010102"), 0);
+}
+
 TEST_F(ByAid, APrefixSelectsTheFirstApplicationAndAsksForNoOther) {
     card.expect(select(kPrefix), std::string(kDebitFci) + "9000");
     EXPECT_EQ(select_by_aid(1, kPrefix), 1);
@@ -846,6 +866,12 @@ TEST_F(Choice, ByAidTakesTheFirstApplicationUnderThePrefix) {
     EXPECT_EQ(choice.count, 1);
     EXPECT_EQ(hex(choice.aid), kPrefix) << "as the host gave it";
     EXPECT_EQ(hex(choice.fci), hex(bytes(kDebitFci)));
+}
+
+TEST_F(Choice, ByAidHasAnFciOf256BytesWhole) {
+    const std::string fci = "8408A000000333010101 9F38039F3704" + repeated("00", 240);
+    card.expect(select(kPrefix), fci + "9000");
+    EXPECT_EQ(hex(selection::choose("A000000333").fci), hex(bytes(fci)));
 }
 
 TEST_F(Choice, ByAidFailsWithACountOfZero) {
