@@ -15,6 +15,8 @@ const unsigned char test_apdu_case[20] = {0x00, 0xA4, 0x04, 0x00, 0x0E, '1', 'P'
 
 namespace {
 
+static_assert(qaven::apdu::kReplySize == CCID::kReplyBufferSize);
+
 constexpr int kReplyTimeoutMs = 10000;
 
 // A card may go on asking for follow-ups; no command needs this many.

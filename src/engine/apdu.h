@@ -3,6 +3,8 @@
 
 #include "support/export.h"
 
+#include <cstddef>
+
 // SELECT of the payment system environment by name, with Le. Sent by no operation.
 QAVEN_API extern const unsigned char test_apdu_case[20];
 
@@ -18,3 +20,10 @@ QAVEN_API extern const unsigned char test_apdu_case[20];
 // long, shorter than a status word, or 0000); otherwise the final status word SW1 * 256 + SW2.
 QAVEN_API int Qm_Icc_EXApdu(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len,
                             int wait);
+
+namespace qaven::apdu {
+
+// Bytes of resp.
+constexpr std::size_t kReplySize = 1024;
+
+} // namespace qaven::apdu

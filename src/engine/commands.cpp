@@ -62,7 +62,7 @@ Header with_data(unsigned char cla, unsigned char ins, unsigned char p1, unsigne
 }
 
 int exchange(Command command, int wait, std::size_t limit, Response& response) {
-    std::array<unsigned char, Response::kCapacity> reply{};
+    std::array<unsigned char, apdu::kReplySize> reply{};
     int length = 0;
     const int result = Qm_Icc_EXApdu(command.bytes.data(), static_cast<int>(command.length),
                                      reply.data(), &length, wait);

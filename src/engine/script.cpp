@@ -19,7 +19,6 @@ constexpr std::array<unsigned char, 1> kCommand{0x86};
 constexpr std::size_t kCommandHeader = 5;
 constexpr std::size_t kLcByte = 4;
 constexpr int kWaitScript = 10;
-constexpr std::size_t kReplyBuffer = 1024;
 
 // The length of a command is one byte; of a two-byte length only the low byte counts.
 std::size_t command_length(Bytes field, const tlv::Length& length) {
@@ -35,7 +34,7 @@ std::size_t sent_length(Bytes command) {
 
 int send(Bytes command) {
     std::vector<unsigned char> bytes(command.begin(), command.end());
-    std::array<unsigned char, kReplyBuffer> reply{};
+    std::array<unsigned char, apdu::kReplySize> reply{};
     int reply_length = 0;
     return Qm_Icc_EXApdu(bytes.data(), static_cast<int>(sent_length(command)), reply.data(),
                          &reply_length, kWaitScript);
