@@ -63,6 +63,26 @@ TEST(DecodedCardInformation, TakesTheLengthThatHasLostAFillingDigit) {
                 HasSubstr("B cardholder name: \"ABC\""));
 }
 
+TEST(DecodedAid, IsKnownWithoutItsName) {
+    EXPECT_THAT(decoded("A000000333010101"), HasSubstr("UnionPay"));
+    EXPECT_THAT(decoded("A00000033301010299"), HasSubstr("application identifier"));
+    // A card without an account number, and its name.
+    EXPECT_THAT(decoded("A000B003ABC"), HasSubstr("B cardholder name: \"ABC\""));
+}
+
+TEST(DecodedRequest, NamesValuesOfTheWrongType) {
+    EXPECT_THAT(decoded(R"({"AIDList":"","isReadArqc":true})"), HasSubstr("! has to be a text"));
+    EXPECT_THAT(decoded(R"({"TagList":5})"), HasSubstr("! has to be a text"));
+    EXPECT_THAT(decoded(R"({"Status":"0"})"), HasSubstr("! has to be a number"));
+    EXPECT_THAT(decoded(R"({"Status":0,"isReadArqc":"true"})"), Not(HasSubstr("!")));
+}
+
+TEST(DecodedLog, OfLoadsIsKnownByItsKey) {
+    const std::string log = "P0049F79Q012000000000000R012000000100000S006250101";
+    EXPECT_THAT(decoded(R"({"LoadLog":")" + log + "\"}"), HasSubstr("load log"));
+    EXPECT_THAT(decoded(R"({"LoadLog":")" + log + "\"}"), HasSubstr("1000.00"));
+}
+
 TEST(DecodedLog, HasCountBytesOfAnyValue) {
     // Ten entries are a line feed, and JSON writes it as an escape.
     const std::string entry = "P012000000001213R0040156W003ABC";

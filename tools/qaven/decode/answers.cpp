@@ -62,7 +62,8 @@ constexpr auto kKeys = std::to_array<Key>({
     {"isReadArqc", "whether the ARQC step runs", explain_nothing},
     {"Txdata", "transaction data", explain_transaction_data},
     {"ARPC", "issuer's answer", explain_objects_text},
-    {"Status", "host status", explain_status},
+    {"Status", "host status", explain_status, true},
+    {"LoadLog", "load log", explain_load_log},
 });
 
 void explain_member(const Member& member, Outline& out) {
@@ -73,6 +74,10 @@ void explain_member(const Member& member, Outline& out) {
     }
     out.line(member.key + ": " + std::string(known->what));
     const auto nest = out.nest();
+    if (known->number == member.text) {
+        out.problem(known->number ? "has to be a number: the library refuses a text here"
+                                  : "has to be a text: the library refuses anything else here");
+    }
     known->explain(member.value, out);
 }
 
@@ -150,7 +155,7 @@ std::optional<std::vector<Member>> json_members(std::string_view text) {
     std::vector<Member> members;
     for (const auto& [key, value] : object.items()) {
         const std::string printed = value.is_string() ? value.get<std::string>() : value.dump();
-        members.push_back({character_bytes(key), character_bytes(printed)});
+        members.push_back({character_bytes(key), character_bytes(printed), value.is_string()});
     }
     return members;
 }

@@ -24,6 +24,7 @@ void explain_sequence_field(std::string_view text, Outline& out);
 struct Member {
     std::string key;
     std::string value; // of a text, its bytes; of anything else, its JSON
+    bool text;
 };
 
 // The members of a JSON object; nothing when text is none. Bytes of a text stay as they are, GBK or
@@ -35,6 +36,7 @@ struct Key {
     std::string_view key;
     std::string_view what;
     void (*explain)(std::string_view, Outline&);
+    bool number = false; // the library takes a number there, a text everywhere else
 };
 
 // Null for a key that the library does not know.

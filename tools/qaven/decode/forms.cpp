@@ -232,6 +232,15 @@ const InputForm* form_of_records(std::string_view text) {
     return form_named(has('W') || has('X') ? "txlog" : "txdata");
 }
 
+// Internationally registered, as nearly all are; a card information may begin with an empty account
+// number, A000, but then another field follows.
+bool is_aid(std::string_view text) {
+    const HexText data = from_hex(text);
+    const bool sized = data.bytes.size() >= 5 && data.bytes.size() <= 16 && data.sound();
+    return sized && data.bytes[0] == 0xA0 && data.bytes[1] == 0x00 &&
+           letter_records(text).stops_at.has_value();
+}
+
 bool is_field_list(std::string_view text) {
     return std::ranges::all_of(
                text, [](char c) { return c == '|' || c == ' ' || (c >= 'A' && c <= 'O'); }) &&
@@ -318,6 +327,9 @@ const InputForm* guessed_form(std::string_view text) {
     if (looks_like_hex(content)) {
         if (const InputForm* const form = form_of_digits(content)) {
             return form;
+        }
+        if (is_aid(content)) {
+            return form_named("aid");
         }
     }
     // Count bytes of a log can be anything, blanks among them.
