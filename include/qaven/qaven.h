@@ -103,7 +103,7 @@ QAVEN_PUBLIC void setPortAttr(void* port, int attribute1, int attribute2, int at
  *                         step: for the card's directory); an AID that begins with 0 selects
  *                         through the card's directory
  *           "aryInput"    transaction data string: letter, three-digit length, value, repeated,
- *                         e.g. "P012000000001213R0040156S00820190422T00203U006161355"
+ *                         e.g. "P012000000001213R0040156S006190422T00203U006161355"
  *           "isReadArqc"  "true" or "True" to run the ARQC step too; anything else: no
  * resmsg  receives the answer, QAVEN_RESMSG_SIZE bytes: {"IcInfo": ..., "IcARQC": ...}.
  *         IcInfo: letter, three-digit length, value for each wanted field, in the order A to O.
@@ -112,8 +112,12 @@ QAVEN_PUBLIC void setPortAttr(void* port, int attribute1, int attribute2, int at
  * errmsg  receives a GBK text on failure, QAVEN_ERRMSG_SIZE bytes; never cleared.
  * The two integers are ignored.
  *
- * Result: 0; QAVEN_ILLEGAL_DATA for input that is not usable; else the failing step's code. A card
- * that is asked for its directory and has none gives 0 and an empty IcInfo.
+ * Result: 0; QAVEN_ILLEGAL_DATA for input that is not usable; else the failing step's code. 0 does
+ * not prove a complete reading: a record that cannot be read, because the card was pulled out or
+ * the reader is silent, is skipped, and its fields have length 000. A host looks at the fields that
+ * it asked for, at A and E at least. IcInfo is empty when the card's directory gives no
+ * application, and when TagList asks for none of the letters. A card that is pulled out at the
+ * start of a reading gives QAVEN_ILLEGAL_DATA too.
  * After the ARQC step the card stays powered for QAVEN_ARPC_ExeICScript.
  */
 QAVEN_PUBLIC int QAVEN_getICCardInfo(const char* json, char* resmsg, char* errmsg, int reserved1,
