@@ -13,7 +13,7 @@
 
 /* 12.13 yuan, no cash back, 22 April 2019, 16:13:55, at a merchant's counter. */
 #define TRANSACTION                                                                                \
-    "P012000000001213Q012000000000000R0040156S00820190422T00203U006161355V013MRCH CNT 0001"
+    "P012000000001213Q012000000000000R0040156S006190422T00203U006161355V013MRCH CNT 0001"
 
 /* The library never writes more than these sizes. */
 static char resmsg[QAVEN_RESMSG_SIZE];

@@ -14,7 +14,7 @@ enum Outcome : int { paid = 0, failed = 1, declined = 3 };
 constexpr const char* application = "A000000333010101";
 // 12.13 yuan, 22 April 2019, 16:13:55, at a merchant's counter: letter, three-digit length, value.
 constexpr const char* transaction =
-    "P012000000001213R0040156S00820190422T00203U006161355V013MRCH CNT 0001";
+    "P012000000001213R0040156S006190422T00203U006161355V013MRCH CNT 0001";
 qaven::Library library;
 
 void tell(const std::string& what, const std::string& value) {

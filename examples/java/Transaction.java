@@ -10,7 +10,7 @@ final class Transaction {
     static final String APPLICATION = "A000000333010101";
     // 12.13 yuan, 22 April 2019, 16:13:55, at a merchant's counter: letter, length, value.
     static final String TRANSACTION =
-        "P012000000001213R0040156S00820190422T00203U006161355V013MRCH CNT 0001";
+        "P012000000001213R0040156S006190422T00203U006161355V013MRCH CNT 0001";
 
     static void tell(String what, String value) { System.out.printf("%-22s%s%n", what, value); }
 

@@ -10,7 +10,7 @@ import * as qaven from "./qaven.mjs";
 const PAID = 0, FAILED = 1, DECLINED = 3;
 const APPLICATION = "A000000333010101";
 // 12.13 yuan, 22 April 2019, 16:13:55, at a merchant's counter: letter, three-digit length, value.
-const TRANSACTION = "P012000000001213R0040156S00820190422T00203U006161355V013MRCH CNT 0001";
+const TRANSACTION = "P012000000001213R0040156S006190422T00203U006161355V013MRCH CNT 0001";
 
 const tell = (what, value) => console.log(what.padEnd(22) + value);
 
