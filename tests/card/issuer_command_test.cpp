@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <string>
@@ -14,6 +15,7 @@
 namespace qaven::card_test {
 namespace {
 
+using testing::EndsWith;
 using testing::HasSubstr;
 
 struct Outcome {
@@ -22,8 +24,9 @@ struct Outcome {
 };
 
 // Standard error comes with the output.
-Outcome run_issuer(const std::string& arguments) {
-    const std::string command = std::string(QAVEN_ISSUER_COMMAND) + " " + arguments + " 2>&1";
+Outcome run_issuer(const std::string& arguments, const std::string& redirections = "2>&1") {
+    const std::string command =
+        std::string(QAVEN_ISSUER_COMMAND) + " " + arguments + " " + redirections;
     Outcome outcome;
     // NOLINTNEXTLINE(cert-env33-c): the whole command line is the test's own
     FILE* pipe = popen(command.c_str(), "r");
@@ -110,7 +113,9 @@ TEST_F(IssuerCommand, ExplainsItselfWhenItIsUsedWrongly) {
           "answer --script-id 12 --arqc " + request + profile_option}) {
         const Outcome outcome = run_issuer(arguments);
         EXPECT_EQ(outcome.exit_status, 2) << arguments;
-        EXPECT_THAT(outcome.output, HasSubstr("qaven-issuer verify")) << arguments;
+        EXPECT_THAT(outcome.output, EndsWith(".\n'qaven-issuer --help' tells what there is.\n"))
+            << arguments;
+        EXPECT_EQ(std::ranges::count(outcome.output, '\n'), 2) << arguments;
     }
 }
 
@@ -119,6 +124,18 @@ TEST_F(IssuerCommand, HasNoVerdictOnWhatItCannotRead) {
     EXPECT_EQ(run_issuer("verify --profile /nonexistent.json --arqc " + request).exit_status, 2);
     EXPECT_EQ(run_issuer("answer --script dance --arqc " + request + profile_option).exit_status,
               2);
+}
+
+TEST_F(IssuerCommand, DoesNotPassWhenNobodyGotItsAnswer) {
+    for (const std::string& arguments :
+         {std::string("--help"), "verify --arqc " + request + profile_option,
+          "answer --arqc " + request + profile_option}) {
+        for (const std::string redirections : {"2>&1 >/dev/full", "2>&1 >&-"}) {
+            const Outcome outcome = run_issuer(arguments, redirections);
+            EXPECT_EQ(outcome.exit_status, 1) << arguments << redirections;
+            EXPECT_EQ(outcome.output, "cannot write to standard output\n") << arguments;
+        }
+    }
 }
 
 } // namespace

@@ -115,7 +115,8 @@ TEST_F(Launcher, TellsACommandThatIsMissingFromOneThatIsNoProgram) {
 
 TEST_F(Launcher, ExplainsItselfToWhoMisusesIt) {
     EXPECT_EQ(run("--slot 9", "true"), 2);
-    EXPECT_NE(output().find("--slot takes 1, 2 or none, not '9'"), std::string::npos);
+    EXPECT_EQ(output(), "qaven-virtual-reader: --slot takes 1, 2 or none, not '9'\n"
+                        "'qaven-virtual-reader --help' tells what there is.\n");
     EXPECT_EQ(run("--idcard unknown", "true"), 2);
     EXPECT_EQ(run("--profile nobody", "true"), 125);
     EXPECT_NE(output().find("there is no card profile 'nobody'"), std::string::npos);
@@ -218,6 +219,13 @@ TEST_F(Launcher, SavesTheCardWhenASignalEndsTheServing) {
               0)
         << output();
     EXPECT_EQ(read_file(saved), "0 commands\n");
+}
+
+TEST_F(Launcher, DoesNotPassWhenNobodyGotItsHelp) {
+    for (const std::string sink : {" >/dev/full", " >&-"}) {
+        EXPECT_EQ(shell(shell_word(echo_reader) + " --help" + sink), 1);
+        EXPECT_EQ(output(), "qaven-virtual-reader: cannot write to standard output\n");
+    }
 }
 
 TEST_F(Launcher, NamesTheAddressWhereItCannotListen) {

@@ -20,6 +20,7 @@ namespace {
 
 constexpr int exit_verified = 0;
 constexpr int exit_not_verified = 1;
+constexpr int exit_not_written = 1;
 constexpr int exit_no_verdict = 2;
 
 constexpr std::string_view usage =
@@ -195,19 +196,28 @@ int run(const Options& options) {
     return verdict.verified ? exit_verified : exit_not_verified;
 }
 
+int choose(const std::vector<std::string_view>& arguments) {
+    if (!arguments.empty() && arguments.front() == "--help") {
+        std::cout << usage;
+        return exit_verified;
+    }
+    return run(read_options(arguments));
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     try {
         const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(1);
-        const std::vector<std::string_view> arguments(words.begin(), words.end());
-        if (!arguments.empty() && arguments.front() == "--help") {
-            std::cout << usage;
-            return exit_verified;
+        const int status = choose({words.begin(), words.end()});
+        // What could not be written has not been said.
+        if (!std::cout.flush()) {
+            std::cerr << "cannot write to standard output\n";
+            return status == exit_verified ? exit_not_written : status;
         }
-        return run(read_options(arguments));
+        return status;
     } catch (const std::invalid_argument& error) {
-        std::cerr << error.what() << '\n' << usage;
+        std::cerr << error.what() << "\n'qaven-issuer --help' tells what there is.\n";
         return exit_no_verdict;
     } catch (const std::exception& error) {
         std::cerr << error.what() << '\n';

@@ -25,6 +25,7 @@
 namespace qaven::virtual_plug {
 namespace {
 
+constexpr int exit_not_written = 1; // help that went nowhere
 constexpr int exit_usage = 2;
 // As of other programs that run a command: own failure, command not executable, not found.
 constexpr int exit_launcher_failed = 125;
@@ -158,6 +159,16 @@ int run_command(std::vector<std::string> words, const Signals& signals) {
     return WIFSIGNALED(status) ? exit_signal_base + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
+int print_help() {
+    std::fputs(usage_text().c_str(), stdout);
+    // What could not be written has not been said.
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        std::fputs("qaven-virtual-reader: cannot write to standard output\n", stderr);
+        return exit_not_written;
+    }
+    return EXIT_SUCCESS;
+}
+
 int run(const Options& options, const Makers& makers) {
     if (dlopen(preload_library, RTLD_LAZY | RTLD_NOLOAD) == nullptr) {
         throw std::runtime_error(std::string(preload_library) + " could not be loaded");
@@ -205,8 +216,7 @@ int launch(int argc, char** argv, const Makers& makers) {
             parse_options(std::span<const char* const>(argv, static_cast<std::size_t>(argc))
                               .subspan(argc > 0 ? 1 : 0));
         if (options.help) {
-            std::fputs(usage_text().c_str(), stdout);
-            return EXIT_SUCCESS;
+            return print_help();
         }
         if (options.usbip) {
             return serve_usbip(options, makers);
@@ -216,7 +226,10 @@ int launch(int argc, char** argv, const Makers& makers) {
         }
         return run(options, makers);
     } catch (const UsageError& error) {
-        std::fprintf(stderr, "qaven-virtual-reader: %s\n%s", error.what(), usage_text().c_str());
+        std::fprintf(stderr,
+                     "qaven-virtual-reader: %s\n"
+                     "'qaven-virtual-reader --help' tells what there is.\n",
+                     error.what());
         return exit_usage;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "qaven-virtual-reader: %s\n", error.what());
