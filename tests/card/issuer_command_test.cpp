@@ -121,9 +121,27 @@ TEST_F(IssuerCommand, ExplainsItselfWhenItIsUsedWrongly) {
 
 TEST_F(IssuerCommand, HasNoVerdictOnWhatItCannotRead) {
     EXPECT_EQ(run_issuer("verify --arqc 9F02" + profile_option).exit_status, 2);
-    EXPECT_EQ(run_issuer("verify --profile /nonexistent.json --arqc " + request).exit_status, 2);
     EXPECT_EQ(run_issuer("answer --script dance --arqc " + request + profile_option).exit_status,
               2);
+}
+
+TEST_F(IssuerCommand, TakesAShippedProfileByItsName) {
+    for (const std::string name : {"debit", "debit.json"}) {
+        const Outcome outcome = run_issuer("verify --profile " + name + " --arqc " + request);
+        EXPECT_EQ(outcome.exit_status, 0) << outcome.output;
+    }
+}
+
+TEST_F(IssuerCommand, SaysWhyAProfileCannotBeRead) {
+    const auto said = [this](const std::string& name) {
+        const Outcome outcome = run_issuer("verify --profile " + name + " --arqc " + request);
+        EXPECT_EQ(outcome.exit_status, 2) << name;
+        return outcome.output;
+    };
+    EXPECT_EQ(said("/nonexistent.json"),
+              "Profile /nonexistent.json cannot be read: No such file or directory.\n");
+    EXPECT_EQ(said(QAVEN_PROFILES), "Profile " QAVEN_PROFILES " cannot be read: Is a directory.\n");
+    EXPECT_THAT(said("nobody"), HasSubstr("there is no card profile 'nobody' (looked in /"));
 }
 
 TEST_F(IssuerCommand, DoesNotPassWhenNobodyGotItsAnswer) {

@@ -221,6 +221,19 @@ TEST_F(Launcher, SavesTheCardWhenASignalEndsTheServing) {
     EXPECT_EQ(read_file(saved), "0 commands\n");
 }
 
+TEST_F(Launcher, SaysWhyAProfileMakesNoCard) {
+    const auto said = [this](const std::string& name) {
+        EXPECT_EQ(
+            shell(shell_word(real_reader) + " run --profile " + shell_word(name) + " -- true"),
+            125);
+        return output();
+    };
+    EXPECT_EQ(said(folder_.string()), "qaven-virtual-reader: Profile " + folder_.string() +
+                                          " cannot be read: Is a directory.\n");
+    EXPECT_EQ(said("./nobody"), "qaven-virtual-reader: Profile ./nobody cannot be read: "
+                                "No such file or directory.\n");
+}
+
 TEST_F(Launcher, DoesNotPassWhenNobodyGotItsHelp) {
     for (const std::string sink : {" >/dev/full", " >&-"}) {
         EXPECT_EQ(shell(shell_word(echo_reader) + " --help" + sink), 1);

@@ -1,7 +1,7 @@
 // The launcher's command line, and where it finds profiles.
 #include "../temporary_folder.h"
+#include "virtual/card/find_profile.h"
 #include "virtual/plug/options.h"
-#include "virtual/plug/profile.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +9,7 @@
 #include <fstream>
 
 using namespace qaven::virtual_plug;
+using qaven::virtual_card::find_profile;
 
 namespace {
 
@@ -103,6 +104,15 @@ class Profiles : public testing::Test {
     void SetUp() override { std::ofstream(folder / "mine.json") << "{}"; }
     void TearDown() override { unsetenv("QAVEN_PROFILE_DIR"); }
 
+    // The sentence with which a name is refused.
+    static std::string complaint(const std::string& name) {
+        try {
+            return "found " + find_profile(name).string();
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+    }
+
     const qaven::test::TemporaryFolder temporary;
     const std::filesystem::path folder = temporary.path();
 };
@@ -121,6 +131,24 @@ TEST_F(Profiles, AreFoundByPath) {
 
 TEST_F(Profiles, ShippedOnesAreFoundByName) {
     EXPECT_TRUE(std::filesystem::exists(find_profile("debit")));
+    EXPECT_EQ(find_profile("debit.json"), find_profile("debit"));
+}
+
+TEST_F(Profiles, AreNotHiddenByAFolderOfTheirName) {
+    const auto before = std::filesystem::current_path();
+    std::filesystem::create_directory(folder / "debit");
+    std::filesystem::current_path(folder);
+    EXPECT_NE(find_profile("debit"), "debit");
+    EXPECT_EQ(find_profile("mine.json"), "mine.json");
+    std::filesystem::current_path(before);
+}
+
+TEST_F(Profiles, ThatAreNotThereAreToldWithTheReasonOrThePlace) {
+    setenv("QAVEN_PROFILE_DIR", folder.c_str(), 1);
+    EXPECT_EQ(complaint("other"),
+              "there is no card profile 'other' (looked in " + folder.string() + ")");
+    const std::string path = (folder / "other.json").string();
+    EXPECT_EQ(complaint(path), "Profile " + path + " cannot be read: No such file or directory.");
 }
 
 } // namespace

@@ -1,11 +1,12 @@
 // Looking up a card profile by name.
-#include "virtual/plug/profile.h"
+#include "find_profile.h"
 
 #include <cstdlib>
 #include <stdexcept>
+#include <system_error>
 #include <vector>
 
-namespace qaven::virtual_plug {
+namespace qaven::virtual_card {
 namespace {
 
 namespace fs = std::filesystem;
@@ -30,21 +31,30 @@ std::vector<fs::path> profile_folders() {
 
 fs::path find_profile(const std::string& name) {
     std::error_code error;
-    if (name.find('/') != std::string::npos || fs::exists(name, error)) {
-        if (!fs::exists(name, error)) {
-            throw std::runtime_error("there is no card profile " + name);
+    if (name.find('/') != std::string::npos) {
+        if (!fs::exists(fs::status(name, error))) {
+            throw std::runtime_error("Profile " + name + " cannot be read: " + error.message() +
+                                     ".");
         }
         return name;
     }
+    // A folder that happens to have the name of a shipped card does not hide it.
+    if (fs::exists(name, error) && !fs::is_directory(name, error)) {
+        return name;
+    }
+    const std::string file = name.ends_with(".json") ? name : name + ".json";
     std::string looked;
     for (const auto& folder : profile_folders()) {
-        fs::path candidate = folder / (name + ".json");
+        fs::path candidate = folder / file;
         if (fs::exists(candidate, error)) {
             return candidate;
         }
         looked += (looked.empty() ? "" : ", ") + folder.lexically_normal().string();
     }
+    if (fs::is_directory(name, error)) {
+        return name; // about which the reading has a plainer sentence
+    }
     throw std::runtime_error("there is no card profile '" + name + "' (looked in " + looked + ")");
 }
 
-} // namespace qaven::virtual_plug
+} // namespace qaven::virtual_card

@@ -4,11 +4,12 @@
 #include <filesystem>
 #include <string>
 
-namespace qaven::virtual_plug {
+namespace qaven::virtual_card {
 
-// A path if `name` has a slash or names an existing file; otherwise NAME.json in the profile
-// folder: $QAVEN_PROFILE_DIR if set, else the installed one, else the source tree's (not in a
-// package). Throws std::runtime_error if there is no such profile.
+// What a --profile option names. A path if `name` has a slash or names an existing file; otherwise
+// NAME.json (or NAME, if it ends so) in the profile folder: $QAVEN_PROFILE_DIR if set, else the
+// installed one, else the source tree's (not in a package). Throws std::runtime_error with the
+// reason or with the folders that were looked in.
 [[nodiscard]] std::filesystem::path find_profile(const std::string& name);
 
-} // namespace qaven::virtual_plug
+} // namespace qaven::virtual_card

@@ -2,6 +2,8 @@
 #include "profile.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -530,6 +532,18 @@ std::vector<DolEntry> read_cdol(const std::vector<Record>& records, Tag tag,
     return *std::move(list);
 }
 
+std::string read_text(const std::filesystem::path& file, const std::string& place) {
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream) {
+        throw std::runtime_error(place + " cannot be read: " + std::strerror(errno) + ".");
+    }
+    try {
+        return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    } catch (const std::ios_base::failure& failure) { // a folder can be opened, but not read
+        throw std::runtime_error(place + " cannot be read: " + failure.code().message() + ".");
+    }
+}
+
 } // namespace
 
 const KeySet* IssuerKeys::find(Algorithm algorithm) const {
@@ -570,12 +584,7 @@ PersonalData personal_data(const std::vector<Record>& records) {
 
 Profile load_profile(const std::filesystem::path& file) {
     const std::string place = "Profile " + file.string();
-    std::ifstream stream(file, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(stream),
-                           std::istreambuf_iterator<char>()};
-    if (!stream) {
-        throw std::runtime_error(place + " cannot be read.");
-    }
+    const std::string text = read_text(file, place);
     const JsonTree tree(cJSON_ParseWithLength(text.data(), text.size()));
     if (!tree) {
         throw std::runtime_error(place + " is not JSON.");

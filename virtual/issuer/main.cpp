@@ -10,6 +10,7 @@
 
 #include <cjson/cJSON.h>
 
+#include "card/find_profile.h"
 #include "card/json.h"
 #include "issuer.h"
 
@@ -24,16 +25,16 @@ constexpr int exit_not_written = 1;
 constexpr int exit_no_verdict = 2;
 
 constexpr std::string_view usage =
-    "qaven-issuer verify    --profile FILE --arqc HEX [--json]\n"
-    "qaven-issuer verify-tc --profile FILE --tc HEX [--json]\n"
-    "qaven-issuer answer    --profile FILE --arqc HEX [--arc CC] [--script COMMAND]...\n"
+    "qaven-issuer verify    --profile NAME|FILE --arqc HEX [--json]\n"
+    "qaven-issuer verify-tc --profile NAME|FILE --tc HEX [--json]\n"
+    "qaven-issuer answer    --profile NAME|FILE --arqc HEX [--arc CC] [--script COMMAND]...\n"
     "                       [--template 71|72] [--script-id HEX] [--wrong-arpc] [--wrong-mac]\n"
     "\n"
     "verify and verify-tc list the objects of the card data and say whether the cryptogram is\n"
     "genuine (exit status 0) or not (1); 2 means that there was nothing to judge. answer prints\n"
     "the issuer's response as hex text: tag 91 and, with --script, a script template. --profile\n"
-    "names the card profile that holds the issuer keys, --arc the two characters of the response\n"
-    "code (00). Script commands:\n"
+    "names the card profile that holds the issuer keys, a shipped one or a file, --arc the two\n"
+    "characters of the response code (00). Script commands:\n"
     "  application-block  application-unblock  card-block  pin-unblock  pin-change=DIGITS\n"
     "  put-data=TAG:VALUE  update-record=SFI:NUMBER:RECORD  plain=COMMAND (sent without MAC)\n";
 
@@ -179,7 +180,7 @@ void print_json(const issuer::Field55& field, const issuer::Verdict& verdict) {
 }
 
 int run(const Options& options) {
-    const issuer::Issuer bank = issuer::Issuer::from_profile(options.profile);
+    const issuer::Issuer bank = issuer::Issuer::from_profile(card::find_profile(options.profile));
     const issuer::Field55 field = issuer::Field55::parse(options.card_data);
     if (options.verb == "answer") {
         std::cout << card::to_hex(bank.answer(field, options.answer)) << '\n';

@@ -1,7 +1,7 @@
 // Options to devices.
 #include "virtual/plug/desk.h"
 
-#include "virtual/plug/profile.h"
+#include "virtual/card/find_profile.h"
 
 namespace qaven::virtual_plug {
 
@@ -11,7 +11,7 @@ Desk::Desk(const Options& options, const Makers& makers) {
                                               .remove_card_after = options.remove_card_after};
     if (!options.no_reader) {
         if (options.slot != 0) {
-            card_ = makers.card(find_profile(options.profile));
+            card_ = makers.card(virtual_card::find_profile(options.profile));
         }
         reader_.emplace(options.slot == 1 ? card_.get() : nullptr,
                         options.slot == 2 ? card_.get() : nullptr, behaviour);
