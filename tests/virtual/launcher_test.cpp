@@ -241,6 +241,13 @@ TEST_F(Launcher, DoesNotPassWhenNobodyGotItsHelp) {
     }
 }
 
+TEST_F(Launcher, TakesNoNameForAnAddress) {
+    EXPECT_EQ(shell(shell_word(echo_reader) + " usbip --listen localhost:0 </dev/null"), 2);
+    EXPECT_NE(output().find("--listen takes an address in numbers, such as 127.0.0.1 or [::1], "
+                            "not 'localhost'\n"),
+              std::string::npos);
+}
+
 TEST_F(Launcher, NamesTheAddressWhereItCannotListen) {
     EXPECT_EQ(shell(shell_word(echo_reader) + " usbip --listen 203.0.113.7:3240 </dev/null"), 125);
     EXPECT_NE(output().find("cannot listen at 203.0.113.7 port 3240"), std::string::npos);

@@ -177,7 +177,7 @@ usbip: serves the same reader over USB/IP until a signal or the line "quit" ends
 standard input move things: unplug, plug, card out, card in, fault after=N:KIND, status.
 
   --listen ADDR:PORT      where a host can come to (default 127.0.0.1:3240), for
-                          "usbip attach -r ADDR -b 1-1" on it
+                          "usbip attach -r ADDR -b 1-1" on it; ADDR is in numbers, no name
   --attach                plugs the reader into this machine, which needs the kernel module vhci-hcd
                           and a user who may write to its files in sysfs
 
@@ -200,6 +200,7 @@ Both verbs:
   --save FILE             writes the card as it is at the end, as a profile
   --idcard KIND           an identity-card reader (2F7A:4463) too; KIND is resident, foreign, hmt or
                           none
+  --help                  this text
 )";
 }
 

@@ -50,6 +50,10 @@ Fd listen_at(const ListenAddress& address) {
     addrinfo* found = nullptr;
     const int error =
         getaddrinfo(address.host.c_str(), std::to_string(address.port).c_str(), &hints, &found);
+    if (error == EAI_NONAME) {
+        throw UsageError("--listen takes an address in numbers, such as 127.0.0.1 or [::1], not '" +
+                         address.host + "'");
+    }
     if (error != 0) {
         throw std::runtime_error("cannot listen at " + address.host + ": " + gai_strerror(error));
     }
