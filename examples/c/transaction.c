@@ -12,7 +12,7 @@
  *                        PROGRAM settle TC        ends with status 0 if the issuer accepts the TC
  *   --full             long texts are shown whole
  *
- * Exit status: 0 paid, 3 declined, 1 anything else.
+ * Exit status: 0 paid, 3 declined, 2 used wrongly, 1 anything else.
  */
 #include <qaven/qaven.h>
 

@@ -2,7 +2,7 @@
 //
 // usage: transaction ISSUER     ISSUER authorise ARQC  prints response code and response in hex
 //                               ISSUER settle TC       ends with status 0 if the TC is accepted
-// Exit status: 0 paid, 3 declined, 1 anything else.
+// Exit status: 0 paid, 3 declined, 2 used wrongly, 1 anything else.
 #include <qaven/qaven.hpp>
 
 #include <cstdio>
@@ -10,7 +10,7 @@
 #include <optional>
 #include <unistd.h>
 
-enum Outcome : int { paid = 0, failed = 1, declined = 3 };
+enum Outcome : int { paid = 0, failed = 1, misused = 2, declined = 3 };
 constexpr const char* application = "A000000333010101";
 // 12.13 yuan, 22 April 2019, 16:13:55, at a merchant's counter: letter, three-digit length, value.
 constexpr const char* transaction =
@@ -75,5 +75,9 @@ Outcome transact(const std::string& issuer, bool may_repeat = true) {
 }
 
 int main(int argc, char** argv) {
-    return argc == 2 ? transact(*std::next(argv)) : failed;
+    if (argc != 2) {
+        std::cerr << "usage: transaction ISSUER\n";
+        return misused;
+    }
+    return transact(*std::next(argv));
 }

@@ -2,11 +2,12 @@
 //
 // usage: Transaction ISSUER    ISSUER authorise ARQC  prints response code and response in hex
 //                              ISSUER settle TC       ends with status 0 if the TC is accepted
-// Exit status: 0 paid, 3 declined, 1 anything else.
+// Exit status: 0 paid, 3 declined, 2 used wrongly, 1 anything else.
+import java.io.IOException;
 import java.util.Map;
 
 final class Transaction {
-    static final int PAID = 0, FAILED = 1, DECLINED = 3;
+    static final int PAID = 0, FAILED = 1, MISUSED = 2, DECLINED = 3;
     static final String APPLICATION = "A000000333010101";
     // 12.13 yuan, 22 April 2019, 16:13:55, at a merchant's counter: letter, length, value.
     static final String TRANSACTION =
@@ -23,12 +24,17 @@ final class Transaction {
         return answer.get("IcARQC");
     }
 
-    /** What the issuer says; "refused" if it does not accept the message. */
+    /** What the issuer says; "refused" if it does not accept the message, or cannot be asked. */
     static String askIssuer(String issuer, String message, String data) throws Exception {
-        Process process = new ProcessBuilder(issuer, message, data)
-            .redirectError(ProcessBuilder.Redirect.INHERIT).start();
-        String reply = new String(process.getInputStream().readAllBytes()).strip();
-        return process.waitFor() == 0 ? reply : "refused";
+        try {
+            Process process = new ProcessBuilder(issuer, message, data)
+                .redirectError(ProcessBuilder.Redirect.INHERIT).start();
+            String reply = new String(process.getInputStream().readAllBytes()).strip();
+            return process.waitFor() == 0 ? reply : "refused";
+        } catch (IOException failure) {
+            System.err.println("no way to the issuer: " + failure.getMessage());
+            return "refused";
+        }
     }
 
     /** Whether the card has logged the transaction; null if there is no log to look into. */
@@ -73,6 +79,10 @@ final class Transaction {
     }
 
     public static void main(String[] arguments) throws Exception {
+        if (arguments.length != 1) {
+            System.err.println("usage: Transaction ISSUER");
+            System.exit(MISUSED);
+        }
         System.exit(transact(arguments[0], true));
     }
 }

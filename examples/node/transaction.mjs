@@ -2,12 +2,12 @@
 //
 // usage: node transaction.mjs ISSUER    ISSUER authorise ARQC  prints response code, response in hex
 //                                       ISSUER settle TC       ends with status 0 if it is accepted
-// Exit status: 0 paid, 3 declined, 1 anything else.
+// Exit status: 0 paid, 3 declined, 2 used wrongly, 1 anything else.
 import { spawnSync } from "node:child_process";
 import { setTimeout } from "node:timers/promises";
 import * as qaven from "./qaven.mjs";
 
-const PAID = 0, FAILED = 1, DECLINED = 3;
+const PAID = 0, FAILED = 1, MISUSED = 2, DECLINED = 3;
 const APPLICATION = "A000000333010101";
 // 12.13 yuan, 22 April 2019, 16:13:55, at a merchant's counter: letter, three-digit length, value.
 const TRANSACTION = "P012000000001213R0040156S006190422T00203U006161355V013MRCH CNT 0001";
@@ -26,8 +26,12 @@ function readCard(letters, transaction = "") {
 }
 
 function askIssuer(message, data) {
-  return spawnSync(process.argv[2], [message, data],
+  const online = spawnSync(process.argv[2], [message, data],
     { encoding: "latin1", stdio: ["ignore", "pipe", "inherit"] });
+  if (online.error) {
+    console.error(`no way to the issuer: ${online.error.message}`);
+  }
+  return online;
 }
 
 // Whether the card has logged the transaction; null if there is no log to look into.
@@ -71,6 +75,10 @@ async function transact(mayRepeat = true) {
   return accepted && logged === approved ? outcome : FAILED;
 }
 
+if (process.argv.length !== 3) {
+  console.error("usage: node transaction.mjs ISSUER");
+  process.exit(MISUSED);
+}
 process.exitCode = await transact().catch((failure) => {
   console.error(`no card was read: ${failure.message}`);
   return FAILED;

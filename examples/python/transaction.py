@@ -3,7 +3,7 @@
 
 usage: transaction.py ISSUER     ISSUER authorise ARQC  prints response code and response in hex
                                  ISSUER settle TC       ends with status 0 if the TC is accepted
-Exit status: 0 paid, 3 declined, 1 anything else.
+Exit status: 0 paid, 3 declined, 2 used wrongly, 1 anything else.
 """
 import json
 import subprocess
@@ -12,7 +12,7 @@ import time
 
 import qaven
 
-PAID, FAILED, DECLINED = 0, 1, 3
+PAID, FAILED, MISUSED, DECLINED = 0, 1, 2, 3
 APPLICATION = "A000000333010101"
 # 12.13 yuan, 22 April 2019, 16:13:55, at a merchant's counter: letter, three-digit length, value.
 TRANSACTION = "P012000000001213R0040156S006190422T00203U006161355V013MRCH CNT 0001"
@@ -31,7 +31,13 @@ def read_card(letters, transaction=""):
 
 
 def ask_issuer(message, data):
-    return subprocess.run([sys.argv[1], message, data], stdout=subprocess.PIPE, text=True)
+    """What the issuer says; None if it does not accept the message, or cannot be asked."""
+    try:
+        reply = subprocess.run([sys.argv[1], message, data], stdout=subprocess.PIPE, text=True)
+    except OSError as error:
+        print(f"no way to the issuer: {error}", file=sys.stderr)
+        return None
+    return reply.stdout if reply.returncode == 0 else None
 
 
 def is_logged(counter):
@@ -50,16 +56,16 @@ def transact(may_repeat=True):
     counter = qaven.data_object(request["ARQC"], "9F36")
     tell("transaction", counter)
     online = ask_issuer("authorise", request["ARQC"])
-    if online.returncode != 0:
+    if online is None:
         return FAILED
-    code, response = online.stdout.split()
+    code, response = online.split()
     approved = code == "00"
     tell("response code", code)
     card = qaven.call("QAVEN_ARPC_ExeICScript", Txdata=TRANSACTION, ARPC=response,
                       LpAppData=request["LpAppData"], Status=0 if approved else 1)
     tell("TC", card["TC"])
     tell("script result", card["Scriptresult"])
-    accepted = not card["TC"] or ask_issuer("settle", card["TC"]).returncode == 0
+    accepted = not card["TC"] or ask_issuer("settle", card["TC"]) is not None
     logged = is_logged(counter)
     if approved and not card["TC"]:  # broken off; only the log tells what the card made of it
         tell("broken off", "nothing paid" if logged is False else "to be settled")
@@ -70,6 +76,9 @@ def transact(may_repeat=True):
 
 
 if __name__ == "__main__":
+    if len(sys.argv) != 2:
+        print("usage: transaction.py ISSUER", file=sys.stderr)
+        sys.exit(MISUSED)
     try:
         sys.exit(transact())
     except qaven.Failure as failure:
