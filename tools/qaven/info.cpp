@@ -83,13 +83,20 @@ std::string in_words(char letter, const std::string& value, bool show_pan) {
     }
 }
 
-void print_information(std::string_view text, bool show_pan) {
+bool has(const LetterFields& fields, char letter) {
+    const auto field = fields.find(letter);
+    return field != fields.end() && !field->second.empty();
+}
+
+LetterFields information(std::string_view text) {
     const std::vector<LetterFields> records = letter_records(text);
-    const LetterFields fields = records.empty() ? LetterFields() : records.front();
+    return records.empty() ? LetterFields() : records.front();
+}
+
+void print_information(const LetterFields& fields, bool show_pan) {
     for (const auto& [letter, label] : kShown) {
-        const auto field = fields.find(letter);
-        const bool there = field != fields.end() && !field->second.empty();
-        print_field(label, there ? in_words(letter, field->second, show_pan) : "-");
+        const bool there = has(fields, letter);
+        print_field(label, there ? in_words(letter, fields.at(letter), show_pan) : "-");
     }
 }
 
@@ -109,10 +116,16 @@ int info_command(Arguments arguments) {
     if (answer.code != QAVEN_OK) {
         throw operation_failure("the card could not be read", answer.code);
     }
+    const LetterFields fields = information(answer.text("IcInfo"));
     if (options->has(kJson.name)) {
         std::puts(answer.json.c_str());
     } else {
-        print_information(answer.text("IcInfo"), options->has(kShowPan.name));
+        print_information(fields, options->has(kShowPan.name));
+    }
+    // The library passes over records that it cannot read, and calls what is left a success.
+    if (!has(fields, 'A') && !has(fields, 'E')) {
+        throw Failure(kFailed, "the card gave no card number and no track 2: it may have been "
+                               "pulled out, or could not be read whole");
     }
     return kFine;
 }
