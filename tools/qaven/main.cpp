@@ -5,6 +5,9 @@
 #include "terminal.h"
 #include "verbs.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -68,10 +71,19 @@ int misused(const std::string& command, const std::string& sentence) {
     return tool::kUsage;
 }
 
+// The exit status of a command that has done its work: what could not be written has not been said.
+int finished(const std::string& command, int status) {
+    if (tool::output_written()) {
+        return status;
+    }
+    complain(command, tool::kNotWritten);
+    return tool::kFailed;
+}
+
 int run(const Verb& verb, tool::Arguments arguments) {
     const std::string command = "qaven " + std::string(verb.name);
     try {
-        return verb.run(arguments);
+        return finished(command, verb.run(arguments));
     } catch (const tool::UsageError& error) {
         return misused(command, error.what());
     } catch (const tool::Failure& failure) {
@@ -87,11 +99,11 @@ int choose(tool::Arguments arguments) {
     const std::string_view name = arguments.front();
     if (name == "--help" || name == "-h" || name == "help") {
         print_help();
-        return tool::kFine;
+        return finished("qaven", tool::kFine);
     }
     if (name == "--version") {
         std::puts("qaven " QAVEN_VERSION);
-        return tool::kFine;
+        return finished("qaven", tool::kFine);
     }
     const auto* const verb = std::ranges::find(verbs, name, &Verb::name);
     if (verb == verbs.end()) {
@@ -100,18 +112,27 @@ int choose(tool::Arguments arguments) {
     return run(*verb, arguments.subspan(1));
 }
 
+// A stream that the caller has closed gets something that can be neither read nor written. Its
+// number would go to the next file that is opened, for the trace or the reader, and what is printed
+// would go there.
+void occupy_closed_streams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(stream, F_GETFD) < 0) {
+            open("/", O_RDONLY | O_DIRECTORY); // takes the lowest free number, this one
+        }
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     try {
+        occupy_closed_streams();
         // Answers and the library's progress lines would mix on standard output.
         setenv("QAVEN_DIAGNOSTICS", "off", 0);
         const std::vector<std::string_view> arguments(std::next(argv, std::min(argc, 1)),
                                                       std::next(argv, argc));
-        const int status = choose(arguments);
-        // What could not be written has not been said.
-        const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
-        return written ? status : static_cast<int>(tool::kFailed);
+        return choose(arguments);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "qaven: %s\n", error.what());
         return tool::kFailed;

@@ -92,6 +92,10 @@ void print_table(const std::vector<Row>& rows) {
     }
 }
 
+bool output_written() {
+    return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+}
+
 void say_waiting(bool quiet, std::string_view what) {
     if (!quiet) {
         // What was printed before belongs before this line where both go to one place.

@@ -28,6 +28,10 @@ void print_heading(std::string_view text);
 using Row = std::vector<std::string>;
 void print_table(const std::vector<Row>& rows);
 
+// False when something that was printed could not be written to standard output.
+bool output_written();
+inline constexpr const char* kNotWritten = "cannot write to standard output";
+
 // "qaven: waiting for ..." on standard error.
 void say_waiting(bool quiet, std::string_view what);
 

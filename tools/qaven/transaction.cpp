@@ -133,7 +133,15 @@ int complete(const Options& options, const std::string& data, const ArqcStep& st
                                 "completed it)",
                                 answer.code);
     }
-    return answer.text("TC").empty() ? kDeclined : kFine;
+    const bool declined = answer.text("TC").empty();
+    if (!output_written()) {
+        // Nobody should do it again because of that.
+        throw Failure(kFailed, std::string(kNotWritten) +
+                                   (declined ? "; the transaction itself was declined"
+                                             : "; the transaction itself went through ('qaven log' "
+                                               "shows it)"));
+    }
+    return declined ? kDeclined : kFine;
 }
 
 } // namespace
