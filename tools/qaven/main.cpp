@@ -112,6 +112,17 @@ int choose(tool::Arguments arguments) {
     return run(*verb, arguments.subspan(1));
 }
 
+// Answers and the library's progress lines would mix on standard output, where the library puts
+// them also when the variable has no word that it knows.
+void silence_progress_lines() {
+    static constexpr const char* name = "QAVEN_DIAGNOSTICS";
+    const char* const chosen = std::getenv(name);
+    const std::string_view word = chosen == nullptr ? "" : chosen;
+    if (word != "stdout" && word != "stderr") {
+        setenv(name, "off", 1);
+    }
+}
+
 // A stream that the caller has closed gets something that can be neither read nor written. Its
 // number would go to the next file that is opened, for the trace or the reader, and what is printed
 // would go there.
@@ -128,8 +139,7 @@ void occupy_closed_streams() {
 int main(int argc, char** argv) {
     try {
         occupy_closed_streams();
-        // Answers and the library's progress lines would mix on standard output.
-        setenv("QAVEN_DIAGNOSTICS", "off", 0);
+        silence_progress_lines();
         const std::vector<std::string_view> arguments(std::next(argv, std::min(argc, 1)),
                                                       std::next(argv, argc));
         return choose(arguments);
