@@ -50,7 +50,7 @@ constexpr const char* kEpilogue =
 
 void print_help() {
     std::fputs("usage: qaven VERB [OPTIONS]\n"
-               "       qaven --help | --version\n\n",
+               "       qaven help [VERB] | --help | --version\n\n",
                stdout);
     for (const Verb& verb : verbs) {
         std::printf("  %-9s %s\n", std::string(verb.name).c_str(),
@@ -96,7 +96,14 @@ int choose(tool::Arguments arguments) {
     if (arguments.empty()) {
         return misused("qaven", "a verb is missing");
     }
-    const std::string_view name = arguments.front();
+    std::string_view name = arguments.front();
+    arguments = arguments.subspan(1);
+    if (name == "help" && !arguments.empty()) {
+        // "help info" is "info --help".
+        static constexpr std::array<std::string_view, 1> help{"--help"};
+        name = arguments.front();
+        arguments = help;
+    }
     if (name == "--help" || name == "-h" || name == "help") {
         print_help();
         return finished("qaven", tool::kFine);
@@ -109,7 +116,7 @@ int choose(tool::Arguments arguments) {
     if (verb == verbs.end()) {
         return misused("qaven", "there is no verb '" + std::string(name) + "'");
     }
-    return run(*verb, arguments.subspan(1));
+    return run(*verb, arguments);
 }
 
 // Answers and the library's progress lines would mix on standard output, where the library puts
