@@ -10,7 +10,7 @@ namespace tool {
 
 inline constexpr Option kAidList{"--aid", "AID",
                                  "an application to try, hexadecimal; may be given more than once\n"
-                                 "(any UnionPay application, then debit, then credit)"};
+                                 "(the first of UnionPay's, else its debit, else its credit)"};
 
 inline constexpr Option kOneAid{"--aid", "AID",
                                 "the application, hexadecimal (the first of UnionPay's)"};
