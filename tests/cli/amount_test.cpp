@@ -75,12 +75,12 @@ TEST(CurrencyName, MayBeANumberOrLetters) {
 }
 
 TEST(CurrencyName, OfANumberWithoutLettersIsTheNumber) {
-    EXPECT_EQ(Currency::named("1").name(), "0001");
+    EXPECT_EQ(Currency::numbered("0001").name(), "0001");
     EXPECT_EQ(Currency::numbered("").name(), "");
 }
 
 TEST(CurrencyName, MayNotBeAnythingElse) {
-    for (const char* const text : {"", "yuan", "12345", "1x", "CN"}) {
+    for (const char* const text : {"", "yuan", "12345", "1x", "CN", "9999", "000", "1", "00156"}) {
         EXPECT_THROW(Currency::named(text), tool::UsageError) << text;
     }
 }

@@ -91,15 +91,15 @@ std::string without_commas(std::string_view whole) {
 
 Currency Currency::named(std::string_view text) {
     const std::span<const currency_entry> table(gc4217Name);
-    if (all_digits(text) && text.size() <= kCodeDigits) {
-        return Currency(padded(text, kCodeDigits));
-    }
     const std::string letters = to_upper(text);
-    const auto entry = std::ranges::find_if(
-        table, [&letters](const currency_entry& candidate) { return letters == candidate.name; });
+    const std::string digits = all_digits(text) ? padded(text, kCodeDigits) : "";
+    const auto entry = std::ranges::find_if(table, [&](const currency_entry& candidate) {
+        return letters == candidate.name || digits == digits_of(candidate.code);
+    });
     if (entry == table.end()) {
         throw UsageError("'" + std::string(text) +
-                         "' is no currency; it is a number or letters, for example 156 or CNY");
+                         "' is no currency of ISO 4217; there it has a number or letters, for "
+                         "example 156 or CNY");
     }
     return Currency(digits_of(entry->code));
 }

@@ -144,4 +144,12 @@ std::optional<std::string> type_digits(std::string_view text) {
     return digits ? std::optional(std::string(text)) : std::nullopt;
 }
 
+std::string type_names() {
+    std::string names;
+    for (const Named& type : kTypes) {
+        names += (names.empty() ? "" : ", ") + std::string(type.name);
+    }
+    return names;
+}
+
 } // namespace tool

@@ -28,4 +28,7 @@ std::string type_name(std::string_view digits);
 // The digits for a name or for two digits; nothing for anything else.
 std::optional<std::string> type_digits(std::string_view text);
 
+// "purchase, cash, ...": the names that types have.
+std::string type_names();
+
 } // namespace tool

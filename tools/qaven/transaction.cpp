@@ -163,7 +163,8 @@ std::string transaction_data(const Options& options) {
     const std::string type_text = options.value_or(kType.name, "purchase");
     const auto type = type_digits(type_text);
     if (!type) {
-        throw UsageError("--type: there is no '" + type_text + "', and two digits would do");
+        throw UsageError("--type takes " + type_names() + " or two digits, not '" + type_text +
+                         "'");
     }
     const auto date = options.value(kDate.name);
     const auto time = options.value(kTime.name);
