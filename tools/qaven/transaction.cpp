@@ -35,6 +35,10 @@ constexpr Option kSm{"--sm", "", "ask the card for the SM algorithms"};
 
 constexpr std::size_t kMerchantSize = 20;
 
+// The status word of a card that does not take the issuer for genuine. Nothing can be completed
+// then: the card has not been asked for its second cryptogram.
+constexpr int kAuthenticationRefused = 0x6300;
+
 std::string record(char letter, std::string_view value) {
     std::array<char, 32> head{};
     std::snprintf(head.data(), head.size(), "%c%03zu", letter, value.size());
@@ -129,9 +133,10 @@ int complete(const Options& options, const std::string& data, const ArqcStep& st
         print_completion(answer, issuer, options.has(kShowPan.name));
     }
     if (answer.code != QAVEN_OK) {
-        throw operation_failure("the transaction broke off ('qaven log' shows whether the card "
-                                "completed it)",
-                                answer.code);
+        const std::string hint = answer.code == kAuthenticationRefused
+                                     ? ""
+                                     : " ('qaven log' shows whether the card completed it)";
+        throw operation_failure("the transaction broke off" + hint, answer.code);
     }
     const bool declined = answer.text("TC").empty();
     if (!output_written()) {
