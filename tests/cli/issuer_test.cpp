@@ -24,10 +24,10 @@ TEST(IssuersAnswer, MayHaveItsResponseCodeInTagNinetyOneOnly) {
 
 TEST(IssuersAnswer, ApprovesWithZeroTenAndEleven) {
     for (const char* const code : {"00", "10", "11"}) {
-        EXPECT_TRUE(tool::parse_issuer_answer(code + std::string(" 91")).approved()) << code;
+        EXPECT_TRUE(tool::parse_issuer_answer(code + std::string(" 9100")).approved()) << code;
     }
     for (const char* const code : {"01", "05", "51", "Z3"}) {
-        EXPECT_FALSE(tool::parse_issuer_answer(code + std::string(" 91")).approved()) << code;
+        EXPECT_FALSE(tool::parse_issuer_answer(code + std::string(" 9100")).approved()) << code;
     }
 }
 
@@ -37,6 +37,23 @@ TEST(IssuersAnswer, IsNothingElse) {
           "come back tomorrow", "72009100"}) {
         EXPECT_THROW(tool::parse_issuer_answer(line), tool::Failure) << line;
     }
+}
+
+TEST(IssuersAnswer, IsNotCutShortInTagNinetyOne) {
+    for (const char* const line :
+         {"00 91", "00 910A", "00 910A0102030405060708", "910A010203040506070830", "00 9181",
+          "00 91820A", "00 72039F1801910A0102030405060708", "00 8A02303091"}) {
+        EXPECT_THROW(tool::parse_issuer_answer(line), tool::Failure) << line;
+    }
+}
+
+TEST(IssuersAnswer, MayHaveTagNinetyOneBehindALongTemplate) {
+    const std::string script = "728180" + std::string(256, '0');
+    EXPECT_EQ(tool::parse_issuer_answer(script + kApproval).response_code, "00");
+    EXPECT_EQ(tool::parse_issuer_answer("05 " + script + kApproval).response, script + kApproval);
+    EXPECT_THROW(tool::parse_issuer_answer("05 " + script + "910A"), tool::Failure);
+    // What follows it is the library's to judge.
+    EXPECT_TRUE(tool::parse_issuer_answer(std::string("00 ") + kApproval + "72").approved());
 }
 
 TEST(IssuersCommand, GetsTheRequestAndPrintsTheAnswer) {

@@ -66,8 +66,11 @@ IssuerAnswer answer_from_parts(const Options& options, const std::string& arpc) 
 IssuerAnswer answer_of(const Options& options) {
     const auto response = options.value(kResponse.name);
     const auto arpc = options.value(kArpc.name);
-    if (response.has_value() == arpc.has_value()) {
+    if (!response && !arpc) {
         throw UsageError("the issuer's answer is missing: either --arpc or --response");
+    }
+    if (response && arpc) {
+        throw UsageError("only one of --arpc and --response may be given");
     }
     if (!response) {
         return answer_from_parts(options, *arpc);
@@ -75,7 +78,11 @@ IssuerAnswer answer_of(const Options& options) {
     if (options.has(kArc.name) || options.has(kScript.name)) {
         throw UsageError("--response holds response code and scripts already");
     }
-    return parse_issuer_answer(checked(kResponse, *response));
+    if (const std::string fault = fault_of_response(checked(kResponse, *response));
+        !fault.empty()) {
+        throw UsageError("--response " + *response + " " + fault);
+    }
+    return parse_issuer_answer(*response);
 }
 
 } // namespace

@@ -2,7 +2,7 @@
 #include "issuer.h"
 
 #include "exit_status.h"
-#include "objects.h"
+#include "number.h"
 
 #include <spawn.h>
 #include <sys/wait.h>
@@ -23,6 +23,7 @@ namespace {
 
 constexpr std::size_t kCodeCharacters = 2;
 constexpr std::size_t kArpcDigits = 16;
+constexpr std::size_t kAuthenticationTag = 0x91;
 
 bool is_hex(std::string_view text) {
     return !text.empty() && text.size() % 2 == 0 &&
@@ -35,15 +36,56 @@ std::string upper(std::string text) {
     return text;
 }
 
-// The authorisation response code behind the ARPC in tag 91.
-std::optional<std::string> code_in(const std::string& response) {
-    const auto data = object_value(read_objects(response), "91");
-    if (!data || data->size() < kArpcDigits + 2 * kCodeCharacters) {
-        return std::nullopt;
+std::size_t byte_at(std::string_view hex, std::size_t at) {
+    return static_cast<std::size_t>(number_in(hex.substr(std::min(at, hex.size()), 2), 16));
+}
+
+// Tag 91 of a response.
+struct Authentication {
+    std::string_view value; // in hex, as much as there is of it
+    std::size_t bytes = 0;  // that its length announces
+    bool whole = false;
+};
+
+// Among the response's outermost objects; what is cut short ends them.
+std::optional<Authentication> authentication_in(std::string_view response) {
+    while (!response.empty()) {
+        const bool found = byte_at(response, 0) == kAuthenticationTag;
+        const std::size_t tag_digits = (byte_at(response, 0) & 0x1FU) == 0x1FU ? 4 : 2;
+        std::size_t head = tag_digits + 2;
+        std::size_t bytes = byte_at(response, tag_digits);
+        if (bytes == 0x81 || bytes == 0x82) {
+            const std::size_t length_digits = 2 * (bytes - 0x80);
+            bytes = static_cast<std::size_t>(
+                number_in(response.substr(std::min(head, response.size()), length_digits), 16));
+            head += length_digits;
+        }
+        const bool whole = response.size() >= head + 2 * bytes;
+        if (found) {
+            return Authentication{response.substr(std::min(head, response.size()), 2 * bytes),
+                                  bytes, whole};
+        }
+        if (!whole) {
+            break;
+        }
+        response.remove_prefix(head + 2 * bytes);
     }
+    return std::nullopt;
+}
+
+std::string cut_short(const Authentication& authentication) {
+    if (authentication.value.empty()) {
+        return "is cut short: nothing is in its tag 91";
+    }
+    return "is cut short: of the " + std::to_string(authentication.bytes) +
+           " bytes of its tag 91 it has " + std::to_string(authentication.value.size() / 2);
+}
+
+// The authorisation response code behind the ARPC in tag 91.
+std::string code_in(std::string_view authentication) {
     std::string code;
     for (std::size_t i = 0; i < kCodeCharacters; ++i) {
-        code += static_cast<char>(std::stoi(data->substr(kArpcDigits + 2 * i, 2), nullptr, 16));
+        code += static_cast<char>(byte_at(authentication, kArpcDigits + 2 * i));
     }
     return code;
 }
@@ -133,6 +175,21 @@ bool IssuerAnswer::approved() const {
     return response_code == "00" || response_code == "10" || response_code == "11";
 }
 
+std::string fault_of_response(std::string_view hex) {
+    const auto authentication = authentication_in(hex);
+    if (!authentication) {
+        return "has no tag 91";
+    }
+    if (!authentication->whole) {
+        return cut_short(*authentication);
+    }
+    if (authentication->value.size() < kArpcDigits + 2 * kCodeCharacters) {
+        return "has no response code: its tag 91 has " + std::to_string(authentication->bytes) +
+               " bytes, not 10";
+    }
+    return {};
+}
+
 IssuerAnswer parse_issuer_answer(std::string_view line) {
     std::istringstream words{std::string(line)};
     std::string first;
@@ -140,13 +197,17 @@ IssuerAnswer parse_issuer_answer(std::string_view line) {
     std::string third;
     words >> first >> second >> third;
     if (third.empty() && first.size() == kCodeCharacters && is_hex(second)) {
+        const auto authentication = authentication_in(second);
+        if (authentication && !authentication->whole) {
+            throw Failure(kFailed, "the issuer's answer " + cut_short(*authentication));
+        }
         return {first, upper(second)};
     }
     if (second.empty() && is_hex(first)) {
-        const std::string response = upper(first);
-        if (const auto code = code_in(response)) {
-            return {*code, response};
+        if (const std::string fault = fault_of_response(first); !fault.empty()) {
+            throw Failure(kFailed, "the issuer's answer " + fault);
         }
+        return {code_in(authentication_in(first)->value), upper(first)};
     }
     throw Failure(kFailed, "the issuer's answer is no line like '00 910A...'");
 }

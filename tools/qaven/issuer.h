@@ -15,8 +15,12 @@ struct IssuerAnswer {
 };
 
 // "00 910A...": response code and response in hex, or the response alone, whose tag 91 then holds
-// the code. Throws a Failure for anything else.
+// the code. Throws a Failure for anything else, also for a tag 91 that is cut short.
 IssuerAnswer parse_issuer_answer(std::string_view line);
+
+// Why a response in hex cannot be an answer by itself, in words to follow on what it is called:
+// "has no tag 91"; empty when it can.
+std::string fault_of_response(std::string_view hex);
 
 // Runs a shell command with the request and a newline on its standard input, and takes the first
 // line that it prints. "-" for the command: the request goes nowhere, the line comes from standard
