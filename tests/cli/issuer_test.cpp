@@ -2,7 +2,10 @@
 #include "exit_status.h"
 #include "issuer.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <chrono>
 
 namespace {
 
@@ -65,6 +68,30 @@ TEST(IssuersCommand, GetsTheRequestAndPrintsTheAnswer) {
 TEST(IssuersCommand, NeedNotReadTheRequest) {
     EXPECT_EQ(tool::ask_issuer(std::string("exec <&-; echo ") + kApproval, "9F2608").response,
               kApproval);
+}
+
+TEST(IssuersCommand, MayLeaveSomethingBehindThatKeepsThePipe) {
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_EQ(tool::ask_issuer(std::string("echo ") + kApproval + "; sleep 20 2>&- &", "").response,
+              kApproval);
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(10));
+}
+
+TEST(IssuersCommand, MayPrintMoreThanItsLine) {
+    const std::string line = std::string("echo ") + kApproval;
+    EXPECT_EQ(tool::ask_issuer(line + "; seq 20000", "").response, kApproval);
+    EXPECT_EQ(tool::ask_issuer(line + "; exec yes", "").response, kApproval);
+    EXPECT_THROW(tool::ask_issuer(line + "; seq 20000; exit 1", ""), tool::Failure);
+}
+
+TEST(IssuersCommand, PrintsALineOfSomeLengthAtMost) {
+    const auto refusal = testing::ThrowsMessage<tool::Failure>(testing::HasSubstr("longer than"));
+    EXPECT_THAT([] { tool::ask_issuer("yes | tr -d '\\n'", ""); }, refusal);
+    const std::string head = std::string("printf '") + kApproval + "%0";
+    const std::size_t rest = tool::kLongestLine - std::string_view(kApproval).size();
+    EXPECT_NO_THROW(tool::ask_issuer(head + std::to_string(rest) + "d\\n' 0", ""));
+    EXPECT_THAT([&] { tool::ask_issuer(head + std::to_string(rest + 2) + "d\\n' 0", ""); },
+                refusal);
 }
 
 TEST(IssuersCommand, MayFail) {

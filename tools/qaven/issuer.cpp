@@ -4,6 +4,7 @@
 #include "exit_status.h"
 #include "number.h"
 
+#include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,8 +13,8 @@
 #include <array>
 #include <cctype>
 #include <csignal>
-#include <iostream>
 #include <optional>
+#include <span>
 #include <sstream>
 #include <system_error>
 
@@ -130,8 +131,18 @@ pid_t start(const std::string& command, const Pipe& to, const Pipe& from) {
     for (const int end : {to.reading(), to.writing(), from.reading(), from.writing()}) {
         posix_spawn_file_actions_addclose(&actions, end);
     }
+    // The signal that this program ignores ends a command that prints into a closed pipe.
+    sigset_t closed_pipe;
+    sigemptyset(&closed_pipe);
+    sigaddset(&closed_pipe, SIGPIPE);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setsigdefault(&attributes, &closed_pipe);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     pid_t child = 0;
-    const int error = posix_spawn(&child, "/bin/sh", &actions, nullptr, arguments.data(), environ);
+    const int error =
+        posix_spawn(&child, "/bin/sh", &actions, &attributes, arguments.data(), environ);
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) {
         throw std::system_error(error, std::generic_category(), "the issuer's command");
@@ -139,16 +150,73 @@ pid_t start(const std::string& command, const Pipe& to, const Pipe& from) {
     return child;
 }
 
-std::string read_all(int from) {
-    std::string text;
-    std::array<char, 4096> chunk{};
-    for (ssize_t count = 0; (count = read(from, chunk.data(), chunk.size())) > 0;) {
-        text.append(chunk.data(), static_cast<std::size_t>(count));
-    }
-    return text;
+// What has come, up to the buffer's size; 0 at the end.
+std::size_t read_some(int from, std::span<char> buffer) {
+    ssize_t count = 0;
+    do {
+        count = read(from, buffer.data(), buffer.size());
+    } while (count < 0 && errno == EINTR);
+    return static_cast<std::size_t>(std::max<ssize_t>(count, 0));
 }
 
-std::string output_of(const std::string& command, const std::string& input) {
+// The first line, without its end.
+std::string read_line(int from) {
+    std::string text;
+    std::array<char, 4096> chunk{};
+    while (text.find('\n') == std::string::npos) {
+        const std::size_t count = read_some(from, chunk);
+        if (count == 0) {
+            break;
+        }
+        text.append(chunk.data(), count);
+        if (std::min(text.find('\n'), text.size()) > kLongestLine) {
+            throw Failure(kFailed, "the issuer's answer is longer than " +
+                                       std::to_string(kLongestLine) + " characters");
+        }
+    }
+    return text.substr(0, text.find('\n'));
+}
+
+// How the command ended; nothing while it runs and is not to be waited for.
+std::optional<bool> ended_well(pid_t child, int options) {
+    int status = 0;
+    pid_t ended = 0;
+    do {
+        ended = waitpid(child, &status, options);
+    } while (ended < 0 && errno == EINTR);
+    if (ended == 0) {
+        return std::nullopt;
+    }
+    return ended == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// True when the command ends well. It may print more than its line, which is thrown away; what it
+// left in the background may keep the pipe open, so the end of the pipe is no measure of its own.
+// A command that prints on and on finds the pipe closed, and how it ends then tells nothing.
+bool ends_well(pid_t child, Pipe& from) {
+    constexpr std::size_t patience = 1U << 20U; // bytes
+    constexpr int look = 20;                    // milliseconds until the next look at the command
+    std::array<char, 4096> chunk{};
+    std::size_t more = 0;
+    while (more < patience) {
+        if (const auto ended = ended_well(child, WNOHANG)) {
+            return *ended;
+        }
+        pollfd pipe{from.reading(), POLLIN, 0};
+        if (poll(&pipe, 1, look) > 0) {
+            const std::size_t count = read_some(from.reading(), chunk);
+            if (count == 0) {
+                return ended_well(child, 0).value_or(false);
+            }
+            more += count;
+        }
+    }
+    from.close_end(0);
+    ended_well(child, 0);
+    return true;
+}
+
+std::string line_of(const std::string& command, const std::string& input) {
     // A command that does not read its input is no reason to die.
     std::signal(SIGPIPE, SIG_IGN);
     Pipe to;
@@ -161,12 +229,11 @@ std::string output_of(const std::string& command, const std::string& input) {
         throw std::system_error(errno, std::generic_category(), "the issuer's command");
     }
     to.close_end(1);
-    std::string output = read_all(from.reading());
-    int status = 0;
-    if (waitpid(child, &status, 0) != child || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    std::string line = read_line(from.reading());
+    if (!ends_well(child, from)) {
         throw Failure(kFailed, "the issuer's command failed");
     }
-    return output;
+    return line;
 }
 
 } // namespace
@@ -213,14 +280,8 @@ IssuerAnswer parse_issuer_answer(std::string_view line) {
 }
 
 IssuerAnswer ask_issuer(const std::string& command, const std::string& field55) {
-    std::string line;
-    if (command == "-") {
-        std::getline(std::cin, line);
-    } else {
-        const std::string output = output_of(command, field55 + "\n");
-        line = output.substr(0, output.find('\n'));
-    }
-    return parse_issuer_answer(line);
+    return parse_issuer_answer(command == "-" ? read_line(STDIN_FILENO)
+                                              : line_of(command, field55 + "\n"));
 }
 
 } // namespace tool

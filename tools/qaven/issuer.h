@@ -22,9 +22,13 @@ IssuerAnswer parse_issuer_answer(std::string_view line);
 // "has no tag 91"; empty when it can.
 std::string fault_of_response(std::string_view hex);
 
+// The most that a line may have, several times what the library takes.
+inline constexpr std::size_t kLongestLine = 8192;
+
 // Runs a shell command with the request and a newline on its standard input, and takes the first
-// line that it prints. "-" for the command: the request goes nowhere, the line comes from standard
-// input. Throws a Failure when there is no answer.
+// line that it prints, once the command has ended; what it leaves running in the background is not
+// waited for. "-" for the command: the request goes nowhere, the line comes from standard input.
+// Throws a Failure when there is no answer.
 IssuerAnswer ask_issuer(const std::string& command, const std::string& field55);
 
 } // namespace tool
