@@ -64,7 +64,7 @@ std::string counter(std::string_view value) {
     return with_code(std::to_string(number_in(value, 16)), value);
 }
 
-std::string in_words(const Object& object, bool show_pan) {
+std::string in_words(const HexObject& object, bool show_pan) {
     const std::string& value = object.value;
     if (object.tag == "5A") {
         const std::string pan = value.substr(0, value.find('F'));
@@ -97,8 +97,8 @@ unsigned byte_at(std::string_view hex, std::size_t at) {
 
 } // namespace
 
-std::vector<Object> read_objects(std::string_view hex) {
-    std::vector<Object> objects;
+std::vector<HexObject> read_objects(std::string_view hex) {
+    std::vector<HexObject> objects;
     while (hex.size() >= 4) {
         // Tags of these lists have one byte or two, lengths one.
         const std::size_t tag_digits = (byte_at(hex, 0) & 0x1FU) == 0x1FU ? 4 : 2;
@@ -114,13 +114,14 @@ std::vector<Object> read_objects(std::string_view hex) {
     return objects;
 }
 
-std::optional<std::string> object_value(const std::vector<Object>& objects, std::string_view tag) {
-    const auto object = std::ranges::find(objects, tag, &Object::tag);
+std::optional<std::string> object_value(const std::vector<HexObject>& objects,
+                                        std::string_view tag) {
+    const auto object = std::ranges::find(objects, tag, &HexObject::tag);
     return object == objects.end() ? std::nullopt : std::optional(object->value);
 }
 
-void print_objects(const std::vector<Object>& objects, bool show_pan) {
-    for (const Object& object : objects) {
+void print_objects(const std::vector<HexObject>& objects, bool show_pan) {
+    for (const HexObject& object : objects) {
         const auto* const named = std::ranges::find(kObjects, object.tag, &Named::code);
         std::string label = "  " + object.tag;
         label.resize(8, ' ');

@@ -8,19 +8,20 @@
 
 namespace tool {
 
-struct Object {
+struct HexObject {
     std::string tag;   // hexadecimal digits
     std::string value; // likewise
 };
 
 // The objects of a list in hex. What is cut short ends it.
-std::vector<Object> read_objects(std::string_view hex);
+std::vector<HexObject> read_objects(std::string_view hex);
 
 // The value of the first object with this tag.
-std::optional<std::string> object_value(const std::vector<Object>& objects, std::string_view tag);
+std::optional<std::string> object_value(const std::vector<HexObject>& objects,
+                                        std::string_view tag);
 
 // One line per object, card numbers masked unless they may be shown.
-void print_objects(const std::vector<Object>& objects, bool show_pan);
+void print_objects(const std::vector<HexObject>& objects, bool show_pan);
 
 // "purchase" for 00; the digits for a type without a name.
 std::string type_name(std::string_view digits);

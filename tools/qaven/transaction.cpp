@@ -63,7 +63,8 @@ struct ArqcStep {
     std::string field55;
 };
 
-void print_request(const std::vector<Object>& objects, const std::string& field55, bool show_pan) {
+void print_request(const std::vector<HexObject>& objects, const std::string& field55,
+                   bool show_pan) {
     print_heading("Request for the issuer (field 55)");
     print_objects(objects, show_pan);
     if (show_pan) {
