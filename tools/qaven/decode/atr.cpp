@@ -109,12 +109,12 @@ std::string interface_text(std::size_t number, std::size_t which, unsigned char 
     }
     if (number == 1) {
         return which == 0   ? rates_text(byte)
-               : which == 1 ? (byte == 0 ? "VPP not connected" : "programming voltage")
+               : which == 1 ? (byte == 0 ? "VPP not connected" : "programming voltage (VPP)")
                             : guard_text(byte);
     }
     if (number == 2) {
         return which == 0   ? specific_text(byte)
-               : which == 1 ? "programming voltage"
+               : which == 1 ? "programming voltage (VPP)"
                             : "waiting time (T=0) " + std::to_string(byte);
     }
     if (protocol == 1) {
