@@ -1,8 +1,9 @@
 // Running the issuer's command.
 #include "issuer.h"
 
+#include "decode/bytes.h"
+#include "decode/tlv.h"
 #include "exit_status.h"
-#include "number.h"
 
 #include <poll.h>
 #include <spawn.h>
@@ -13,18 +14,21 @@
 #include <array>
 #include <cctype>
 #include <csignal>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <sstream>
 #include <system_error>
+#include <variant>
+#include <vector>
 
 namespace tool {
 
 namespace {
 
 constexpr std::size_t kCodeCharacters = 2;
-constexpr std::size_t kArpcDigits = 16;
-constexpr std::size_t kAuthenticationTag = 0x91;
+constexpr std::size_t kArpcBytes = 8;
+constexpr std::uint32_t kAuthenticationTag = 0x91;
 
 bool is_hex(std::string_view text) {
     return !text.empty() && text.size() % 2 == 0 &&
@@ -37,39 +41,28 @@ std::string upper(std::string text) {
     return text;
 }
 
-std::size_t byte_at(std::string_view hex, std::size_t at) {
-    return static_cast<std::size_t>(number_in(hex.substr(std::min(at, hex.size()), 2), 16));
-}
-
 // Tag 91 of a response.
 struct Authentication {
-    std::string_view value; // in hex, as much as there is of it
-    std::size_t bytes = 0;  // that its length announces
+    std::vector<unsigned char> value; // as much as there is of it
+    std::size_t announced = 0;        // bytes
     bool whole = false;
 };
 
 // Among the response's outermost objects; what is cut short ends them.
 std::optional<Authentication> authentication_in(std::string_view response) {
-    while (!response.empty()) {
-        const bool found = byte_at(response, 0) == kAuthenticationTag;
-        const std::size_t tag_digits = (byte_at(response, 0) & 0x1FU) == 0x1FU ? 4 : 2;
-        std::size_t head = tag_digits + 2;
-        std::size_t bytes = byte_at(response, tag_digits);
-        if (bytes == 0x81 || bytes == 0x82) {
-            const std::size_t length_digits = 2 * (bytes - 0x80);
-            bytes = static_cast<std::size_t>(
-                number_in(response.substr(std::min(head, response.size()), length_digits), 16));
-            head += length_digits;
+    const HexText data = from_hex(response);
+    for (std::size_t at = 0; at < data.bytes.size();) {
+        const auto found = read_object(data.bytes, at);
+        const Object* const object = std::get_if<Object>(&found);
+        if (object == nullptr) {
+            const bool authentication = data.bytes[at] == kAuthenticationTag;
+            return authentication ? std::optional(Authentication{}) : std::nullopt;
         }
-        const bool whole = response.size() >= head + 2 * bytes;
-        if (found) {
-            return Authentication{response.substr(std::min(head, response.size()), 2 * bytes),
-                                  bytes, whole};
+        if (object->tag == kAuthenticationTag) {
+            return Authentication{
+                {object->value.begin(), object->value.end()}, object->length, object->whole()};
         }
-        if (!whole) {
-            break;
-        }
-        response.remove_prefix(head + 2 * bytes);
+        at += object->size();
     }
     return std::nullopt;
 }
@@ -78,17 +71,14 @@ std::string cut_short(const Authentication& authentication) {
     if (authentication.value.empty()) {
         return "is cut short: nothing is in its tag 91";
     }
-    return "is cut short: of the " + std::to_string(authentication.bytes) +
-           " bytes of its tag 91 it has " + std::to_string(authentication.value.size() / 2);
+    return "is cut short: of the " + std::to_string(authentication.announced) +
+           " bytes of its tag 91 it has " + std::to_string(authentication.value.size());
 }
 
 // The authorisation response code behind the ARPC in tag 91.
-std::string code_in(std::string_view authentication) {
-    std::string code;
-    for (std::size_t i = 0; i < kCodeCharacters; ++i) {
-        code += static_cast<char>(byte_at(authentication, kArpcDigits + 2 * i));
-    }
-    return code;
+std::string code_in(const Authentication& authentication) {
+    const Bytes code = Bytes(authentication.value).subspan(kArpcBytes, kCodeCharacters);
+    return std::string(characters_of(code));
 }
 
 class Pipe {
@@ -250,8 +240,8 @@ std::string fault_of_response(std::string_view hex) {
     if (!authentication->whole) {
         return cut_short(*authentication);
     }
-    if (authentication->value.size() < kArpcDigits + 2 * kCodeCharacters) {
-        return "has no response code: its tag 91 has " + std::to_string(authentication->bytes) +
+    if (authentication->value.size() < kArpcBytes + kCodeCharacters) {
+        return "has no response code: its tag 91 has " + std::to_string(authentication->announced) +
                " bytes, not 10";
     }
     return {};
@@ -274,7 +264,7 @@ IssuerAnswer parse_issuer_answer(std::string_view line) {
         if (const std::string fault = fault_of_response(first); !fault.empty()) {
             throw Failure(kFailed, "the issuer's answer " + fault);
         }
-        return {code_in(authentication_in(first)->value), upper(first)};
+        return {code_in(*authentication_in(first)), upper(first)};
     }
     throw Failure(kFailed, "the issuer's answer is no line like '00 910A...'");
 }
