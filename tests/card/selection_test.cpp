@@ -110,6 +110,19 @@ TEST(Directory, HasOneRecordForEachApplication) {
     EXPECT_EQ(terminal.send("00B2011400"), refused("6A82"));
 }
 
+// The blocked application is named too: a host that goes by the directory meets it first.
+TEST(Directory, NamesBlockedApplications) {
+    Card card(profile("blocked"));
+    Card both(profile("two-applications"));
+    CounterTerminal terminal(card);
+    CounterTerminal model(both);
+    terminal.select(pse_name);
+    model.select(pse_name);
+    for (const std::string_view record : {"00B2010C00", "00B2020C00", "00B2030C00"}) {
+        EXPECT_EQ(terminal.send(record), model.send(record)) << record;
+    }
+}
+
 TEST(Directory, CanNameAnotherDirectory) {
     Card card(profile("ddf"));
     CounterTerminal terminal(card);
