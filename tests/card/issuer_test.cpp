@@ -1,4 +1,5 @@
 // The issuer: its parser, its verdicts on genuine and tampered card data, and its answers.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "counter_terminal.h"
@@ -6,6 +7,7 @@
 namespace qaven::card_test {
 namespace {
 
+using testing::ElementsAre;
 using virtual_issuer::Answer;
 using virtual_issuer::CryptogramKind;
 using virtual_issuer::Field55;
@@ -206,6 +208,25 @@ TEST(CardResults, AreToldInWords) {
                                         "the online transaction before was not completed",
                                         "a script command failed in the transaction before",
                                         "2 script command(s) received in the transaction before"}));
+}
+
+TEST(CardResults, TellAWrongPinFromAVerifiedOne) {
+    const auto after_pin = [](const std::string& block) {
+        Card card(profile("debit"));
+        CounterTerminal terminal(card);
+        terminal.begin(debit_aid);
+        terminal.send("0020008008" + block);
+        const Field55 field = Field55::parse(terminal.field55(terminal.first_cryptogram()));
+        const Verdict verdict = issuer_of("debit").verify(field, CryptogramKind::request);
+        return virtual_issuer::describe(verdict.comparison.value().card_results);
+    };
+    const std::vector<std::string> online = {"first cryptogram: ARQC",
+                                             "second cryptogram not requested yet"};
+    EXPECT_THAT(after_pin("26123456FFFFFFFF"),
+                ElementsAre(online[0], online[1], "PIN verified by the card"));
+    EXPECT_THAT(after_pin("26111111FFFFFFFF"),
+                ElementsAre(online[0], online[1], "PIN verification performed by the card",
+                            "PIN was wrong"));
 }
 
 } // namespace

@@ -51,7 +51,7 @@ constexpr std::uint8_t first_mask = 0x30;
 constexpr std::uint8_t first_aac = 0x00;
 constexpr std::uint8_t first_arqc = 0x20;
 constexpr std::uint8_t issuer_authentication_failed = 0x08;
-constexpr std::uint8_t pin_verified_offline = 0x04;
+constexpr std::uint8_t pin_verification_performed = 0x04;
 constexpr std::uint8_t pin_verification_failed = 0x02;
 constexpr std::uint8_t unable_to_go_online = 0x01;
 

@@ -192,7 +192,8 @@ CardVerificationResults Transaction::verification_results(std::uint8_t outcome,
     };
     set(cvr::outcome_byte, cvr::issuer_authentication_failed,
         issuer_authentication_ == IssuerAuthentication::failed);
-    set(cvr::outcome_byte, cvr::pin_verified_offline, pin_verified_ || pin_verification_failed_);
+    set(cvr::outcome_byte, cvr::pin_verification_performed,
+        pin_verified_ || pin_verification_failed_);
     set(cvr::outcome_byte, cvr::pin_verification_failed, pin_verification_failed_);
     set(cvr::outcome_byte, cvr::unable_to_go_online, unable_to_go_online_);
     set(cvr::history_byte, cvr::last_online_not_completed, history_.online_not_completed);

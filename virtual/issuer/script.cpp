@@ -158,9 +158,12 @@ std::vector<std::string> describe(const card::CardVerificationResults& results) 
         std::uint8_t mask;
         std::string_view phrase;
     };
-    constexpr std::array<Bit, 10> bits{{
+    // The card says with one bit that it verified a PIN and with another that the PIN was wrong.
+    const bool wrong_pin = (outcome & cvr::pin_verification_failed) != 0;
+    const std::array<Bit, 10> bits{{
         {cvr::outcome_byte, cvr::issuer_authentication_failed, "issuer authentication failed"},
-        {cvr::outcome_byte, cvr::pin_verified_offline, "PIN verified by the card"},
+        {cvr::outcome_byte, cvr::pin_verification_performed,
+         wrong_pin ? "PIN verification performed by the card" : "PIN verified by the card"},
         {cvr::outcome_byte, cvr::pin_verification_failed, "PIN was wrong"},
         {cvr::outcome_byte, cvr::unable_to_go_online, "terminal could not go online"},
         {cvr::history_byte, cvr::last_online_not_completed,
