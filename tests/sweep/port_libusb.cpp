@@ -415,7 +415,7 @@ struct LibusbCalls {
         }
         bool timed_out = false;
         while (self.port_->completions().empty()) {
-            const auto wake = self.port_->wake(self.now_);
+            const auto wake = self.port_->wake();
             if (wake && (for_ever || *wake <= deadline)) {
                 self.now_ = *wake;
                 self.port_->advance(self.now_);

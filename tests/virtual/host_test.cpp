@@ -356,6 +356,20 @@ TEST_F(SlowCard, AnAnswerTakesTheTimeOfItsBytes) {
     EXPECT_LT(Clock::now() - before, milliseconds(600));
 }
 
+class QuickCard : public Host {};
+
+// GET RESPONSE of 1 to 44 bytes: replies are due 0.1 to 0.6 ms after their commands, now before
+// and now after the look at the clock that decides when to look again.
+TEST_F(QuickCard, NoneOfManyRepliesIsForgotten) {
+    open_slot();
+    answer_to(power_on());
+    Bytes get_response = hex("6F 05 00 00 00 00 02 00 00 00 00 C0 00 00 00");
+    for (unsigned i = 0; i < 1000; ++i) {
+        get_response.back() = static_cast<std::uint8_t>(1 + i % 44);
+        ASSERT_EQ(answer_to(get_response).substr(0, 2), "80") << "reply " << i;
+    }
+}
+
 // Faults come after three good transfers: power on, its answer, one command.
 class FaultyReader : public Host {
   protected:
@@ -373,6 +387,29 @@ class FaultTimeout : public FaultyReader {};
 TEST_F(FaultTimeout, OneReadGetsNothing) {
     EXPECT_EQ(receive(100), "LIBUSB_ERROR_TIMEOUT");
     EXPECT_EQ(receive(), good);
+}
+
+class CancelledRead : public FaultyReader {};
+
+// The fault holds the first of two reads; the reply is for the second one when that is taken back.
+TEST_F(CancelledRead, TheReadBehindItGetsTheReply) {
+    std::array<unsigned char, 64> packet{};
+    bool cancelled = false;
+    const auto note_end = [](libusb_transfer* transfer) {
+        *static_cast<bool*>(transfer->user_data) = transfer->status == LIBUSB_TRANSFER_CANCELLED;
+    };
+    libusb_transfer* const first = libusb_alloc_transfer(0);
+    libusb_fill_bulk_transfer(first, handle_, slot_2_in, packet.data(), packet.size(), note_end,
+                              &cancelled, 0);
+    ASSERT_EQ(libusb_submit_transfer(first), 0);
+    std::string answer;
+    std::thread reader([&] { answer = receive(); });
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_EQ(libusb_cancel_transfer(first), 0);
+    reader.join();
+    EXPECT_EQ(answer, good);
+    EXPECT_TRUE(cancelled);
+    libusb_free_transfer(first);
 }
 
 class FaultStall : public FaultyReader {};

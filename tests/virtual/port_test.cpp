@@ -109,6 +109,21 @@ TEST_F(PortWithReader, AnUnplugEndsWhatIsInFlight) {
     EXPECT_EQ(port_->submit({.id = 99, .endpoint = reader::slot_2.bulk_in}, now_), -ENODEV);
 }
 
+TEST_F(PortWithReader, WhatBecomesDueBetweenMovingAndAskingIsTold) {
+    plug({.baud = 1200});
+    send(hex("62 00 00 00 00 00 00 00 00 00"));
+    const auto asked = now_;
+    receive();
+    const auto due = port_->wake();
+    ASSERT_TRUE(due);
+    EXPECT_EQ(*due, asked + std::chrono::milliseconds(110)); // eleven characters of twelve bits
+    now_ = *due + std::chrono::seconds(1);
+    EXPECT_EQ(port_->wake(), due) << "nobody has moved it yet";
+    port_->advance(now_);
+    EXPECT_EQ(completion_of(id_).status, 0);
+    EXPECT_EQ(port_->wake(), std::nullopt);
+}
+
 TEST_F(PortWithReader, TwoInterfacesDoNotHearEachOther) {
     plug();
     send(slot_status());
@@ -209,7 +224,7 @@ TEST_F(Faults, ATimeoutHoldsOneTransferUntilTheHostTakesItBack) {
     plug_with(FaultKind::timeout);
     EXPECT_EQ(send(slot_status()).status, -EINPROGRESS);
     port_->advance(now_ + std::chrono::hours(1));
-    EXPECT_FALSE(port_->wake(now_));
+    EXPECT_FALSE(port_->wake());
     port_->discard(id_);
     EXPECT_EQ(completion_of(id_).status, -ENOENT);
     EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00 00 01 00 00 00");
@@ -256,7 +271,7 @@ TEST_F(Faults, ALateTransferMovesWhenItsTimeHasCome) {
     using std::chrono::milliseconds;
     plug_with(FaultKind::late, milliseconds(300));
     EXPECT_EQ(send(slot_status()).status, -EINPROGRESS);
-    EXPECT_EQ(port_->wake(now_), now_ + milliseconds(300));
+    EXPECT_EQ(port_->wake(), now_ + milliseconds(300));
     port_->advance(now_ + milliseconds(299));
     EXPECT_EQ(completion_of(id_).status, -EINPROGRESS);
     now_ += milliseconds(300);

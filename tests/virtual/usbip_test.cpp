@@ -8,9 +8,16 @@
 #include "virtual/reader/reader.h"
 
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 
@@ -636,7 +643,7 @@ TEST_F(WithFaults, APulledOutReaderComesBackAfterItsTime) {
     start_reading(5, 64);
     EXPECT_FALSE(connected_);
     EXPECT_EQ(reply(true).status, -ESHUTDOWN);
-    EXPECT_EQ(server_->wake(now_), now_ + std::chrono::milliseconds(300));
+    EXPECT_EQ(server_->wake(), now_ + std::chrono::milliseconds(300));
 
     connect();
     send(hex("01 11 80 03 00 00 00 00") + text("1-1", 32));
@@ -668,10 +675,91 @@ TEST_F(WithFaults, ALateAnswerComesWhenItsTimeHasCome) {
     write(slot_status);
     start_reading(5, 64);
     EXPECT_TRUE(silent());
-    EXPECT_EQ(server_->wake(now_), now_ + std::chrono::milliseconds(200));
+    EXPECT_EQ(server_->wake(), now_ + std::chrono::milliseconds(200));
     now_ += std::chrono::milliseconds(200);
     serve();
     EXPECT_EQ(reply(true).data, answer_card_off);
+}
+
+// The whole program, served in a process of its own, and a host that comes by TCP.
+class OverTheNetwork : public testing::Test {
+  protected:
+    void start(const Options& options) {
+        std::array<int, 2> ends{};
+        ASSERT_EQ(pipe(ends.data()), 0);
+        server_ = fork();
+        if (server_ == 0) {
+            dup2(ends[1], STDOUT_FILENO);
+            dup2(::open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+            _exit(serve_usbip(options,
+                              {.card = [](const fs::path&) { return std::make_unique<EchoCard>(); },
+                               .save = nullptr,
+                               .idcard = nullptr}));
+        }
+        ::close(ends[1]);
+        const Fd said(ends[0]);
+        std::string line;
+        for (char letter = 0; ::read(said.get(), &letter, 1) == 1 && letter != '\n';) {
+            line += letter;
+        }
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(
+            std::stoul(line.substr(line.rfind(' ') + 1)))); // "listening at ... port N"
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        host_ = Fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const timeval patience{.tv_sec = 3, .tv_usec = 0};
+        const int on = 1;
+        ASSERT_EQ(setsockopt(host_.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), 0);
+        ASSERT_EQ(setsockopt(host_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on), 0);
+        ASSERT_EQ(connect(host_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+                  0);
+        ASSERT_EQ(exchange(hex("01 11 80 03 00 00 00 00") + text("1-1", 32), 8 + 312).size(), 320U);
+    }
+
+    void TearDown() override {
+        kill(server_, SIGTERM);
+        int status = -1;
+        EXPECT_EQ(waitpid(server_, &status, 0), server_);
+        EXPECT_EQ(status, 0);
+    }
+
+    // Fewer bytes than expected when they do not come in time.
+    Bytes exchange(const Bytes& question, std::size_t expected) {
+        EXPECT_EQ(::send(host_.get(), question.data(), question.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(question.size()));
+        Bytes answer(expected);
+        const auto count = recv(host_.get(), answer.data(), answer.size(), MSG_WAITALL);
+        answer.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        return answer;
+    }
+
+    Bytes message(const Bytes& data, std::size_t expected) {
+        return exchange(
+            SubmitCommand{.seq = 1,
+                          .endpoint = 4,
+                          .length = static_cast<std::uint32_t>(data.size()),
+                          .data = data}
+                    .bytes() +
+                SubmitCommand{.seq = 2, .direction = 1, .endpoint = 4, .length = 64}.bytes(),
+            2 * header_size + expected);
+    }
+
+    pid_t server_ = -1;
+    Fd host_;
+};
+
+// Each reply is due some 40 microseconds after its command.
+TEST_F(OverTheNetwork, NoneOfManyRepliesIsForgotten) {
+    Options options;
+    options.listen.port = 0;
+    options.baud = 4'000'000;
+    start(options);
+    ASSERT_EQ(message(hex("62 00 00 00 00 00 00 00 00 00"), 21).size(), 2 * header_size + 21);
+    for (int i = 0; i < 3000; ++i) {
+        const Bytes answer = message(hex("6F 05 00 00 00 00 02 00 00 00 00 A4 04 00 00"), 17);
+        ASSERT_EQ(answer.size(), 2 * header_size + 17) << "reply " << i;
+    }
 }
 
 // The lines by which readers and cards are moved.

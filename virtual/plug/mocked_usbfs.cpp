@@ -200,7 +200,7 @@ gboolean MockedUsbfs::Hub::on_ioctl(UMockdevIoctlBase* /*handler*/, UMockdevIoct
             hub.pull(*connection.place);
         }
         released = node.take_released();
-        time_matters = node.wake(Clock::now()) || connection.place->replug_at;
+        time_matters = node.wake() || connection.place->replug_at;
     }
     if (time_matters) {
         hub.changed_.notify_all();
@@ -278,7 +278,7 @@ std::optional<TimePoint> MockedUsbfs::Hub::advance(TimePoint now,
         }
         place.node->advance(now);
         std::ranges::move(place.node->take_released(), std::back_inserter(released));
-        for (const auto& when : {place.node->wake(now), place.replug_at}) {
+        for (const auto& when : {place.node->wake(), place.replug_at}) {
             if (when && (!next || *when < *next)) {
                 next = when;
             }

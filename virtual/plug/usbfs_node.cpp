@@ -126,7 +126,7 @@ void UsbfsNode::remove_client(ClientId id) {
             port_.discard(current->first);
         }
     }
-    settle();
+    advance(Clock::now());
 }
 
 void UsbfsNode::advance(TimePoint now) {
@@ -134,8 +134,8 @@ void UsbfsNode::advance(TimePoint now) {
     settle();
 }
 
-std::optional<TimePoint> UsbfsNode::wake(TimePoint now) const {
-    auto earliest = port_.wake(now);
+std::optional<TimePoint> UsbfsNode::wake() const {
+    auto earliest = port_.wake();
     for (const auto& one : waiting_claims_) {
         if (!earliest || one.deadline < *earliest) {
             earliest = one.deadline;
@@ -148,7 +148,7 @@ void UsbfsNode::handle(ClientId id, UMockdevIoctlClient* client) {
     const auto request =
         static_cast<std::uint32_t>(umockdev_ioctl_client_get_request(client) & 0xFFFFFFFFU);
     const auto result = answer(id, client, umockdev_ioctl_client_get_arg(client), request);
-    settle();
+    advance(Clock::now());
     if (result) {
         give(client, *result);
     }

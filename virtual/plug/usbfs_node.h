@@ -35,7 +35,7 @@ class UsbfsNode {
 
     void advance(virtual_usb::TimePoint now);
     // When advance() should be called although no host program has come.
-    [[nodiscard]] std::optional<virtual_usb::TimePoint> wake(virtual_usb::TimePoint now) const;
+    [[nodiscard]] std::optional<virtual_usb::TimePoint> wake() const;
     [[nodiscard]] bool plugged() const { return port_.plugged(); }
     [[nodiscard]] unsigned number() const { return number_; }
 

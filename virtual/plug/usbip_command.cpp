@@ -160,7 +160,7 @@ void loop(UsbipServer& server, Hand& hand, const Fd& listener, const Fd& signals
             {.fd = lines.open() ? STDIN_FILENO : -1, .events = POLLIN, .revents = 0},
             {.fd = listener.get(), .events = POLLIN, .revents = 0}};
         server.add_to(events);
-        wait(events, server.wake(Clock::now()));
+        wait(events, server.wake());
         if (events[0].revents != 0) {
             return;
         }

@@ -187,10 +187,10 @@ void UsbipServer::add_to(std::vector<pollfd>& waiting) const {
     }
 }
 
-std::optional<TimePoint> UsbipServer::wake(TimePoint now) const {
+std::optional<TimePoint> UsbipServer::wake() const {
     std::optional<TimePoint> earliest;
     for (const auto& place : places_) {
-        const auto port_wakes = place.port ? place.port->wake(now) : std::nullopt;
+        const auto port_wakes = place.port ? place.port->wake() : std::nullopt;
         for (const auto& when : {port_wakes, place.replug_at}) {
             if (when && (!earliest || *when < *earliest)) {
                 earliest = when;

@@ -53,7 +53,7 @@ class UsbipServer {
 
     // What the loop has to wait for, and until when.
     void add_to(std::vector<pollfd>& waiting) const;
-    [[nodiscard]] std::optional<virtual_usb::TimePoint> wake(virtual_usb::TimePoint now) const;
+    [[nodiscard]] std::optional<virtual_usb::TimePoint> wake() const;
 
     // Does what can be done without waiting.
     void serve(virtual_usb::TimePoint now);

@@ -180,6 +180,7 @@ bool Port::discard(std::uint64_t id) {
 }
 
 void Port::advance(TimePoint now) {
+    advanced_ = std::max(advanced_, now);
     bool moved = true;
     while (moved && plugged_) {
         moved = false;
@@ -192,10 +193,10 @@ void Port::advance(TimePoint now) {
     }
 }
 
-std::optional<TimePoint> Port::wake(TimePoint now) const {
+std::optional<TimePoint> Port::wake() const {
     std::optional<TimePoint> earliest;
     const auto consider = [&](TimePoint when) {
-        if (when > now && (!earliest || when < *earliest)) {
+        if (when > advanced_ && (!earliest || when < *earliest)) {
             earliest = when;
         }
     };
@@ -207,7 +208,7 @@ std::optional<TimePoint> Port::wake(TimePoint now) const {
         }
     }
     if (waiting) {
-        if (const auto ready = device_.ready_at(now)) {
+        if (const auto ready = device_.ready_at(advanced_)) {
             consider(*ready);
         }
     }

@@ -71,14 +71,15 @@ class Port {
     int submit(Urb urb, TimePoint now);
 
     // Takes a transfer back: it completes with -ENOENT and what had moved so far. False if it is
-    // not (or no longer) in flight.
+    // not (or no longer) in flight. What waited behind it moves with the next advance().
     bool discard(std::uint64_t id);
 
     // Moves what can move.
     void advance(TimePoint now);
 
-    // When advance() should be called although the host has sent nothing.
-    [[nodiscard]] std::optional<TimePoint> wake(TimePoint now) const;
+    // When advance() should be called again although the host has sent nothing. What has become due
+    // since it was called last is told too: whoever asks later than that would else wait for ever.
+    [[nodiscard]] std::optional<TimePoint> wake() const;
 
     // Every transfer in flight completes with -ESHUTDOWN.
     void unplug();
@@ -130,6 +131,7 @@ class Port {
     PortMonitor* monitor_;
     std::vector<Fault> faults_;
     unsigned bulk_transfers_ = 0;
+    TimePoint advanced_; // to there
     bool plugged_ = true;
     std::uint8_t configuration_ = 0;
     std::map<std::uint8_t, EndpointInfo> endpoints_;
