@@ -12,6 +12,7 @@
 
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <ctime>
 #include <iostream>
 #include <memory>
@@ -139,6 +140,18 @@ TEST_F(Default, TheCardInSlotTwoIsPoweredAndAnswers) {
               "80 0B 00 00 00 00 00 00 00 00 3B 67 00 00 51 41 56 45 4E 30 31");
     EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00 00 01 00 00 00");
     EXPECT_EQ(answer_to(select_nothing()), "80 07 00 00 00 00 02 00 00 00 00 A4 04 00 00 90 00");
+}
+
+TEST_F(Default, ASetConfigurationLeavesNoReply) {
+    open_slot();
+    answer_to(power_on());
+    ASSERT_EQ(send(slot_status()), 0);
+    EXPECT_EQ(libusb_set_configuration(handle_, 1), LIBUSB_ERROR_BUSY);
+    ASSERT_EQ(libusb_release_interface(handle_, slot_2), 0);
+    EXPECT_EQ(libusb_set_configuration(handle_, 7), LIBUSB_ERROR_NOT_FOUND);
+    EXPECT_EQ(libusb_set_configuration(handle_, 1), 0);
+    ASSERT_EQ(libusb_claim_interface(handle_, slot_2), 0);
+    EXPECT_EQ(answer_to(hex("65 00 00 00 00 00 02 00 00 00")), "81 00 00 00 00 00 02 01 00 01");
 }
 
 TEST_F(Default, SlotOneIsEmpty) {
@@ -370,6 +383,28 @@ TEST_F(QuickCard, NoneOfManyRepliesIsForgotten) {
     }
 }
 
+// The launcher's tests run these two one after the other on one bus, with a card that takes 130 ms
+// to answer.
+class KilledHost : public Host {};
+
+TEST_F(KilledHost, DiesWhileAReplyIsOnItsWay) {
+    open_slot();
+    answer_to(power_on());
+    ASSERT_EQ(send(select_nothing()), 0);
+    std::thread([this] { receive(); }).detach();
+    std::this_thread::sleep_for(milliseconds(30));
+    std::raise(SIGKILL);
+}
+
+class HostAfterwards : public Host {};
+
+TEST_F(HostAfterwards, FindsTheReplyThatWasNotRead) {
+    open_slot();
+    EXPECT_EQ(answer_to(hex("65 00 00 00 00 00 09 00 00 00")),
+              "80 07 00 00 00 00 02 00 00 00 00 A4 04 00 00 90 00");
+    EXPECT_EQ(receive(), "81 00 00 00 00 00 09 00 00 00");
+}
+
 // Faults come after three good transfers: power on, its answer, one command.
 class FaultyReader : public Host {
   protected:
@@ -458,6 +493,29 @@ TEST_F(FaultLate, OneAnswerTakesItsTime) {
     EXPECT_EQ(receive(), good);
     EXPECT_GE(Clock::now() - before, milliseconds(150));
     EXPECT_LT(Clock::now() - before, milliseconds(1000));
+}
+
+class LateReply : public FaultyReader {};
+
+TEST_F(LateReply, IsTheAnswerToTheNextCommandOfAHostThatGaveUp) {
+    const auto before = Clock::now();
+    EXPECT_EQ(receive(50), "LIBUSB_ERROR_TIMEOUT");
+    EXPECT_EQ(answer_to(hex("65 00 00 00 00 00 02 00 00 00")), good);
+    EXPECT_GE(Clock::now() - before, milliseconds(150)) << "giving up makes it come no sooner";
+    EXPECT_EQ(receive(), "81 00 00 00 00 00 02 00 00 00");
+}
+
+class LateReplyAndReset : public FaultyReader {};
+
+TEST_F(LateReplyAndReset, NothingOfItIsLeft) {
+    EXPECT_EQ(receive(50), "LIBUSB_ERROR_TIMEOUT");
+    EXPECT_EQ(libusb_reset_device(handle_), 0);
+    EXPECT_EQ(answer_to(hex("65 00 00 00 00 00 02 00 00 00")), "81 00 00 00 00 00 02 01 00 01");
+    std::uint8_t configuration = 0;
+    EXPECT_EQ(libusb_control_transfer(handle_, LIBUSB_ENDPOINT_IN, LIBUSB_REQUEST_GET_CONFIGURATION,
+                                      0, 0, &configuration, 1, 1000),
+              1);
+    EXPECT_EQ(configuration, 1);
 }
 
 // usbfs without libusb: the blocking form of reaping, which libusb never uses.

@@ -164,6 +164,15 @@ TEST_F(Launcher, TakesItsCommandAlongWhenItIsKilled) {
     EXPECT_TRUE(comes_true([&process] { return read_file(process).empty(); }));
 }
 
+TEST_F(Launcher, KeepsTheReplyOfAKilledCommandForTheNextOne) {
+    const std::string host = shell_word(host_tests) + " --gtest_filter=";
+    EXPECT_EQ(run("--speed 1200", "sh -c \"" + host + "KilledHost.*; echo ended with \\$?; exec " +
+                                      host + "HostAfterwards.*\""),
+              0)
+        << output();
+    EXPECT_NE(output().find("ended with 137\n"), std::string::npos);
+}
+
 TEST_F(Launcher, TwoOfThemDoNotMeet) {
     const std::string one = shell_word(echo_reader) + " run -- " + shell_word(host_tests) +
                             " --gtest_filter=Default.AnInterfaceGoesToOneHandleAtATime";

@@ -109,6 +109,16 @@ TEST_F(PortWithReader, AnUnplugEndsWhatIsInFlight) {
     EXPECT_EQ(port_->submit({.id = 99, .endpoint = reader::slot_2.bulk_in}, now_), -ENODEV);
 }
 
+TEST_F(PortWithReader, AResetEndsWhatIsInFlightAndLeavesNothing) {
+    plug({.baud = 1200});
+    send(hex("62 00 00 00 00 00 00 00 00 00"));
+    EXPECT_EQ(receive().status, -EINPROGRESS);
+    const auto waiting = id_;
+    port_->reset();
+    EXPECT_EQ(completion_of(waiting).status, -ENOENT);
+    EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00 00 01 01 00 01");
+}
+
 TEST_F(PortWithReader, WhatBecomesDueBetweenMovingAndAskingIsTold) {
     plug({.baud = 1200});
     send(hex("62 00 00 00 00 00 00 00 00 00"));
@@ -186,6 +196,18 @@ TEST_F(ControlTransfers, StringsAreUtf16) {
 TEST_F(ControlTransfers, TheConfigurationIsChosenWhenTheDeviceAppears) {
     plug();
     EXPECT_EQ(show(request("80 08 00 00 00 00 01 00").data), "01");
+}
+
+TEST_F(ControlTransfers, SettingTheConfigurationEmptiesQueuesAndLiftsHalts) {
+    plug();
+    power_on();
+    send(slot_status());
+    EXPECT_EQ(request("02 03 00 00 84 00 00 00").status, 0); // SET_FEATURE(ENDPOINT_HALT)
+    EXPECT_EQ(receive().status, -EPIPE);
+    EXPECT_EQ(request("00 09 07 00 00 00 00 00").status, -EPIPE) << "there is no such one";
+    EXPECT_EQ(receive().status, -EPIPE);
+    EXPECT_EQ(request("00 09 01 00 00 00 00 00").status, 0);
+    EXPECT_EQ(answer_to(hex("65 00 00 00 00 00 02 00 00 00")), "81 00 00 00 00 00 02 01 00 01");
 }
 
 TEST_F(ControlTransfers, TheKeypadHasAReportDescriptor) {
@@ -278,6 +300,22 @@ TEST_F(Faults, ALateTransferMovesWhenItsTimeHasCome) {
     port_->advance(now_);
     EXPECT_EQ(completion_of(id_).status, 0);
     EXPECT_EQ(show(receive().data), "81 00 00 00 00 00 01 00 00 00");
+}
+
+TEST_F(Faults, ALateReplyIsNoSoonerThereForAHostThatGaveUp) {
+    using std::chrono::milliseconds;
+    plug({}, {{.after = 3, .kind = FaultKind::late, .delay = milliseconds(300)}});
+    power_on();
+    send(slot_status());
+    receive();
+    port_->discard(id_);
+    EXPECT_EQ(send(hex("65 00 00 00 00 00 02 00 00 00")).status, 0);
+    EXPECT_EQ(receive().status, -EINPROGRESS);
+    EXPECT_EQ(port_->wake(), now_ + milliseconds(300));
+    now_ += milliseconds(300);
+    port_->advance(now_);
+    EXPECT_EQ(show(completion_of(id_).data), "81 00 00 00 00 00 01 00 00 00");
+    EXPECT_EQ(show(receive().data), "81 00 00 00 00 00 02 00 00 00");
 }
 
 TEST_F(Faults, SeveralHappenOneAfterTheOther) {

@@ -217,7 +217,7 @@ long UsbfsNode::perform(ClientId id, UMockdevIoctlData* arg, std::uint32_t reque
     case USBDEVFS_SETINTERFACE:
         return set_interface(id, arg);
     case USBDEVFS_RESET:
-        port_.reset();
+        port_.enumerate(Clock::now()); // the configuration is set again
         return 0;
     case USBDEVFS_GETDRIVER:
         return driver_name(arg);
@@ -244,7 +244,10 @@ long UsbfsNode::perform_on_number(ClientId id, unsigned number, std::uint32_t re
     case USBDEVFS_RELEASEINTERFACE:
         return claims_.release(id, low);
     case USBDEVFS_SETCONFIGURATION:
-        return claims_.any_claimed() ? -EBUSY : 0;
+        if (claims_.any_claimed()) {
+            return -EBUSY;
+        }
+        return port_.set_configuration(low) ? 0 : -EINVAL;
     default: // CLEAR_HALT; RESETEP alone sets the host's side back, which has no state here
         if (!port_.interface_of(low)) {
             return -ENOENT;

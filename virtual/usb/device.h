@@ -98,7 +98,8 @@ class Device {
     // The host cleared a halt: the endpoint answers again and has forgotten half a message.
     virtual void clear_halt(std::uint8_t endpoint) = 0;
 
-    // Port reset, and every (re)connection to the bus.
+    // Port reset, a configuration set, and every (re)connection to the bus: nothing that was sent
+    // or waited to be read is left.
     virtual void reset() = 0;
 
     // The cable was pulled: power is gone.

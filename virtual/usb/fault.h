@@ -16,7 +16,7 @@ enum class FaultKind : std::uint8_t {
     overflow,  // the device sends more than the host's buffer takes (IN)
     cut_short, // half of the answer's bytes (IN)
     garbage,   // as many bytes, all of them wrong (IN)
-    late,      // the transfer moves only after a delay
+    late,      // the endpoint moves nothing for a while, and goes on then
 };
 
 struct Fault {

@@ -87,6 +87,9 @@ Port::Port(Device& device, PortMonitor* monitor, std::vector<Fault> faults)
 
 void Port::read_configuration() {
     const Bytes bytes = device_.configuration_descriptor();
+    if (bytes.size() > 5) {
+        offered_configuration_ = bytes[5]; // bConfigurationValue
+    }
     std::uint8_t interface = 0;
     for (std::size_t at = 0; at + 2 <= bytes.size() && bytes[at] >= 2; at += bytes[at]) {
         const auto one =
@@ -106,15 +109,14 @@ void Port::read_configuration() {
 void Port::enumerate(TimePoint now) {
     reset();
     const Bytes configuration = device_.configuration_descriptor();
-    const std::array requests{
-        control_read(request_get_descriptor, descriptor_device, 18),
-        control_read(request_get_descriptor, descriptor_configuration, 9),
-        control_read(request_get_descriptor, descriptor_configuration,
-                     static_cast<std::uint16_t>(configuration.size())),
-        control_write(request_set_configuration, configuration.size() > 5 ? configuration[5] : 1)};
+    const std::array requests{control_read(request_get_descriptor, descriptor_device, 18),
+                              control_read(request_get_descriptor, descriptor_configuration, 9),
+                              control_read(request_get_descriptor, descriptor_configuration,
+                                           static_cast<std::uint16_t>(configuration.size())),
+                              control_write(request_set_configuration, offered_configuration_)};
     for (const auto& request : requests) {
         submit(request, now);
-        completions_.clear();
+        completions_.pop_back(); // the request's own; what a reset ended stays
     }
 }
 
@@ -151,9 +153,10 @@ int Port::submit(Urb urb, TimePoint now) {
     }
     Flight flight;
     flight.fault = fault_for(urb);
-    flight.not_before = now;
     if (flight.fault && flight.fault->kind == FaultKind::late) {
-        flight.not_before = now + flight.fault->delay;
+        // The device is late, not the transfer: a host that gives up and tries again does not get
+        // the reply sooner.
+        late_until_[urb.endpoint] = now + flight.fault->delay;
     }
     flight.urb = std::move(urb);
     const bool pulled = flight.fault && flight.fault->kind == FaultKind::unplug;
@@ -204,7 +207,9 @@ std::optional<TimePoint> Port::wake() const {
     for (const auto& [key, queue] : queues_) {
         if (!queue.empty()) {
             waiting = true;
-            consider(queue.front().not_before);
+            if (const auto late = late_until_.find(key); late != late_until_.end()) {
+                consider(late->second);
+            }
         }
     }
     if (waiting) {
@@ -220,23 +225,38 @@ void Port::unplug() {
         return;
     }
     plugged_ = false;
-    for (auto& [key, queue] : queues_) {
-        for (auto& flight : queue) {
-            finish(flight, -ESHUTDOWN);
-        }
-        queue.clear();
-    }
+    end_flights(-ESHUTDOWN);
     device_.unplugged();
 }
 
+void Port::end_flights(int status) {
+    for (auto& [key, queue] : queues_) {
+        for (auto& flight : queue) {
+            finish(flight, status);
+        }
+        queue.clear();
+    }
+}
+
 void Port::reset() {
+    end_flights(-ENOENT);
+    set_configuration(0);
+}
+
+bool Port::set_configuration(std::uint8_t value) {
+    if (value != 0 && value != offered_configuration_) {
+        return false;
+    }
+    configuration_ = value;
     halted_.clear();
-    configuration_ = 0;
+    late_until_.clear();
     device_.reset();
+    return true;
 }
 
 void Port::clear_halt(std::uint8_t endpoint) {
     halted_.erase(endpoint);
+    late_until_.erase(endpoint);
     device_.clear_halt(endpoint);
 }
 
@@ -293,11 +313,12 @@ bool Port::step(Flight& flight, TimePoint now) {
     if (flight.fault && flight.fault->kind == FaultKind::timeout) {
         return false;
     }
-    if (now < flight.not_before) {
-        return false;
-    }
     if (flight.urb.type == TransferType::control) {
         return step_control(flight, now);
+    }
+    if (const auto late = late_until_.find(flight.urb.endpoint);
+        late != late_until_.end() && now < late->second) {
+        return false;
     }
     if (flight.fault && flight.fault->kind == FaultKind::halt) {
         halted_.insert(flight.urb.endpoint);
@@ -407,8 +428,7 @@ std::optional<Reply> Port::standard_request(const Setup& setup) {
         case request_get_configuration:
             return Reply::ack({configuration_});
         case request_set_configuration:
-            configuration_ = low;
-            return Reply::ack();
+            return set_configuration(low) ? Reply::ack() : Reply::stall();
         default:
             return Reply::stall();
         }

@@ -81,7 +81,7 @@ class Port {
     // since it was called last is told too: whoever asks later than that would else wait for ever.
     [[nodiscard]] std::optional<TimePoint> wake() const;
 
-    // Every transfer in flight completes with -ESHUTDOWN.
+    // Every transfer in flight completes with -ESHUTDOWN; at a reset, with -ENOENT.
     void unplug();
     [[nodiscard]] bool plugged() const { return plugged_; }
 
@@ -89,6 +89,9 @@ class Port {
     void add_fault(Fault fault);
 
     void reset();
+    // Starts the device's endpoints anew, as a reset does (USB 2.0, 9.1.1.5). False if there is no
+    // such configuration.
+    bool set_configuration(std::uint8_t value);
     void clear_halt(std::uint8_t endpoint);
     // False if there is no such interface and alternate setting.
     bool set_interface(std::uint8_t interface, std::uint8_t alternate);
@@ -114,10 +117,10 @@ class Port {
         std::size_t sent = 0;
         bool all_sent = false;
         std::optional<Fault> fault;
-        TimePoint not_before;
     };
 
     void read_configuration();
+    void end_flights(int status);
     std::optional<Fault> fault_for(const Urb& urb);
     bool step(Flight& flight, TimePoint now);
     bool step_control(Flight& flight, TimePoint now);
@@ -133,10 +136,12 @@ class Port {
     unsigned bulk_transfers_ = 0;
     TimePoint advanced_; // to there
     bool plugged_ = true;
+    std::uint8_t offered_configuration_ = 1;
     std::uint8_t configuration_ = 0;
     std::map<std::uint8_t, EndpointInfo> endpoints_;
     std::set<std::pair<std::uint8_t, std::uint8_t>> settings_; // interface, alternate setting
     std::set<std::uint8_t> halted_;
+    std::map<std::uint8_t, TimePoint> late_until_;      // endpoints that move nothing before
     std::map<std::uint8_t, std::deque<Flight>> queues_; // by endpoint address, control under 0
     std::deque<Completion> completions_;
 };
