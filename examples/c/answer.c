@@ -145,10 +145,11 @@ static const char* take_field(const char* text, char* letter, char* value, size_
     if (strlen(text) < 4) {
         return NULL;
     }
-    const char digits[] = {text[1], text[2], text[3], '\0'};
+    /* Each character is worth its code minus that of '0': track 2 may have "02/", which is 19. */
+    const int length_said = 100 * (text[1] - '0') + 10 * (text[2] - '0') + (text[3] - '0');
     const char* from = text + 4;
     const size_t rest = strlen(from);
-    size_t length = strtoul(digits, NULL, 10);
+    size_t length = length_said > 0 ? (size_t)length_said : 0;
     length = length < rest ? length : rest;
     *letter = *text;
     snprintf(value, size, "%.*s", (int)length, from);

@@ -18,7 +18,7 @@ constexpr const char* transaction =
 qaven::Library library;
 
 void tell(const std::string& what, const std::string& value) {
-    std::cout << what << std::string(22 - what.size(), ' ') << value << std::endl;
+    std::cout << what << std::string(24 - what.size(), ' ') << value << std::endl;
 }
 
 // Runs a program and gives the line that it prints, or no value if it fails.
@@ -47,7 +47,7 @@ std::optional<bool> is_logged(const std::string& counter) {
 }
 
 Outcome transact(const std::string& issuer, bool may_repeat = true) {
-    const auto card = library.read_card({"|A|B|G|I|J|K", application, transaction, true});
+    const auto card = library.read_card({"|A|B|E|G|I|J|K", application, transaction, true});
     for (const auto& [letter, value] : card.fields) {
         tell(qaven::field_name(letter), value);
     }

@@ -50,11 +50,16 @@ final class Qaven {
         return new Gson().fromJson(json, new TypeToken<Map<String, String>>() {}.getType());
     }
 
+    /** Each character is worth its code minus 48: the length of track 2 may be "02/", which is 19. */
+    private static int length(String characters) {
+        return characters.chars().reduce(0, (length, code) -> 10 * length + code - 48);
+    }
+
     /** The fields of a text that repeats: letter, three-digit length, value. */
     static List<Map.Entry<Character, String>> fields(String text) {
         List<Map.Entry<Character, String>> found = new ArrayList<>();
         for (int at = 0, end; at + 4 <= text.length(); at = end) {
-            end = at + 4 + Integer.parseInt(text.substring(at + 1, at + 4));
+            end = at + 4 + length(text.substring(at + 1, at + 4));
             byte[] value = text.substring(at + 4, end).getBytes(StandardCharsets.ISO_8859_1);
             found.add(Map.entry(text.charAt(at), new String(value, Charset.forName("GBK")).strip()));
         }

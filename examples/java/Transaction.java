@@ -13,7 +13,7 @@ final class Transaction {
     static final String TRANSACTION =
         "P012000000001213R0040156S006190422T00203U006161355V013MRCH CNT 0001";
 
-    static void tell(String what, String value) { System.out.printf("%-22s%s%n", what, value); }
+    static void tell(String what, String value) { System.out.printf("%-24s%s%n", what, value); }
 
     static String readCard(String letters, boolean arqc) throws Qaven.Failure {
         var answer = Qaven.call("QAVEN_getICCardInfo", Map.of("TagList", letters,
@@ -53,7 +53,7 @@ final class Transaction {
     }
 
     static int transact(String issuer, boolean mayRepeat) throws Exception {
-        var request = Qaven.texts(readCard("|A|B|G|I|J|K", true));
+        var request = Qaven.texts(readCard("|A|B|E|G|I|J|K", true));
         String counter = Qaven.dataObject(request.get("ARQC"), "9F36");
         tell("transaction", counter);
         String[] reply = askIssuer(issuer, "authorise", request.get("ARQC")).split(" ");

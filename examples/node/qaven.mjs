@@ -33,11 +33,15 @@ export function call(name, request) {
   return JSON.parse(resmsg.toString("latin1", 0, resmsg.indexOf(0)));
 }
 
+// Each character is worth its code minus 48: the length of track 2 may be "02/", which is 19.
+const length = (characters) =>
+  [...characters].reduce((length, character) => 10 * length + character.charCodeAt(0) - 48, 0);
+
 // The fields of a text that repeats: letter, three-digit length, value.
 export function fields(text) {
   const found = [];
   for (let at = 0; at + 4 <= text.length;) {
-    const end = at + 4 + Number(text.slice(at + 1, at + 4));
+    const end = at + 4 + length(text.slice(at + 1, at + 4));
     found.push([text[at], fromGbk(Buffer.from(text.slice(at + 4, end), "latin1")).trim()]);
     at = end;
   }

@@ -12,7 +12,7 @@ const APPLICATION = "A000000333010101";
 // 12.13 yuan, 22 April 2019, 16:13:55, at a merchant's counter: letter, three-digit length, value.
 const TRANSACTION = "P012000000001213R0040156S006190422T00203U006161355V013MRCH CNT 0001";
 
-const tell = (what, value) => console.log(what.padEnd(22) + value);
+const tell = (what, value) => console.log(what.padEnd(24) + value);
 
 function readCard(letters, transaction = "") {
   const answer = qaven.call("QAVEN_getICCardInfo", {
@@ -49,7 +49,7 @@ async function isLogged(counter) {
 }
 
 async function transact(mayRepeat = true) {
-  const request = readCard("|A|B|G|I|J|K", TRANSACTION);
+  const request = readCard("|A|B|E|G|I|J|K", TRANSACTION);
   const counter = qaven.dataObject(request.ARQC, "9F36");
   tell("transaction", counter);
   const online = askIssuer("authorise", request.ARQC);

@@ -36,10 +36,16 @@ def call(function, **request):
     return json.loads(resmsg.value.decode("latin-1"))
 
 
+def length(characters):
+    """Each character is worth its code minus 48: the length of track 2 may be "02/", which is 19."""
+    hundreds, tens, ones = (ord(character) - 48 for character in characters)
+    return 100 * hundreds + 10 * tens + ones
+
+
 def fields(text):
     """The fields of a text that repeats: letter, three-digit length, value."""
     while len(text) >= 4:
-        end = 4 + int(text[1:4])
+        end = 4 + length(text[1:4])
         yield text[0], text[4:end].encode("latin-1").decode("gbk", "replace").strip()
         text = text[end:]
 

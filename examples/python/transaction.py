@@ -19,7 +19,7 @@ TRANSACTION = "P012000000001213R0040156S006190422T00203U006161355V013MRCH CNT 00
 
 
 def tell(what, value):
-    print(f"{what:22}{value}", flush=True)
+    print(f"{what:24}{value}", flush=True)
 
 
 def read_card(letters, transaction=""):
@@ -52,7 +52,7 @@ def is_logged(counter):
 
 
 def transact(may_repeat=True):
-    request = read_card("|A|B|G|I|J|K", TRANSACTION)
+    request = read_card("|A|B|E|G|I|J|K", TRANSACTION)
     counter = qaven.data_object(request["ARQC"], "9F36")
     tell("transaction", counter)
     online = ask_issuer("authorise", request["ARQC"])

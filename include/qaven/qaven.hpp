@@ -163,14 +163,23 @@ inline std::string utf8(std::string gbk) {
     return result;
 }
 
+// Each character is worth its code minus that of '0': the length of track 2 may be "02/", which
+// is 19.
+inline std::size_t field_length(std::string_view characters) {
+    int length = 0;
+    for (const char character : characters) {
+        length = 10 * length + (character - '0');
+    }
+    return static_cast<std::size_t>(std::max(length, 0));
+}
+
 // Letter, three-digit length in bytes, value, repeated; a card's log begins again with P.
 inline std::vector<Fields> field_groups(std::string_view text) {
     constexpr std::size_t head = 4;
     std::vector<Fields> groups;
     while (text.size() >= head) {
         const char letter = text.front();
-        const std::string digits(text.substr(1, head - 1));
-        std::string value(text.substr(head, std::strtoul(digits.c_str(), nullptr, 10)));
+        std::string value(text.substr(head, field_length(text.substr(1, head - 1))));
         text.remove_prefix(head + value.size());
         value.erase(value.find_last_not_of(' ') + 1);
         // NOLINTNEXTLINE(readability-container-contains): C++17 has only count

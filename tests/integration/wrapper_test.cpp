@@ -92,6 +92,12 @@ TEST(WrapperTexts, LengthsOfFieldsCountBytes) {
     EXPECT_EQ(groups.front(), (qaven::Fields{{'B', "张三"}, {'J', "001"}}));
 }
 
+TEST(WrapperTexts, HaveTheLengthOfTrack2InCharactersBeyondTheDigits) {
+    const auto groups = qaven::detail::field_groups("E02/6228000100001D30122J003001");
+    ASSERT_EQ(groups.size(), 1U);
+    EXPECT_EQ(groups.front(), (qaven::Fields{{'E', "6228000100001D30122"}, {'J', "001"}}));
+}
+
 TEST(WrapperTexts, EndWhereTheyAreCutShort) {
     EXPECT_EQ(qaven::detail::field_groups("A005123").at(0).at('A'), "123");
     EXPECT_TRUE(qaven::detail::field_groups("A00").empty());
