@@ -318,6 +318,47 @@ TEST_F(Faults, ALateReplyIsNoSoonerThereForAHostThatGaveUp) {
     EXPECT_EQ(show(receive().data), "81 00 00 00 00 00 02 00 00 00");
 }
 
+TEST_F(Faults, AShortPacketOfALongReplyLeavesTheRestOfIt) {
+    plug_with(FaultKind::cut_short);
+    send(hex("6F 05 00 00 00 00 01 00 00 00 00 C0 00 00 80"));
+    EXPECT_EQ(receive().data.size(), 32U);
+    EXPECT_EQ(answer_to(slot_status()).substr(0, 5), "37 38") << "the 55th byte of the data";
+}
+
+TEST_F(Faults, AnExtensionComesBeforeTheReply) {
+    using std::chrono::milliseconds;
+    plug({}, {{.after = 3, .kind = FaultKind::extension, .delay = milliseconds(300)}});
+    power_on();
+    EXPECT_EQ(answer_to(hex("6F 05 00 00 00 00 07 00 00 00 00 A4 04 00 00")),
+              "80 00 00 00 00 00 07 80 01 00");
+    const auto waiting = id_ + 1;
+    EXPECT_EQ(receive().status, -EINPROGRESS);
+    EXPECT_EQ(port_->wake(), now_ + milliseconds(300));
+    now_ += milliseconds(300);
+    port_->advance(now_);
+    EXPECT_EQ(show(completion_of(waiting).data),
+              "80 07 00 00 00 00 07 00 00 00 00 A4 04 00 00 90 00");
+    EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00 00 01 00 00 00") << "it happens once";
+}
+
+TEST_F(Faults, AnExtensionWaitsForAMessageToBegin) {
+    plug({}, {{.after = 2, .kind = FaultKind::extension}});
+    send(hex("62 00 00 00 00 00 00 00 00 00"));
+    receive(4); // an overflow: what is left of the packet is lost
+    EXPECT_EQ(receive().status, -EINPROGRESS) << "the fault's transfer, and nothing to read";
+    send(hex("6F 05 00 00 00 00 01 00 00 00 00 C0 00 00 34"));
+    EXPECT_EQ(completion_of(id_ - 1).data.size(), 10U);
+    EXPECT_EQ(receive().data.size(), 64U);
+    EXPECT_EQ(receive().data.size(), 0U);
+
+    plug({}, {{.after = 4, .kind = FaultKind::extension}});
+    power_on();
+    send(hex("6F 05 00 00 00 00 01 00 00 00 00 C0 00 00 34"));
+    EXPECT_EQ(receive().data.size(), 64U);
+    EXPECT_EQ(receive().data.size(), 0U) << "in the middle of a message";
+    EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00 00 01 80 01 00");
+}
+
 TEST_F(Faults, SeveralHappenOneAfterTheOther) {
     plug({}, {{.after = 1, .kind = FaultKind::cut_short}, {.after = 2, .kind = FaultKind::stall}});
     EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00");
@@ -344,6 +385,9 @@ TEST(FaultText, NamesWhenAndWhat) {
     EXPECT_EQ(usb::parse_fault("after=0:short").kind, FaultKind::cut_short);
     EXPECT_EQ(usb::parse_fault("after=0:late").delay, std::chrono::milliseconds(500));
     EXPECT_EQ(usb::parse_fault("after=0:late=20").delay, std::chrono::milliseconds(20));
+    const auto extension = usb::parse_fault("after=0:extension=20");
+    EXPECT_EQ(extension.kind, FaultKind::extension);
+    EXPECT_EQ(extension.delay, std::chrono::milliseconds(20));
 }
 
 TEST(FaultText, OfAnotherFormIsRefused) {

@@ -193,7 +193,7 @@ Both verbs:
   --pcap FILE             capture of the USB traffic, for Wireshark (pcapng)
   --fault after=N:KIND    after N bulk transfers one goes wrong; KIND is timeout, stall (this
                           transfer), halt (until cleared), unplug, overflow, short, garbage, late
-                          or late=MS; may be given several times
+                          or late=MS, extension or extension=MS; may be given several times
   --replug-after MS       an unplugged reader comes back after MS milliseconds
   --remove-card-after N   the card is taken out after N command APDUs
   --speed BAUD            the card's line takes its time: BAUD bit/s (default: none)

@@ -2,6 +2,7 @@
 #include "virtual/reader/reader.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace qaven::virtual_reader {
 namespace {
@@ -124,9 +125,11 @@ Handshake Reader::out(std::uint8_t endpoint, std::span<const std::uint8_t> packe
     }
     if (const auto message = station->assembler.packet(packet)) {
         if (const auto answer = station->slot.answer(*message)) {
+            bool first = true;
             for (auto& piece : to_packets(answer->message)) {
-                station->bulk_in.push_back(
-                    {.packet = std::move(piece), .ready = now + answer->delay});
+                station->bulk_in.push_back({.packet = std::move(piece),
+                                            .ready = now + answer->delay,
+                                            .starts_message = std::exchange(first, false)});
             }
         }
         station->check_card();
@@ -154,6 +157,23 @@ Reply Reader::in(std::uint8_t endpoint, TimePoint now) {
     Reply reply = Reply::ack(std::move(station->bulk_in.front().packet));
     station->bulk_in.pop_front();
     return reply;
+}
+
+bool Reader::ask_for_time(std::uint8_t endpoint, TimePoint now, TimePoint reply_at) {
+    constexpr std::uint8_t time_extension = 0x80; // bmCommandStatus 2 (CCID 1.10, 6.2.6)
+    constexpr std::uint8_t waiting_times = 1;
+    Station* const station = with_endpoint(endpoint);
+    if (station == nullptr || endpoint != station->interface.bulk_in || station->bulk_in.empty() ||
+        !station->bulk_in.front().starts_message) {
+        return false;
+    }
+    const Bytes& reply = station->bulk_in.front().packet;
+    const Bytes request{reply[0], 0, 0, 0, 0, reply[5], reply[6], time_extension, waiting_times, 0};
+    for (auto& outgoing : station->bulk_in) {
+        outgoing.ready = std::max(outgoing.ready, reply_at);
+    }
+    station->bulk_in.push_front({.packet = request, .ready = now, .starts_message = true});
+    return true;
 }
 
 void Reader::clear_halt(std::uint8_t endpoint) {

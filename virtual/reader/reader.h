@@ -29,6 +29,8 @@ class Reader : public virtual_usb::Device {
     virtual_usb::Handshake out(std::uint8_t endpoint, std::span<const std::uint8_t> packet,
                                virtual_usb::TimePoint now) override;
     virtual_usb::Reply in(std::uint8_t endpoint, virtual_usb::TimePoint now) override;
+    bool ask_for_time(std::uint8_t endpoint, virtual_usb::TimePoint now,
+                      virtual_usb::TimePoint reply_at) override;
     void clear_halt(std::uint8_t endpoint) override;
     void reset() override;
     void unplugged() override;
@@ -39,6 +41,7 @@ class Reader : public virtual_usb::Device {
     struct Outgoing {
         Bytes packet;
         virtual_usb::TimePoint ready;
+        bool starts_message = false;
     };
     // A slot with its endpoints.
     struct Station {

@@ -95,6 +95,15 @@ class Device {
     // The host asks for one packet. `endpoint` is the address with bit 7 set (IN).
     virtual Reply in(std::uint8_t endpoint, TimePoint now) = 0;
 
+    // The device asks for more time for the message that comes next on this IN endpoint, which then
+    // comes at `reply_at`. False if none is about to come, or one has begun.
+    virtual bool ask_for_time(std::uint8_t endpoint, TimePoint now, TimePoint reply_at) {
+        static_cast<void>(endpoint);
+        static_cast<void>(now);
+        static_cast<void>(reply_at);
+        return false;
+    }
+
     // The host cleared a halt: the endpoint answers again and has forgotten half a message.
     virtual void clear_halt(std::uint8_t endpoint) = 0;
 

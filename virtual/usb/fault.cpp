@@ -17,16 +17,18 @@ using namespace std::string_view_literals;
 constexpr std::chrono::milliseconds default_delay{500};
 
 constexpr std::array kinds{
-    std::pair{"timeout"sv, FaultKind::timeout},   std::pair{"stall"sv, FaultKind::stall},
-    std::pair{"halt"sv, FaultKind::halt},         std::pair{"unplug"sv, FaultKind::unplug},
-    std::pair{"overflow"sv, FaultKind::overflow}, std::pair{"short"sv, FaultKind::cut_short},
-    std::pair{"garbage"sv, FaultKind::garbage},   std::pair{"late"sv, FaultKind::late},
+    std::pair{"timeout"sv, FaultKind::timeout},     std::pair{"stall"sv, FaultKind::stall},
+    std::pair{"halt"sv, FaultKind::halt},           std::pair{"unplug"sv, FaultKind::unplug},
+    std::pair{"overflow"sv, FaultKind::overflow},   std::pair{"short"sv, FaultKind::cut_short},
+    std::pair{"garbage"sv, FaultKind::garbage},     std::pair{"late"sv, FaultKind::late},
+    std::pair{"extension"sv, FaultKind::extension},
 };
 
 [[noreturn]] void refuse(std::string_view text) {
     throw std::invalid_argument("'" + std::string(text) +
                                 "' is no fault: it reads after=N:KIND, KIND being timeout, stall, "
-                                "halt, unplug, overflow, short, garbage, late or late=MS");
+                                "halt, unplug, overflow, short, garbage, late, late=MS, "
+                                "extension or extension=MS");
 }
 
 unsigned number(std::string_view digits, std::string_view whole) {
@@ -41,7 +43,7 @@ unsigned number(std::string_view digits, std::string_view whole) {
 
 bool hits_in_only(FaultKind kind) {
     return kind == FaultKind::overflow || kind == FaultKind::cut_short ||
-           kind == FaultKind::garbage;
+           kind == FaultKind::garbage || kind == FaultKind::extension;
 }
 
 Fault parse_fault(std::string_view text) {
@@ -60,7 +62,8 @@ Fault parse_fault(std::string_view text) {
         name = name.substr(0, equals);
     }
     for (const auto& [kind_name, kind] : kinds) {
-        if (name == kind_name && (equals == std::string_view::npos || kind == FaultKind::late)) {
+        const bool takes_time = kind == FaultKind::late || kind == FaultKind::extension;
+        if (name == kind_name && (equals == std::string_view::npos || takes_time)) {
             fault.kind = kind;
             return fault;
         }

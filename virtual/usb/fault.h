@@ -17,6 +17,7 @@ enum class FaultKind : std::uint8_t {
     cut_short, // half of the answer's bytes (IN)
     garbage,   // as many bytes, all of them wrong (IN)
     late,      // the endpoint moves nothing for a while, and goes on then
+    extension, // the device asks for more time, and answers after a while (IN)
 };
 
 struct Fault {
@@ -28,8 +29,8 @@ struct Fault {
 // True if the fault can only hit a transfer towards the host.
 [[nodiscard]] bool hits_in_only(FaultKind kind);
 
-// Reads "after=N:KIND" with KIND timeout, stall, halt, unplug, overflow, short, garbage, late or
-// late=MS. Throws std::invalid_argument with a sentence.
+// Reads "after=N:KIND" with KIND timeout, stall, halt, unplug, overflow, short, garbage, late,
+// late=MS, extension or extension=MS. Throws std::invalid_argument with a sentence.
 [[nodiscard]] Fault parse_fault(std::string_view text);
 
 } // namespace qaven::virtual_usb

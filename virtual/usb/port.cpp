@@ -297,6 +297,9 @@ std::set<std::uint8_t> Port::interfaces() const {
 }
 
 bool Port::finish(Flight& flight, int status) {
+    if (flight.fault && flight.fault->kind == FaultKind::extension) {
+        faults_.push_back(*flight.fault); // no message began: it is for one of the next transfers
+    }
     Completion completion;
     completion.status = status;
     completion.actual = flight.urb.in() ? flight.received.size() : flight.sent;
@@ -376,6 +379,10 @@ bool Port::step_out(Flight& flight, TimePoint now) {
 
 bool Port::step_in(Flight& flight, TimePoint now) {
     const std::size_t max_packet = endpoints_.at(flight.urb.endpoint).max_packet;
+    if (flight.fault && flight.fault->kind == FaultKind::extension &&
+        device_.ask_for_time(flight.urb.endpoint, now, now + flight.fault->delay)) {
+        flight.fault.reset();
+    }
     while (true) {
         Reply reply = device_.in(flight.urb.endpoint, now);
         if (reply.handshake == Handshake::nak) {
