@@ -210,8 +210,10 @@ TEST_F(ControlTransfers, SettingTheConfigurationEmptiesQueuesAndLiftsHalts) {
     EXPECT_EQ(answer_to(hex("65 00 00 00 00 00 02 00 00 00")), "81 00 00 00 00 00 02 01 00 01");
 }
 
-TEST_F(ControlTransfers, TheKeypadHasAReportDescriptor) {
+TEST_F(ControlTransfers, TheKeypadHasAHidAndAReportDescriptor) {
     plug();
+    EXPECT_EQ(show(request("81 06 00 21 00 00 09 00").data), "09 21 11 01 00 01 22 19 00");
+    EXPECT_EQ(request("81 06 00 23 00 00 09 00").status, -EPIPE);
     const auto report = request("81 06 00 22 00 00 FF 00").data;
     EXPECT_EQ(report.size(), 25U);
     EXPECT_EQ(report.at(0), 0x06);

@@ -138,13 +138,19 @@ Bytes device_descriptor() {
 Bytes configuration_descriptor() {
     Bytes bytes{9, 2, 0, 0, 3, 1, 0, 0x80, 100}; // three interfaces, bus-powered, 200 mA
     append(bytes, {9, 4, keypad_interface, 0, 1, class_hid, 0, 0, 0});
-    append(bytes, {9, 0x21, 0x11, 0x01, 0, 1, 0x22, low(keypad_report.size()), 0});
+    const Bytes hid = keypad_hid_descriptor();
+    bytes.insert(bytes.end(), hid.begin(), hid.end());
     append_endpoint(bytes, keypad_interrupt_in, transfer_interrupt, interrupt_packet_size, 10);
     append_ccid(bytes, slot_1);
     append_ccid(bytes, slot_2);
     bytes[2] = low(static_cast<std::uint32_t>(bytes.size()));
     bytes[3] = high(static_cast<std::uint32_t>(bytes.size()));
     return bytes;
+}
+
+Bytes keypad_hid_descriptor() {
+    // bLength, type, bcdHID 1.11, no country, one report descriptor and its length.
+    return {9, 0x21, 0x11, 0x01, 0, 1, 0x22, low(keypad_report.size()), 0};
 }
 
 Bytes keypad_report_descriptor() {

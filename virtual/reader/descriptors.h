@@ -32,6 +32,7 @@ inline constexpr std::uint32_t max_ccid_message_length = 271;
 
 [[nodiscard]] std::vector<std::uint8_t> device_descriptor();
 [[nodiscard]] std::vector<std::uint8_t> configuration_descriptor();
+[[nodiscard]] std::vector<std::uint8_t> keypad_hid_descriptor();
 [[nodiscard]] std::vector<std::uint8_t> keypad_report_descriptor();
 
 } // namespace qaven::virtual_reader

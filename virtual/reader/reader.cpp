@@ -19,6 +19,7 @@ constexpr std::uint8_t slot_card_present = 0x01;
 constexpr std::uint8_t slot_changed = 0x02;
 
 constexpr std::uint8_t request_get_descriptor = 6;
+constexpr std::uint8_t descriptor_hid = 0x21;
 constexpr std::uint8_t descriptor_hid_report = 0x22;
 
 constexpr std::uint8_t hid_get_report = 0x01;
@@ -96,8 +97,15 @@ Reply Reader::control(const Setup& setup, std::span<const std::uint8_t> data, Ti
     const std::uint8_t interface = setup.index & 0xFFU;
     if (interface == keypad_interface) {
         if (setup.request_type == standard_from_interface &&
-            setup.request == request_get_descriptor && setup.value >> 8U == descriptor_hid_report) {
-            return Reply::ack(keypad_report_descriptor());
+            setup.request == request_get_descriptor) {
+            switch (setup.value >> 8U) {
+            case descriptor_hid:
+                return Reply::ack(keypad_hid_descriptor());
+            case descriptor_hid_report:
+                return Reply::ack(keypad_report_descriptor());
+            default:
+                return Reply::stall();
+            }
         }
         if (setup.request_type == class_from_interface && setup.request == hid_get_report) {
             return Reply::ack(Bytes(interrupt_packet_size, 0)); // no key pressed
