@@ -107,6 +107,42 @@ TEST_F(Launcher, GivesASignalAs128AndItsNumber) {
     EXPECT_TRUE(nothing_left());
 }
 
+TEST_F(Launcher, LeavesSignalsToTheCommandAsTheyWere) {
+    const std::string line = "sh -c 'kill -PIPE $$; echo it lives'";
+    EXPECT_EQ(run("", line), 128 + SIGPIPE);
+    EXPECT_EQ(shell("trap '' PIPE; " + shell_word(echo_reader) + " run -- " + line), 0);
+    EXPECT_EQ(output(), "it lives\n");
+}
+
+// RTLD_DEEPBIND looks for open and ioctl in libusb's own libraries first; a libusb that is there
+// from the start has them from the mocked bus.
+TEST_F(Launcher, ShowsTheReaderToAHostThatBindsDeeplyIfLibusbIsPreloaded) {
+    const std::string command = shell_word(echo_reader) +
+                                " run -- /usr/bin/python3 -c 'import ctypes, os\n"
+                                "usb = ctypes.CDLL(\"libusb-1.0.so.0\", os.RTLD_NOW | "
+                                "os.RTLD_DEEPBIND)\n"
+                                "usb.libusb_init(None)\n"
+                                "usb.libusb_open_device_with_vid_pid.restype = ctypes.c_void_p\n"
+                                "usb.libusb_open_device_with_vid_pid(None, 0x2F7A, 0x4417) or "
+                                "exit(9)'";
+    EXPECT_EQ(shell(command), 9) << output();
+    EXPECT_EQ(shell("LD_PRELOAD=libusb-1.0.so.0 " + command), 0) << output();
+}
+
+TEST_F(Launcher, SaysThatItNeedsProc) {
+    const std::string without_proc = "unshare --map-root-user --mount sh -c '"
+                                     "mount -t tmpfs none /proc && exec \"$@\"' sh ";
+    if (shell(without_proc + "true") != 0) {
+        GTEST_SKIP() << "this kernel lets no user hide /proc: " << output();
+    }
+    EXPECT_EQ(shell(without_proc + shell_word(echo_reader) + " run -- true"), 125);
+    EXPECT_NE(output().find("without /proc"), std::string::npos) << output();
+    EXPECT_EQ(shell("echo quit | " + without_proc + shell_word(echo_reader) +
+                    " usbip --listen 127.0.0.1:0"),
+              0)
+        << output();
+}
+
 TEST_F(Launcher, TellsACommandThatIsMissingFromOneThatIsNoProgram) {
     EXPECT_EQ(run("", "/nonexistent/command"), 127);
     EXPECT_EQ(run("", "/"), 126);

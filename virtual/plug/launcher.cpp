@@ -65,7 +65,12 @@ void admit_preload_to_sanitizers() {
     setenv("LD_PRELOAD", preload.c_str(), 1);
     setenv(marker, "1", 1);
     admit_preload_to_sanitizers();
-    execv("/proc/self/exe", argv);
+    constexpr const char* own_program = "/proc/self/exe";
+    if (access(own_program, X_OK) != 0) {
+        throw std::runtime_error("umockdev finds no devices without /proc, which is not there; the "
+                                 "verb usbip does without");
+    }
+    execv(own_program, argv);
     throw std::system_error(errno, std::generic_category(), "cannot start again");
 }
 
@@ -95,15 +100,21 @@ class ShortTemporaryFolder {
 // taken down.
 class Signals {
   public:
-    Signals() {
-        std::signal(SIGCHLD, SIG_DFL); // whoever ignored it would take the exit status from us
+    // Whoever ignored SIGCHLD would take the exit status from us; umockdev's sockets would ignore
+    // SIGPIPE.
+    Signals()
+        : child_ended_(std::signal(SIGCHLD, SIG_DFL)), pipe_closed_(std::signal(SIGPIPE, SIG_IGN)) {
         sigemptyset(&set_);
         for (const int signal : {SIGCHLD, SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
             sigaddset(&set_, signal);
         }
         pthread_sigmask(SIG_BLOCK, &set_, &before_);
     }
-    void restore() const { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    void restore() const {
+        std::signal(SIGCHLD, child_ended_);
+        std::signal(SIGPIPE, pipe_closed_);
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
 
     // Waits until the child is gone; returns its wait status.
     [[nodiscard]] int wait_for(pid_t child) const {
@@ -122,6 +133,8 @@ class Signals {
     }
 
   private:
+    sighandler_t child_ended_;
+    sighandler_t pipe_closed_;
     sigset_t set_{};
     sigset_t before_{};
 };
