@@ -3,8 +3,8 @@
  *
  * Plain C; also usable from C++. Link with -lqaven (pkg-config qaven).
  *
- * A host calls one function at a time, from one thread at a time: reader, trace line buffer and
- * transaction globals are shared by all of them. Each call takes JSON text and answers with JSON
+ * One call runs at a time in a process; a call from a second thread waits. The calls of one
+ * transaction belong together, so one thread makes them. Each call takes JSON text and returns JSON
  * text in a buffer that the host supplies. Chinese text in error messages is GBK.
  *
  * Order of a whole online transaction:
@@ -16,8 +16,8 @@
  *     QAVEN_GetTxDetail                          the card's transaction log
  *     deinit
  *
- * The library appends what it was asked and what it answered, card numbers included, to Qm_ic.log
- * in the working directory. Progress lines go to standard output; with QAVEN_DIAGNOSTICS=stderr in
+ * The library appends requests and answers, card numbers included, to Qm_ic.log in the working
+ * directory. Progress lines go to standard output; with QAVEN_DIAGNOSTICS=stderr in
  * the environment to standard error, with QAVEN_DIAGNOSTICS=off nowhere.
  */
 #ifndef QAVEN_QAVEN_H
@@ -55,7 +55,7 @@ extern "C" {
  */
 enum qaven_result {
     QAVEN_OK = 0,
-    QAVEN_NO_CARD = -1,         /* no card in the reader; or its options are of a form not taken */
+    QAVEN_NO_CARD = -1,         /* no card, or another one than before; or GPO format unsupported */
     QAVEN_INVALID_CARD = -2,    /* folded from "invalid card" */
     QAVEN_NO_CRYPTOGRAM = -3,   /* no TC or ARQC, or a data object is missing */
     QAVEN_BAD_RESPONSE = -4,    /* data of issuer or card missing or illegal; libusb: reader gone */
@@ -74,7 +74,7 @@ enum qaven_result {
 };
 
 /*
- * initDriver: the first call of a host's sequence. Nothing needs preparing; always 0.
+ * initDriver: the first call of a host's sequence. There is nothing to prepare; always 0.
  */
 QAVEN_PUBLIC int initDriver(void);
 
@@ -139,7 +139,7 @@ QAVEN_PUBLIC int QAVEN_genARQC(const char* json, char* resmsg, char* errmsg, int
                                int reserved2);
 
 /*
- * QAVEN_ARPC_ExeICScript: hands the issuer's answer to the card of the ARQC step: issuer
+ * QAVEN_ARPC_ExeICScript: passes the issuer's answer to the card of the ARQC step: issuer
  * authentication, second GENERATE AC, one issuer script template.
  *
  * json    {"Txdata": transaction data string, "LpAppData": text of the ARQC step, "ARPC": issuer
