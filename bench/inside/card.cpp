@@ -158,6 +158,10 @@ int libusb_release_interface(libusb_device_handle* /*handle*/, int /*interface*/
     return 0;
 }
 
+int libusb_reset_device(libusb_device_handle* /*handle*/) {
+    return 0;
+}
+
 int libusb_bulk_transfer(libusb_device_handle* /*handle*/, unsigned char /*endpoint*/,
                          unsigned char* /*data*/, int length, int* transferred,
                          unsigned int /*timeout*/) {

@@ -508,6 +508,11 @@ struct WireCalls {
         return failed(code == 0 && !was_claimed ? static_cast<int>(LIBUSB_ERROR_NOT_FOUND) : code);
     }
 
+    static int reset_device(libusb_device_handle* handle) {
+        checked(handle);
+        return failed(bus().bus_code());
+    }
+
     static void count_transfer() {
         ++bus().transfers_;
         require(bus().transfers_ <= kMostTransfers, "an operation goes round in a circle");
@@ -681,6 +686,10 @@ int LIBUSB_CALL libusb_claim_interface(libusb_device_handle* handle, int interfa
 
 int LIBUSB_CALL libusb_release_interface(libusb_device_handle* handle, int interface) {
     return WireCalls::release_interface(handle, interface);
+}
+
+int LIBUSB_CALL libusb_reset_device(libusb_device_handle* handle) {
+    return WireCalls::reset_device(handle);
 }
 
 int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint,

@@ -4,7 +4,7 @@
 
 #include "engine/session.h"
 #include "qaven/qaven.h"
-#include "support/boundary.h"
+#include "support/operation.h"
 
 #include <algorithm>
 #include <array>
@@ -59,6 +59,11 @@ int follow_up(StatusWord status, unsigned char* cmd, int cmd_len) {
     }
 }
 
+int refused_reply() {
+    qaven::session::refuse_reply();
+    return QAVEN_ILLEGAL_DATA;
+}
+
 int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len) {
     for (int follow_ups = 0;; ++follow_ups) {
         int length = 0;
@@ -67,7 +72,7 @@ int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len
             return result;
         }
         if (length < 2) {
-            return QAVEN_ILLEGAL_DATA;
+            return refused_reply();
         }
         const StatusWord status{resp[length - 2], resp[length - 1]};
         if (status.value() == 0x9000) {
@@ -75,7 +80,7 @@ int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len
             return 0;
         }
         if (status.value() == 0x0000) {
-            return QAVEN_ILLEGAL_DATA;
+            return refused_reply();
         }
         const int next = follow_ups < kMaxFollowUps ? follow_up(status, cmd, cmd_len) : 0;
         if (next == 0) {
@@ -89,6 +94,6 @@ int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len
 
 int Qm_Icc_EXApdu(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len,
                   int /*wait*/) {
-    return qaven::guarded(static_cast<int>(QAVEN_ILLEGAL_DATA),
-                          [&] { return exchange(cmd, cmd_len, resp, resp_len); });
+    return qaven::operation::locked(static_cast<int>(QAVEN_ILLEGAL_DATA),
+                                    [&] { return exchange(cmd, cmd_len, resp, resp_len); });
 }

@@ -15,6 +15,7 @@
 #include "support/boundary.h"
 #include "support/bounded_text.h"
 #include "support/decimal.h"
+#include "support/operation.h"
 #include "support/utils.h"
 
 #include <algorithm>
@@ -323,7 +324,7 @@ int ZEB_ICC_ARPC_ExeICScript(char* /*p1*/, char* /*p2*/, char* /*p3*/, char* /*p
                              char* /*p6*/, char* /*p7*/, char* /*p8*/, char* /*p9*/, char* TxData,
                              char* lpicappdata, char* /*p12*/, char* ARPC, char* HostStatus,
                              char* TC, char* ScriptResult, char* ErrMsg) {
-    return qaven::guarded(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+    return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
         return qaven::arpc::run({TxData, lpicappdata, ARPC, HostStatus, TC, ScriptResult, ErrMsg});
     });
 }

@@ -17,6 +17,7 @@
 #include "support/boundary.h"
 #include "support/bounded_text.h"
 #include "support/gbk_text.h"
+#include "support/operation.h"
 #include "support/qmlog.h"
 
 #include <array>
@@ -241,7 +242,7 @@ int ZEB_ICC_GenARQC(char* /*p1*/, char* /*p2*/, char* /*ReaderNameStr*/, char* /
                     char* /*p6*/, char* /*p7*/, char* /*p8*/, char* /*p9*/, char* TxData,
                     char* AIDList, char* lpicappdata, char* ARQCLen, char* ARQC, char* Field60,
                     char* /*p16*/, char* ErrMsg) {
-    const int result = qaven::guarded(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+    const int result = qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
         return qaven::arqc::run({TxData, AIDList, lpicappdata, ARQCLen, ARQC, Field60, ErrMsg});
     });
     if (result != 0) {

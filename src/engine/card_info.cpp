@@ -14,6 +14,7 @@
 #include "support/diagnostics.h"
 #include "support/gbk_text.h"
 #include "support/hex.h"
+#include "support/operation.h"
 #include "support/qmlog.h"
 
 #include <algorithm>
@@ -245,7 +246,7 @@ int Qm_ConvertFlag(const char* letters, int count, unsigned char* tagsout) {
 int ZEB_ICC_GetInfo(char* /*p0*/, char* /*p1*/, char* /*p2*/, char* /*p3*/, char* /*p4*/,
                     char* /*p5*/, char* /*p6*/, char* /*p7*/, char* /*p8*/, char* TagList,
                     char* AID, char* UserInfo, char* /*p12*/, char* IcData, char* ErrMsg) {
-    return qaven::guarded(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+    return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
         return card_info::read_card({TagList, AID}, {UserInfo, IcData, ErrMsg},
                                     qaven::session::AtSuccess::kEnd);
     });

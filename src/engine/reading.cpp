@@ -4,7 +4,7 @@
 #include "engine/commands.h"
 #include "engine/dol.h"
 #include "qaven/qaven.h"
-#include "support/boundary.h"
+#include "support/operation.h"
 
 #include <algorithm>
 
@@ -103,16 +103,34 @@ Bytes authentication_part(Bytes padded_record, std::size_t record_length, bool v
     return tlv::clipped(padded_record, value, length.value);
 }
 
-void read_entry(std::span<const unsigned char, 4> entry, ApplicationData& data) {
+// A reader that fails command after command will not be back for this card's next record.
+class FailuresInARow {
+  public:
+    // Counts a result; a refusal by the card is none of the transport's failures.
+    void count(int result) {
+        const bool transport = result < 0 && result != QAVEN_ILLEGAL_DATA;
+        number_ = transport ? number_ + 1 : 0;
+    }
+    bool too_many() const { return number_ >= kMost; }
+
+  private:
+    static constexpr int kMost = 3;
+    int number_ = 0;
+};
+
+void read_entry(std::span<const unsigned char, 4> entry, ApplicationData& data,
+                FailuresInARow& failures) {
     const unsigned char shifted_sfi = entry[0];
     if (shifted_sfi < kLowestSfi || shifted_sfi > kHighestSfi) {
         return;
     }
     int authenticated = 0;
     commands::Response record;
-    for (int number = entry[1]; number <= entry[2]; ++number) {
+    for (int number = entry[1]; number <= entry[2] && !failures.too_many(); ++number) {
         const auto sfi = static_cast<unsigned char>(shifted_sfi >> 3U);
-        if (commands::read_record(static_cast<unsigned char>(number), sfi, record) != 0) {
+        const int result = commands::read_record(static_cast<unsigned char>(number), sfi, record);
+        failures.count(result);
+        if (result != 0) {
             continue;
         }
         data.append(record.data());
@@ -167,8 +185,9 @@ void ApplicationData::append_authentication_data(tlv::Bytes data) {
 
 ApplicationData read_records(tlv::Bytes afl) {
     ApplicationData data;
+    FailuresInARow failures;
     for (std::size_t at = 0; at + 4 <= afl.size(); at += 4) {
-        read_entry(afl.subspan(at).first<4>(), data);
+        read_entry(afl.subspan(at).first<4>(), data, failures);
     }
     return data;
 }
@@ -181,7 +200,7 @@ int qmcx_GetProcOptions(unsigned char* fci, unsigned char fcilen, unsigned char*
                         int termdatalen, unsigned char* aip, unsigned char* aiplen,
                         unsigned char* afl, unsigned char* afllen) {
     *aiplen = 0;
-    return qaven::guarded(static_cast<int>(QAVEN_EMPTY_DATA), [&] {
+    return qaven::operation::locked(static_cast<int>(QAVEN_EMPTY_DATA), [&] {
         reading::Options options;
         const int result = reading::get_processing_options(
             qaven::tlv::host_buffer(fci, fcilen), qaven::tlv::host_buffer(termdata, termdatalen),
@@ -203,7 +222,7 @@ int qmcx_GetAppData(unsigned char* afl, unsigned char afllen, unsigned char* /*t
                     unsigned char* sdadata, int* sdadatalen) {
     *appdatalen = 0;
     *sdadatalen = 0;
-    return qaven::guarded(0, [&] {
+    return qaven::operation::locked(0, [&] {
         const auto data = reading::read_records(qaven::tlv::Bytes(afl, afllen));
         std::ranges::copy(data.bytes(), appdata);
         *appdatalen = static_cast<int>(data.bytes().size());

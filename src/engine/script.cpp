@@ -3,7 +3,7 @@
 
 #include "engine/apdu.h"
 #include "qaven/qaven.h"
-#include "support/boundary.h"
+#include "support/operation.h"
 
 #include <algorithm>
 #include <array>
@@ -77,7 +77,7 @@ Outcome execute(tlv::Bytes script) {
 
 int qmcx_exeicscript(unsigned char* script, int scriptlen, int* count) {
     *count = 0;
-    return qaven::guarded(static_cast<int>(QAVEN_EMPTY_DATA), [&] {
+    return qaven::operation::locked(static_cast<int>(QAVEN_EMPTY_DATA), [&] {
         const auto outcome = qaven::script::execute(
             qaven::tlv::Bytes(script, static_cast<std::size_t>(std::max(scriptlen, 0))));
         *count = outcome.count;

@@ -2,7 +2,7 @@
 #include "engine/selection.h"
 
 #include "engine/tlv.h"
-#include "support/boundary.h"
+#include "support/operation.h"
 #include "support/utils.h"
 
 #include <algorithm>
@@ -332,7 +332,7 @@ namespace selection = qaven::selection;
 
 int qmcx_PseAppSelect(unsigned char* name, unsigned char namelen, alist* list) {
     list->next = nullptr;
-    return qaven::guarded(0, [&] {
+    return qaven::operation::locked(0, [&] {
         selection::DirectoryWalk walk;
         return walk.select_and_walk(std::span(name, namelen), list, 1);
     });
@@ -340,14 +340,14 @@ int qmcx_PseAppSelect(unsigned char* name, unsigned char namelen, alist* list) {
 
 int qmcx_checkADF(unsigned char* fci, unsigned char fcilen, alist* list) {
     list->next = nullptr;
-    return qaven::guarded(0, [&] {
+    return qaven::operation::locked(0, [&] {
         selection::DirectoryWalk walk;
         return walk.walk(std::span(fci, fcilen), list, 1);
     });
 }
 
 int qmcx_AidAppSelect(int partial, unsigned char* aid, unsigned char aidlen, flist* list) {
-    return qaven::guarded(0, [&] {
+    return qaven::operation::locked(0, [&] {
         const auto by_name = [](unsigned char p2, std::span<const unsigned char> name,
                                 commands::Response& response) {
             return commands::select_file(selection::kByName, p2, name, response);

@@ -1,10 +1,19 @@
 // The process-wide reader object and the rules of its connection.
 #include "engine/session.h"
 
+#include "engine/in_step.h"
 #include "qaven/qaven.h"
 #include "support/diagnostics.h"
+#include "support/operation.h"
+#include "usb/link_state.h"
 
+#include <pthread.h>
+
+#include <algorithm>
 #include <array>
+#include <optional>
+#include <span>
+#include <utility>
 
 namespace qaven::session {
 
@@ -21,26 +30,136 @@ constexpr int kPrintedStatusBytes = 10;
 // The only reader connection of the process: zero at load, never destroyed.
 constinit CCID ccid{};
 
+// What its transfers tell.
+link::State& connection = []() -> link::State& {
+    link::watch(&ccid);
+    return link::of(&ccid);
+}();
+
 // The last transfer found the reader unplugged. Its handle is still held, but nothing will ever be
 // answered through it.
 constinit bool reader_gone = false;
 
-bool slot_holds_card() {
+// A connection of this process ended disturbed: what it left in the reader may still come.
+constinit bool left_disturbed = false;
+
+// The connection was given up. Until the next opening, or the end of what was going on, commands
+// fail as if nobody answered.
+constinit bool given_up = false;
+
+[[gnu::constructor]] void watch_forks() {
+    pthread_atfork(nullptr, nullptr, forget);
+}
+
+void close() {
+    left_disturbed = left_disturbed || (live() && connection.disturbed);
+    ccid.close();
+}
+
+// Closes the reader without another word to it.
+void give_up() {
+    if (ccid.handle != nullptr) {
+        close();
+    }
+    given_up = true;
+}
+
+// What the reader said to power-on and to the question for the slot's state.
+struct Welcome {
+    bool holds_card;
+    bool proves_older_answer;
+};
+
+Welcome welcome() {
+    const std::span<unsigned char, CCID::kPacketSize> atr(ccid.atr, CCID::kPacketSize);
+    std::ranges::fill(atr, static_cast<unsigned char>(0));
+    const auto power_on = static_cast<unsigned char>(ccid.seq);
+    ccid.poweron();
+
     std::array<unsigned char, CCID::kPacketSize> status{};
+    const auto question = static_cast<unsigned char>(ccid.seq);
     ccid.GetSlotStatus(status.data());
     for (const unsigned char byte : std::span(status).first(kPrintedStatusBytes)) {
         diagnostics::text("%02x ", byte);
     }
     diagnostics::text("\n");
-    return status[CCID::kStatusByte] != CCID::kNoCardPresent;
+    return {status[CCID::kStatusByte] != CCID::kNoCardPresent,
+            in_step::proves_older_answer(atr, CCID::kDataBlock, power_on) ||
+                in_step::proves_older_answer(status, CCID::kSlotStatus, question)};
+}
+
+void open(int interface) {
+    ccid.open(kReaderVendor, kReaderProduct, interface);
+    connection.until = operation::deadline();
+    reader_gone = false;
+}
+
+// Gets in step and asks anew, as if the reader had just been opened. Empty when older answers still
+// come.
+std::optional<Welcome> welcome_in_step() {
+    if (in_step::reach(ccid) != 0) {
+        return std::nullopt;
+    }
+    const Welcome anew = welcome();
+    return anew.proves_older_answer ? std::nullopt : std::optional(anew);
+}
+
+// Opens one slot and powers its card; true when the slot holds one. A reader that cannot be brought
+// into step is reset once, then given up. It counts as one with a card: the first command finds
+// out.
+bool open_slot(int interface, bool out_of_step) {
+    open(interface);
+    Welcome first = welcome();
+    if (!live() || !(out_of_step || first.proves_older_answer)) {
+        return first.holds_card;
+    }
+    if (const auto anew = welcome_in_step()) {
+        return anew->holds_card;
+    }
+    ccid.reset();
+    open(interface);
+    first = welcome();
+    if (!live() || !first.proves_older_answer) {
+        return first.holds_card;
+    }
+    if (const auto anew = welcome_in_step()) {
+        return anew->holds_card;
+    }
+    give_up();
+    return true;
 }
 
 } // namespace
 
 int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len, int timeout_ms) {
-    const int result = ccid.interact_apdu(cmd, cmd_len, resp, resp_len, timeout_ms);
+    if (!given_up && operation::over()) {
+        give_up();
+    }
+    if (given_up) {
+        return LIBUSB_ERROR_TIMEOUT;
+    }
+    operation::count_exchange();
+    connection.until = operation::deadline();
+    int result = live() && connection.disturbed ? in_step::reach(ccid) : 0;
+    if (result == LIBUSB_ERROR_TIMEOUT) {
+        give_up();
+    } else if (result == 0) {
+        result = ccid.interact_apdu(cmd, cmd_len, resp, resp_len, timeout_ms);
+    }
     reader_gone = reader_gone || result == LIBUSB_ERROR_NO_DEVICE;
     return result;
+}
+
+void refuse_reply() {
+    connection.disturbed = true;
+}
+
+void forget() {
+    ccid = CCID{};
+    connection = link::State{};
+    reader_gone = false;
+    left_disturbed = false;
+    given_up = false;
 }
 
 bool live() {
@@ -48,26 +167,33 @@ bool live() {
 }
 
 int open_with_card() {
+    given_up = false;
+    if (operation::over()) {
+        give_up();
+        return 0;
+    }
+    const bool out_of_step =
+        std::exchange(left_disturbed, false) || (live() && connection.disturbed);
     for (const int interface : kSlotInterfaces) {
-        ccid.open(kReaderVendor, kReaderProduct, interface);
-        reader_gone = false;
-        ccid.poweron();
-        if (slot_holds_card()) {
+        if (open_slot(interface, out_of_step)) {
             return 0;
         }
         ccid.poweroff();
-        ccid.close();
+        close();
     }
     return QAVEN_NO_CARD;
 }
 
 void end() {
+    given_up = false;
     // An opening that found no reader has still started libusb.
     if (ccid.handle == nullptr && !ccid.library_started) {
         return;
     }
-    ccid.poweroff();
-    ccid.close();
+    if (!operation::over()) {
+        ccid.poweroff();
+    }
+    close();
 }
 
 Visit::Visit() : opened_(!live()), result_(opened_ ? open_with_card() : 0) {}

@@ -15,6 +15,13 @@ enum class AtSuccess {
 // One command APDU over the current connection; see CCID::interact_apdu.
 int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len, int timeout_ms);
 
+// What the last exchange brought is no answer of a card: the reader may owe one.
+void refuse_reply();
+
+// Starts without a connection, as the child of a fork does: what was held, the open device and its
+// claim, stays with whoever holds it.
+void forget();
+
 // True while a reader is held, its interface claimed, and it has not been found gone.
 bool live();
 

@@ -2,6 +2,7 @@
 #include "engine/terminal_data.h"
 
 #include "support/gbk_text.h"
+#include "support/operation.h"
 #include "support/utils.h"
 
 #include <algorithm>
@@ -196,6 +197,8 @@ bool letter_value(char letter, tlv::Bytes converted, std::span<unsigned char> ou
 
 int Qm_PackGpoData(unsigned char* store, const unsigned char* txConverted) {
     namespace tlv = qaven::tlv;
+    // The date, the time and the random number that it leaves are the process's.
+    const qaven::operation::Lock lock;
     const auto packed = qaven::terminal_data::pack_area(tlv::Bytes(txConverted, tlv::kUnknownSize));
     std::ranges::copy(tlv::Bytes(packed.area).first(packed.reach), store);
     return static_cast<int>(qaven::terminal_data::kStoreSize);

@@ -13,6 +13,7 @@
 #include "support/bounded_text.h"
 #include "support/decimal.h"
 #include "support/hex.h"
+#include "support/operation.h"
 
 #include <algorithm>
 #include <array>
@@ -287,13 +288,13 @@ namespace transaction_log = qaven::transaction_log;
 int ZEB_ICC_GetTxDetail(char* /*p1*/, char* /*p2*/, char* /*p3*/, char* /*p4*/, char* /*p5*/,
                         char* /*p6*/, char* /*p7*/, char* /*p8*/, char* /*p9*/, char* AID,
                         char* TxDetail, char* /*p12*/, char* ErrMsg) {
-    return qaven::guarded(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+    return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
         return transaction_log::read_transactions(AID, TxDetail, ErrMsg);
     });
 }
 
 int ReadAmtLog(const char* aid, int recordIndex, char* out) {
-    const int result = qaven::guarded(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+    const int result = qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
         return transaction_log::read_loads(aid, recordIndex, out);
     });
     qm_closeicc();

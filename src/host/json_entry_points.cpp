@@ -4,6 +4,7 @@
 #include "host/lorim_pboc.h"
 #include "host/report.h"
 #include "support/boundary.h"
+#include "support/operation.h"
 #include "support/bounded_text.h"
 #include "support/diagnostics.h"
 #include "support/gbk_text.h"
@@ -134,7 +135,7 @@ class Answer {
 // Runs an entry point on buffers that exist.
 template <typename Body>
 int entry_point(char* resmsg, char* errmsg, Body&& body) {
-    return qaven::guarded(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+    return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
         const Answer answer(resmsg, errmsg);
         return answer.has_buffers() ? body(answer) : static_cast<int>(QAVEN_ILLEGAL_DATA);
     });

@@ -6,6 +6,7 @@
 #include "host/err.h"
 #include "host/report.h"
 #include "support/boundary.h"
+#include "support/operation.h"
 #include "support/diagnostics.h"
 
 #include <algorithm>
@@ -169,7 +170,7 @@ int read_transaction_log(const char* reader_name, const char* aid_list, char* tx
 } // namespace
 
 int getICCardInfo(const char* readerName, const char* tagList, const char* aidList, char* icInfo) {
-    return qaven::guarded(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+    return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
         return read_card_information(text_or_empty(readerName), text_or_empty(tagList),
                                      text_or_empty(aidList), icInfo);
     });
@@ -177,7 +178,7 @@ int getICCardInfo(const char* readerName, const char* tagList, const char* aidLi
 
 int genARQC(const char* readerName, const char* aryInput, const char* aidList, char* lpic,
             char* arqc, char* field60) {
-    return qaven::guarded(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+    return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
         return generate_arqc(text_or_empty(readerName), text_or_empty(aryInput),
                              text_or_empty(aidList), {lpic, arqc, field60});
     });
@@ -185,7 +186,7 @@ int genARQC(const char* readerName, const char* aryInput, const char* aidList, c
 
 int ARPC_ExeICScript(const char* txData, const char* lpic, const char* arpc, int status,
                      char* scriptResult, char* tc) {
-    return qaven::guarded(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+    return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
         return run_issuer_answer(
             {text_or_empty(txData), text_or_empty(lpic), text_or_empty(arpc), status}, scriptResult,
             tc);
@@ -193,7 +194,7 @@ int ARPC_ExeICScript(const char* txData, const char* lpic, const char* arpc, int
 }
 
 int GetTxDetail(const char* readerName, const char* aidList, char* txDetail) {
-    return qaven::guarded(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+    return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
         return read_transaction_log(text_or_empty(readerName), text_or_empty(aidList), txDetail);
     });
 }

@@ -3,6 +3,7 @@
 
 #include "support/boundary.h"
 #include "support/diagnostics.h"
+#include "usb/link_state.h"
 
 #include <algorithm>
 #include <array>
@@ -28,6 +29,10 @@ constexpr std::uint64_t packets_after_first(std::uint64_t data_length) {
     return (data_length + kHeader) / kPacket;
 }
 
+// bmCommandStatus of bStatus, and its value when the reader asks for more time (CCID 1.1, 6.2.6).
+constexpr unsigned char kCommandStatusMask = 0xC0;
+constexpr unsigned char kTimeExtension = 0x80;
+
 // The reader firmware counts the last packet from the APDU length, not from the bytes still unsent.
 constexpr std::size_t last_packet_length(std::size_t apdu_length) {
     return apdu_length % kPacket;
@@ -38,17 +43,17 @@ constexpr int further_packets_of_reply(unsigned char low_length) {
     return low_length / CCID::kPacketSize;
 }
 
-std::uint32_t reply_length(std::span<const unsigned char, kHeader> header) {
-    return static_cast<std::uint32_t>(header[1]) | static_cast<std::uint32_t>(header[2]) << 8U |
-           static_cast<std::uint32_t>(header[3]) << 16U |
-           static_cast<std::uint32_t>(header[4]) << 24U;
-}
-
 bool can_be_framed(const unsigned char* apdu, int len) {
     return len >= 0 && len <= CCID::kMaxApdu && (apdu != nullptr || len == 0);
 }
 
 } // namespace
+
+std::uint32_t CCID::announced_length(std::span<const unsigned char, kHeaderSize> header) {
+    return static_cast<std::uint32_t>(header[1]) | static_cast<std::uint32_t>(header[2]) << 8U |
+           static_cast<std::uint32_t>(header[3]) << 16U |
+           static_cast<std::uint32_t>(header[4]) << 24U;
+}
 
 void CCID::end_held_connection() {
     if (handle != nullptr) {
@@ -60,16 +65,21 @@ int CCID::open(int vid, int pid, int interface) {
     end_held_connection();
     Myusb::init(vid, pid);
     Myusb::setInterface(interface);
-    Myusb::open();
-    seq = 0;
-    return 0;
+    return open_device();
 }
 
 int CCID::open(int vid, int pid) {
     end_held_connection();
     Myusb::init(vid, pid);
+    return open_device();
+}
+
+int CCID::open_device() {
     Myusb::open();
     seq = 0;
+    auto& link = qaven::link::of(this);
+    link.numbers_replies = false;
+    link.reply_unfinished = false;
     return 0;
 }
 
@@ -86,16 +96,53 @@ void CCID::put_header(Message type, int apdu_length, std::span<unsigned char> me
     // The reader wants the low byte of dwLength alone: a command of 256 bytes or more announces its
     // length modulo 256.
     message[1] = static_cast<unsigned char>(apdu_length);
-    message[6] = static_cast<unsigned char>(seq);
+    message[kSequenceByte] = static_cast<unsigned char>(seq);
     seq = static_cast<int>(static_cast<unsigned int>(seq) + 1U);
 }
 
-int CCID::command(Message type, unsigned char* reply) {
+int CCID::send(Message type) {
     std::array<unsigned char, kHeader> message{};
     put_header(type, 0, message);
-    const int result = Myusb::write(message.data(), static_cast<int>(message.size()));
-    Myusb::read(reply, kPacketSize);
+    return Myusb::write(message.data(), static_cast<int>(message.size()));
+}
+
+int CCID::send_slot_status_request() {
+    return send(Message::kGetSlotStatus);
+}
+
+int CCID::command(Message type, unsigned char* reply) {
+    const int result = send(type);
+    auto& link = qaven::link::of(this);
+    link.reply_unfinished = false;
+    if (Myusb::read(reply, kPacketSize) == 0) {
+        std::array<unsigned char, kHeader> header{};
+        std::copy_n(reply, std::min(transferred, kHeaderSize), header.begin());
+        link.reply_unfinished = note_packet(note_header(header)) > 0;
+        link.disturbed = link.disturbed || link.reply_unfinished;
+    }
     return result;
+}
+
+// Takes down what a reply's header says of the connection; gives the bytes of the whole message.
+std::uint64_t CCID::note_header(std::span<const unsigned char, kHeaderSize> header) {
+    const std::uint64_t announced = announced_length(header);
+    // The reader asks for patience: the answer itself follows as a message of its own (CCID 1.1,
+    // 6.2.6).
+    const bool time_extension = (header[kStatusByte] & kCommandStatusMask) == kTimeExtension;
+    auto& link = qaven::link::of(this);
+    link.disturbed = link.disturbed || (time_extension && announced == 0);
+    link.numbers_replies = link.numbers_replies || header[kSequenceByte] != 0;
+    return kHeader + announced;
+}
+
+// Counts the packet that was just read against the bytes awaited of its message; gives those still
+// to come. A packet that is not full ends a message, whatever was announced.
+std::uint64_t CCID::note_packet(std::uint64_t awaited) {
+    const auto received = static_cast<std::uint64_t>(transferred);
+    const bool last = received < kPacket;
+    auto& link = qaven::link::of(this);
+    link.disturbed = link.disturbed || (last && received < awaited);
+    return last ? 0 : awaited - std::min(awaited, received);
 }
 
 int CCID::poweron() {
@@ -139,14 +186,18 @@ int CCID::send_apdu(std::span<const unsigned char> apdu) {
     return 0;
 }
 
-void CCID::drop_continuation(int timeout_ms) {
+// True when the message has ended.
+bool CCID::drop_continuation(int timeout_ms) {
     std::array<unsigned char, kPacket> dropped{};
     for (int k = 0; k < kMaxDroppedPackets; ++k) {
-        if (Myusb::readTimeout(dropped.data(), kPacketSize, timeout_ms) != 0 ||
-            transferred < kPacketSize) {
-            return;
+        if (Myusb::readTimeout(dropped.data(), kPacketSize, timeout_ms) != 0) {
+            return false;
+        }
+        if (transferred < kPacketSize) {
+            return true;
         }
     }
+    return false;
 }
 
 int CCID::interact_apdu(unsigned char* apdu, int len, unsigned char* resp, int* resp_len,
@@ -162,34 +213,41 @@ int CCID::interact_apdu(unsigned char* apdu, int len, unsigned char* resp, int* 
 }
 
 int CCID::receive_response(unsigned char* resp, int* resp_len, int timeout_ms) {
+    auto& link = qaven::link::of(this);
     std::array<unsigned char, 2 * kPacket> packet{};
     int result = Myusb::readTimeout(packet.data(), kPacketSize, timeout_ms);
     if (result != 0) {
         // Whatever a failed read left behind is no reply.
         packet.fill(0);
     }
-    const std::uint32_t announced = reply_length(std::span(packet).first<kHeader>());
+    const std::span header = std::span(packet).first<kHeader>();
+    const std::uint32_t announced = announced_length(header);
     const std::uint64_t further = packets_after_first(announced);
     const std::uint64_t needed = kFirstPacketData + kPacket * further;
     if (needed > kReplyBufferSize) {
-        if (transferred == kPacketSize) {
-            drop_continuation(timeout_ms);
-        }
+        link.disturbed = true;
+        link.reply_unfinished = transferred == kPacketSize && !drop_continuation(timeout_ms);
         *resp_len = 0;
         return kIllegalData;
     }
 
     *resp_len = static_cast<int>(announced);
     const std::span response(resp, static_cast<std::size_t>(needed));
-    std::ranges::fill(response, static_cast<unsigned char>(0));
     std::copy_n(packet.begin() + kHeader, kFirstPacketData, response.begin());
+    std::uint64_t awaited = result == 0 ? note_packet(note_header(header)) : 0;
     for (std::uint64_t k = 0; k < further; ++k) {
+        link.reply_unfinished = awaited > 0;
+        // Place by place: a host that holds no more than the reply really brings is not written
+        // past.
         const auto place = response.subspan(kFirstPacketData + kPacket * k, kPacket);
+        std::ranges::fill(place, static_cast<unsigned char>(0));
         result = Myusb::readTimeout(place.data(), kPacketSize, timeout_ms);
         if (result < 0) {
             return result;
         }
+        awaited = note_packet(awaited);
     }
+    link.reply_unfinished = awaited > 0;
     return result;
 }
 

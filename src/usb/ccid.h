@@ -6,6 +6,7 @@
 #include "support/export.h"
 #include "usb/myusb.h"
 
+#include <cstdint>
 #include <span>
 
 // One reader connection with CCID framing. Calling order: open, poweron, any number of exchanges,
@@ -25,6 +26,12 @@ class CCID : public Myusb {
     // Index of bStatus in a reply message, and its value when the slot holds no card.
     static constexpr int kStatusByte = 7;
     static constexpr unsigned char kNoCardPresent = 2; // bmICCStatus, the rest of the byte being 0
+
+    // Places in a message's header, and the types of replies (CCID 1.1, 6.2).
+    static constexpr int kTypeByte = 0;
+    static constexpr int kSequenceByte = 6;
+    static constexpr unsigned char kDataBlock = 0x80;
+    static constexpr unsigned char kSlotStatus = 0x81;
 
     // Starts a connection; one that is still held is ended first, because an interface can be
     // claimed only once. Always 0: a reader that is not there shows in the transfers that follow.
@@ -47,6 +54,9 @@ class CCID : public Myusb {
     // Asks for the slot's state: status (64 bytes) receives the reply, its byte kStatusByte says
     // whether there is a card. The result as of poweron; a missing reply leaves status as it was.
     QAVEN_API int GetSlotStatus(unsigned char* status);
+
+    // Sends the question for the slot's state and reads nothing; the result of sending.
+    int send_slot_status_request();
 
     // Myusb::close: the reader is free again.
     QAVEN_API void close();
@@ -72,6 +82,9 @@ class CCID : public Myusb {
     unsigned char atr[256]; // last reply to poweron or poweroff; ATR bytes from offset 10
     int seq;                // its low byte is the next bSeq
 
+    // The data length that a message's header announces.
+    static std::uint32_t announced_length(std::span<const unsigned char, kHeaderSize> header);
+
   private:
     enum class Message : unsigned char {
         kPowerOn = 0x62,
@@ -81,10 +94,14 @@ class CCID : public Myusb {
     };
 
     void end_held_connection();
+    int open_device();
     void put_header(Message type, int apdu_length, std::span<unsigned char> message);
+    int send(Message type);
     int command(Message type, unsigned char* reply);
+    std::uint64_t note_header(std::span<const unsigned char, kHeaderSize> header);
+    std::uint64_t note_packet(std::uint64_t awaited);
     int send_apdu(std::span<const unsigned char> apdu);
     int receive_response(unsigned char* resp, int* resp_len, int timeout_ms);
     int receive_rest(unsigned char* buf, int* len, unsigned int timeout_ms);
-    void drop_continuation(int timeout_ms);
+    bool drop_continuation(int timeout_ms);
 };

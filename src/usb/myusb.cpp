@@ -2,6 +2,7 @@
 #include "usb/myusb.h"
 
 #include "support/diagnostics.h"
+#include "usb/link_state.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -111,6 +112,7 @@ bool Myusb::give_back() {
 
 int Myusb::open() {
     give_back();
+    qaven::link::of(this).disturbed = false;
     handle = library_started
                  ? libusb_open_device_with_vid_pid(ctx, low16(vendor_id), low16(product_id))
                  : nullptr;
@@ -151,8 +153,29 @@ int Myusb::transfer(int endpoint, unsigned char* buf, int len, unsigned int time
     if (len < 0) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
+    auto& link = qaven::link::of(this);
+    const int result = transfer_until(link.until, endpoint, buf, len, timeout_ms);
+    link.disturbed = link.disturbed || result != 0;
+    return result;
+}
+
+int Myusb::transfer_until(std::chrono::steady_clock::time_point until, int endpoint,
+                          unsigned char* buf, int len, unsigned int timeout_ms) {
+    using std::chrono::steady_clock;
+    if (until != steady_clock::time_point{}) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(until - steady_clock::now()).count();
+        if (left <= 0) {
+            return LIBUSB_ERROR_TIMEOUT;
+        }
+        timeout_ms = static_cast<unsigned int>(std::min<std::int64_t>(timeout_ms, left));
+    }
     return libusb_bulk_transfer(handle, static_cast<unsigned char>(endpoint), buf, len,
                                 &transferred, timeout_ms);
+}
+
+bool Myusb::reset() {
+    return handle != nullptr && libusb_reset_device(handle) == 0;
 }
 
 int Myusb::write(unsigned char* buf, int len) {

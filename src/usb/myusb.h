@@ -8,6 +8,8 @@
 
 #include <libusb.h>
 
+#include <chrono>
+
 // One reader connection. Calling order: init, setInterface, open, any number of transfers, close.
 // The fields are public: the object is plain data that lives as long as the library.
 class Myusb {
@@ -64,12 +66,20 @@ class Myusb {
     bool library_started;   // init started libusb and close has not ended it yet
     bool interface_claimed; // open got the interface and close has not given it back yet
 
+    // Resets the device, as pulling and plugging it would; it must be opened again. True when
+    // libusb did so.
+    bool reset();
+
   private:
     // Releases the interface and closes the handle, if one is held; true when the release
     // succeeded.
     bool give_back();
 
+    int transfer_until(std::chrono::steady_clock::time_point until, int endpoint,
+                       unsigned char* buf, int len, unsigned int timeout_ms);
+
   protected:
-    // One bulk transfer on the held handle; 0, a negative libusb code, or kNoHandle.
+    // One bulk transfer on the held handle; 0, a negative libusb code (that of a time-out when the
+    // deadline has passed), or kNoHandle.
     int transfer(int endpoint, unsigned char* buf, int len, unsigned int timeout_ms);
 };

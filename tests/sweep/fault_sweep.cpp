@@ -215,7 +215,7 @@ class Sweep {
                 ++last;
             }
             const std::string entry = " " + std::to_string(index) + "-" + std::to_string(last) +
-                                      " " + message_name(transfers_[index].sent);
+                                      " " + message_name(transfers_[index].carried);
             if (line.size() + entry.size() > line_length) {
                 text += line + "\n";
                 line = " ";

@@ -3,11 +3,16 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <deque>
 #include <utility>
+
+#include <sys/syscall.h>
+#include <unistd.h>
 
 // The device as libusb lists it; a new one every time it is plugged in.
 struct libusb_device {
@@ -29,8 +34,22 @@ using virtual_usb::Urb;
 
 Bus* current_bus = nullptr;
 
+// Of the current bus, in nanoseconds; 0 without one.
+std::atomic<std::int64_t> shown_clock = 0;
+
 // A clock that has run for a while: nothing is earlier than the first moment.
 constexpr std::chrono::hours clock_start{1};
+
+// What the calendar says when the clock stands at zero.
+constexpr std::chrono::seconds calendar_start{1'790'000'000};
+
+timespec as_timespec(Duration time) {
+    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(time);
+    timespec result{};
+    result.tv_sec = whole.count();
+    result.tv_nsec = (time - whole).count();
+    return result;
+}
 
 std::uint16_t little_endian(std::span<const std::uint8_t> bytes, std::size_t at) {
     return static_cast<std::uint16_t>(bytes[at] | (bytes[at + 1] << 8U));
@@ -116,10 +135,30 @@ Bus::Bus(virtual_usb::Device& device)
         std::abort();
     }
     current_bus = this;
+    set_clock(now_);
 }
 
 Bus::~Bus() {
     current_bus = nullptr;
+    shown_clock = 0;
+}
+
+Bus& Bus::current() {
+    if (current_bus == nullptr) {
+        std::fputs("libusb was called without a bus\n", stderr);
+        std::abort();
+    }
+    return *current_bus;
+}
+
+std::optional<Duration> bus_clock() {
+    const Duration shown{shown_clock};
+    return shown.count() == 0 ? std::nullopt : std::optional(shown);
+}
+
+void Bus::set_clock(virtual_usb::TimePoint now) {
+    now_ = now;
+    shown_clock = Duration(now.time_since_epoch()).count();
 }
 
 void Bus::plug(std::vector<virtual_usb::Fault> faults) {
@@ -143,6 +182,33 @@ bool Bus::plugged() const {
     return port_ && port_->plugged();
 }
 
+void Bus::reset() {
+    if (plugged()) {
+        port_->enumerate(now_);
+    }
+}
+
+void Bus::pass(Duration time) {
+    set_clock(now_ + time);
+}
+
+void Bus::end_process() {
+    if (under_way_) {
+        port_->discard(*under_way_);
+        under_way_.reset();
+    }
+    if (port_) {
+        port_->completions().clear();
+    }
+    for (const auto& handle : handles_) {
+        handle->open = false;
+        handle->claimed.clear();
+    }
+    starts_ = 0;
+    lists_ = 0;
+    configurations_ = 0;
+}
+
 Bus::Spent Bus::spent() const {
     return {.time = now_ - begin_, .allowed = allowed_, .transfers = transfers_.size()};
 }
@@ -160,13 +226,7 @@ Bus::Holdings Bus::held() const {
 
 // The bodies of the libusb functions.
 struct LibusbCalls {
-    static Bus& bus() {
-        if (current_bus == nullptr) {
-            std::fputs("libusb was called without a bus\n", stderr);
-            std::abort();
-        }
-        return *current_bus;
-    }
+    static Bus& bus() { return Bus::current(); }
 
     static void misuse(std::string what) { bus().misuses_.push_back(std::move(what)); }
 
@@ -352,6 +412,14 @@ struct LibusbCalls {
         return LIBUSB_SUCCESS;
     }
 
+    static int reset_device(libusb_device_handle* handle) {
+        if (!check_handle("reset_device", handle) || !present(handle->device)) {
+            return LIBUSB_ERROR_NO_DEVICE;
+        }
+        bus().port_->reset();
+        return LIBUSB_SUCCESS;
+    }
+
     static int bulk_transfer(const libusb_device_handle* handle, std::uint8_t endpoint,
                              std::span<std::uint8_t> data, int& transferred, unsigned timeout_ms) {
         const bool in = (endpoint & LIBUSB_ENDPOINT_IN) != 0;
@@ -364,17 +432,22 @@ struct LibusbCalls {
         record.timeout_ms = timeout_ms;
         if (!in) {
             urb.data.assign(data.begin(), data.end());
-            record.sent = urb.data;
+            record.carried = urb.data;
         }
         if (!check_handle("bulk_transfer", handle) || !present(handle->device)) {
             record.result = LIBUSB_ERROR_NO_DEVICE;
         } else if (!claims_interface_of(*handle, endpoint)) {
             record.result = LIBUSB_ERROR_IO;
         } else {
+            witness(Bus::Moment::before);
             const auto end = run(std::move(urb), timeout_ms, data);
             record.submitted = true;
             record.result = end.code;
             record.moved = end.moved;
+            if (in) {
+                const auto received = data.first(std::min(end.moved, data.size()));
+                record.carried.assign(received.begin(), received.end());
+            }
             transferred = static_cast<int>(end.moved);
         }
         bus().allowed_ += std::chrono::milliseconds(timeout_ms);
@@ -402,6 +475,12 @@ struct LibusbCalls {
         std::size_t moved;
     };
 
+    static void witness(Bus::Moment moment) {
+        if (bus().witness_) {
+            bus().witness_(moment);
+        }
+    }
+
     // Submits and waits on the bus's clock.
     static End run(Urb urb, unsigned timeout_ms, std::span<std::uint8_t> data) {
         Bus& self = bus();
@@ -413,22 +492,27 @@ struct LibusbCalls {
         if (const int refused = self.port_->submit(std::move(urb), self.now_); refused != 0) {
             return {libusb_code(refused), 0};
         }
+        if (self.port_->completions().empty()) {
+            self.under_way_ = id;
+            witness(Bus::Moment::waiting);
+        }
         bool timed_out = false;
         while (self.port_->completions().empty()) {
             const auto wake = self.port_->wake();
             if (wake && (for_ever || *wake <= deadline)) {
-                self.now_ = *wake;
+                self.set_clock(*wake);
                 self.port_->advance(self.now_);
                 continue;
             }
             if (for_ever) {
                 misuse("a transfer that waits for ever");
             } else {
-                self.now_ = deadline;
+                self.set_clock(deadline);
             }
             timed_out = true;
             self.port_->discard(id);
         }
+        self.under_way_.reset();
         const Completion completion = std::move(self.port_->completions().front());
         self.port_->completions().pop_front();
         if (in) {
@@ -515,6 +599,10 @@ int LIBUSB_CALL libusb_release_interface(libusb_device_handle* handle, int inter
     return LibusbCalls::release_interface(handle, interface);
 }
 
+int LIBUSB_CALL libusb_reset_device(libusb_device_handle* handle) {
+    return LibusbCalls::reset_device(handle);
+}
+
 int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* dev_handle, unsigned char endpoint,
                                      unsigned char* data, int length, int* actual_length,
                                      unsigned int timeout) {
@@ -540,6 +628,30 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, std::uint8
         urb.data.assign(buffer.begin(), buffer.end());
     }
     return LibusbCalls::control_transfer(handle, urb, buffer, timeout);
+}
+
+// The process's clocks while a bus is there: its own, so that a deadline of the library passes
+// without anybody waiting, and the date moves on with it.
+int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    const auto counted = qaven::sweep::bus_clock();
+    if (counted && clock == CLOCK_MONOTONIC) {
+        *time = qaven::sweep::as_timespec(*counted);
+        return 0;
+    }
+    if (counted && clock == CLOCK_REALTIME) {
+        *time = qaven::sweep::as_timespec(qaven::sweep::calendar_start + *counted);
+        return 0;
+    }
+    return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+}
+
+int nanosleep(const timespec* time, timespec* left) {
+    if (qaven::sweep::bus_clock()) {
+        qaven::sweep::Bus::current().pass(std::chrono::seconds(time->tv_sec) +
+                                          qaven::sweep::Duration(time->tv_nsec));
+        return 0;
+    }
+    return static_cast<int>(syscall(SYS_nanosleep, time, left));
 }
 
 } // extern "C"

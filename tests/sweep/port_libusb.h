@@ -5,6 +5,8 @@
 // moment at which the device has something to say or the transfer's time-out is over: a reader that
 // never answers costs microseconds, and what a host would have waited is known exactly.
 //
+// The clocks of the process are this one while a Bus is there, and sleeping moves it.
+//
 // A Bus is the only one for as long as it lives:
 //
 //     virtual_reader::Reader reader(nullptr, card.get());
@@ -26,6 +28,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -37,6 +40,9 @@
 namespace qaven::sweep {
 
 using Duration = std::chrono::nanoseconds;
+
+// The time on the clock of the bus that is there; nothing without a bus. Any thread may ask.
+std::optional<Duration> bus_clock();
 
 class Bus {
   public:
@@ -54,15 +60,33 @@ class Bus {
     void unplug();
     [[nodiscard]] bool plugged() const;
 
+    // What somebody else does to the reader: a port reset under the handles that are open.
+    void reset();
+
+    // The one that is there; there has to be one.
+    static Bus& current();
+
+    // Time in which nobody transfers anything.
+    void pass(Duration time);
+
+    // The host's process is gone: the kernel takes back its transfer, its claims and its handles.
+    void end_process();
+
+    // Is called for every bulk transfer that reaches the port: before it does, and again when it
+    // has to wait. It may leave by longjmp after end_process().
+    enum class Moment { before, waiting };
+    using Witness = std::function<void(Moment)>;
+    void watch(Witness witness) { witness_ = std::move(witness); }
+
     // One bulk transfer that the library asked for.
     struct Transfer {
         std::uint8_t endpoint = 0;
         std::size_t asked = 0;
         std::size_t moved = 0;
         unsigned timeout_ms = 0;
-        int result = 0;          // a libusb code
-        bool submitted = false;  // reached the port, so that a fault could have hit it
-        virtual_usb::Bytes sent; // what an OUT transfer was to carry
+        int result = 0;             // a libusb code
+        bool submitted = false;     // reached the port, so that a fault could have hit it
+        virtual_usb::Bytes carried; // OUT: all that it was to carry; IN: what came
 
         [[nodiscard]] bool in() const { return (endpoint & LIBUSB_ENDPOINT_IN) != 0; }
     };
@@ -98,6 +122,8 @@ class Bus {
   private:
     friend struct LibusbCalls;
 
+    void set_clock(virtual_usb::TimePoint now);
+
     virtual_usb::Device& device_;
     std::optional<virtual_usb::Port> port_;
     unsigned generation_ = 0; // of the plugged device
@@ -105,6 +131,8 @@ class Bus {
     virtual_usb::TimePoint begin_;
     Duration allowed_{0};
     std::uint64_t next_urb_ = 1;
+    std::optional<std::uint64_t> under_way_;
+    Witness witness_;
     std::vector<Transfer> transfers_;
     std::unique_ptr<libusb_device> listed_;
     std::vector<std::unique_ptr<libusb_device>> gone_;

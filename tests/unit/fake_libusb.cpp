@@ -419,6 +419,19 @@ struct FakeLibusbCalls {
         return handle->claimed.erase(number) == 1 ? 0 : failed(LIBUSB_ERROR_NOT_FOUND);
     }
 
+    // A device that is reset has forgotten what it was about to say.
+    static int reset_device(const libusb_device_handle* handle) {
+        note("reset_device");
+        if (!check_handle("reset_device", handle)) {
+            return failed(LIBUSB_ERROR_NO_DEVICE);
+        }
+        if (const auto code = injected(Call::kReset)) {
+            return *code;
+        }
+        bus().in_.clear();
+        return 0;
+    }
+
     static int bulk_transfer(const libusb_device_handle* handle, std::uint8_t endpoint,
                              std::span<std::uint8_t> data, int& transferred, unsigned int timeout) {
         const bool in = (endpoint & LIBUSB_ENDPOINT_IN) != 0;
@@ -606,6 +619,10 @@ int LIBUSB_CALL libusb_claim_interface(libusb_device_handle* handle, int interfa
 
 int LIBUSB_CALL libusb_release_interface(libusb_device_handle* handle, int interface) {
     return FakeLibusbCalls::release_interface(handle, interface);
+}
+
+int LIBUSB_CALL libusb_reset_device(libusb_device_handle* handle) {
+    return FakeLibusbCalls::reset_device(handle);
 }
 
 int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint,

@@ -20,7 +20,7 @@
 //     free_config_descriptor                open 2F7A:4417
 //     kernel_driver_active 2                detach_kernel_driver 2
 //     claim_interface 2                     release_interface 2
-//     close
+//     reset_device                          close
 //     bulk_out 04 10000ms 62000000000000000000         endpoint, time-out, bytes
 //     bulk_in 84 64 10000ms                            endpoint, length asked for, time-out
 //     control_out 21 09 0200 0000 0ms AABB...          type, request, value, index, time-out, bytes
@@ -89,6 +89,7 @@ enum class Call {
     kDetachKernelDriver,
     kClaim,
     kRelease,
+    kReset,
     kControl,
 };
 

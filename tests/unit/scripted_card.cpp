@@ -173,6 +173,7 @@ void ScriptedCard::disconnect() {
     if (usb_.starts() > 0) {
         session::end();
     }
+    session::forget();
 }
 
 void ScriptedCard::verify() {

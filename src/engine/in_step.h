@@ -1,0 +1,19 @@
+// Bringing a reader back into step: after a transfer that failed, an older answer may still lie in
+// the reader, and every later one would be read one command late.
+#pragma once
+
+#include "usb/ccid.h"
+
+namespace qaven::in_step {
+
+// Whether a packet that was read as the answer to a command with this bSeq answers an older one
+// instead. A reply that is missing or zero proves nothing.
+bool proves_older_answer(std::span<const unsigned char, CCID::kPacketSize> packet,
+                         unsigned char type_of_answer, unsigned char bseq);
+
+// Asks for the slot's state and drops what comes until the answer to that question has come; a line
+// of the trace says what was dropped. 0; the code of an unplugged reader; otherwise that of a
+// time-out: nothing that this connection brings can be attributed to a command any more.
+int reach(CCID& reader);
+
+} // namespace qaven::in_step

@@ -1,0 +1,99 @@
+// The lock and the clock of the process.
+#include "support/operation.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <string_view>
+
+namespace qaven::operation {
+
+namespace {
+
+// What the clock can count to without running over.
+constexpr std::chrono::milliseconds kLongestDeadline = std::chrono::hours(24 * 365);
+
+// Of the operation that holds the lock.
+struct Progress {
+    int depth = 0;
+    int exchanges = 0;
+    Clock::time_point deadline{};
+};
+
+// Never destroyed: a thread of the host may still be inside when the process ends.
+union {
+    std::recursive_mutex mutex;
+} lock_storage{.mutex = {}};
+
+constinit Progress progress;
+
+// The child of a fork has one thread, and no operation of it has begun. A lock that another thread
+// held at that moment would never be given back.
+void begin_anew() {
+    std::construct_at(&lock_storage.mutex);
+    progress = Progress{};
+}
+
+[[gnu::constructor]] void watch_forks() {
+    pthread_atfork(nullptr, nullptr, begin_anew);
+}
+
+std::chrono::milliseconds time_allowed() {
+    const char* const value = std::getenv(kDeadlineVariable);
+    if (value == nullptr) {
+        return kDefaultDeadline;
+    }
+    const std::string_view text = value;
+    std::int64_t milliseconds = 0;
+    const auto [end, error] = std::from_chars(text.begin(), text.end(), milliseconds);
+    if (error != std::errc{} || end != text.end() || milliseconds < 0) {
+        return kDefaultDeadline;
+    }
+    return std::min(std::chrono::milliseconds(milliseconds), kLongestDeadline);
+}
+
+} // namespace
+
+Lock::Lock() {
+    lock_storage.mutex.lock();
+}
+
+Lock::~Lock() {
+    lock_storage.mutex.unlock();
+}
+
+Scope::Scope() {
+    if (progress.depth++ == 0) {
+        const auto allowed = time_allowed();
+        progress.exchanges = 0;
+        progress.deadline = allowed.count() == 0 ? Clock::time_point{} : Clock::now() + allowed;
+    }
+}
+
+Scope::~Scope() {
+    if (--progress.depth == 0) {
+        progress = Progress{};
+    }
+}
+
+Clock::time_point deadline() {
+    return progress.deadline;
+}
+
+bool over() {
+    return progress.exchanges >= kMaxExchanges ||
+           (progress.deadline != Clock::time_point{} && Clock::now() >= progress.deadline);
+}
+
+void count_exchange() {
+    if (progress.depth > 0) {
+        ++progress.exchanges;
+    }
+}
+
+} // namespace qaven::operation

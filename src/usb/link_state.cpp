@@ -1,0 +1,22 @@
+// The one object that is watched.
+#include "usb/link_state.h"
+
+namespace qaven::link {
+
+namespace {
+
+constinit const void* watched = nullptr;
+constinit State own{};
+
+} // namespace
+
+void watch(const void* object) {
+    watched = object;
+}
+
+State& of(const void* object) {
+    static thread_local State nobodys;
+    return object == watched ? own : nobodys;
+}
+
+} // namespace qaven::link

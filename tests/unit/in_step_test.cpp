@@ -1,0 +1,451 @@
+// A disturbed connection: the answers that belong to earlier commands are dropped, and what cannot
+// be brought into step is given up.
+#include "engine/in_step.h"
+
+#include "card_test.h"
+#include "console.h"
+#include "engine/apdu.h"
+#include "engine/reading.h"
+#include "engine/session.h"
+#include "support/operation.h"
+
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <future>
+#include <thread>
+
+namespace operation = qaven::operation;
+namespace session = qaven::session;
+
+using namespace qaven::test;
+using namespace std::chrono_literals;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+namespace {
+
+constexpr std::string_view kReadFirst = "00B2010C00";
+constexpr std::string_view kReadSecond = "00B2020C00";
+constexpr std::string_view kFirstRecord = "7002 5A00 9000";
+constexpr std::string_view kSecondRecord = "7002 5700 9000";
+
+// A reply of the reader to a command with this bSeq.
+Bytes data_block(int bseq, std::string_view response, std::uint8_t status = 0) {
+    return reply_message(0x80, bseq, status, bytes(response));
+}
+
+Bytes slot_status(int bseq, std::uint8_t status = 0) {
+    return reply_message(0x81, bseq, status, {});
+}
+
+struct Exchanged {
+    int result;
+    std::string response;
+};
+
+Exchanged send(std::string_view command) {
+    Bytes apdu = bytes(command);
+    std::array<unsigned char, 1024> reply{};
+    int length = 0;
+    const int result =
+        session::exchange(apdu.data(), static_cast<int>(apdu.size()), reply.data(), &length, 10000);
+    return {result, hex(std::span(reply).first(static_cast<std::size_t>(length)))};
+}
+
+class DisturbedConnection : public CardTest {
+  protected:
+    // The card's answer to the first record does not come within the time-out; its bSeq is 2.
+    void lose_the_first_record() {
+        card.expect_silence(kReadFirst);
+        ASSERT_EQ(send(kReadFirst).result, LIBUSB_ERROR_TIMEOUT);
+        card.clear_events();
+        usb.clear_log();
+    }
+};
+
+TEST_F(DisturbedConnection, ALateAnswerIsDroppedBeforeTheNextCommandIsSent) {
+    lose_the_first_record();
+    usb.answer(data_block(2, kFirstRecord));
+    card.expect(kReadSecond, kSecondRecord);
+    EXPECT_EQ(send(kReadSecond).response, "700257009000");
+    EXPECT_THAT(card.events(), ElementsAre("slot status", kReadSecond));
+    EXPECT_THAT(trace.text(), HasSubstr("Reader in step again: 1 messages dropped, 16 bytes\n"));
+}
+
+TEST_F(DisturbedConnection, OnceInStepNothingIsAskedAnyMore) {
+    lose_the_first_record();
+    card.expect(kReadSecond, kSecondRecord).expect(kReadFirst, kFirstRecord);
+    send(kReadSecond);
+    card.clear_events();
+    EXPECT_EQ(send(kReadFirst).response, "70025A009000");
+    EXPECT_THAT(card.events(), ElementsAre(kReadFirst));
+}
+
+TEST_F(DisturbedConnection, AnOlderAnswerAboutTheSlotIsNotTheAnswerToTheQuestion) {
+    lose_the_first_record();
+    usb.answer(slot_status(1));
+    usb.answer(data_block(2, kFirstRecord));
+    card.expect(kReadSecond, kSecondRecord);
+    EXPECT_EQ(send(kReadSecond).response, "700257009000");
+    EXPECT_THAT(trace.text(), HasSubstr(": 2 messages dropped, 26 bytes\n"));
+}
+
+// The record of 64 bytes makes a message of 74, whose second packet the card could make look like
+// the reader's answer.
+TEST_F(DisturbedConnection, WhatTheCardSaysInsideALongAnswerIsNotTheReadersAnswer) {
+    lose_the_first_record();
+    Bytes record(54, 0xEE);
+    const Bytes imitation = slot_status(3);
+    record.insert(record.end(), imitation.begin(), imitation.end());
+    for (const Bytes& packet : in_packets(reply_message(0x80, 2, 0, record))) {
+        usb.answer(packet);
+    }
+    card.expect(kReadSecond, kSecondRecord);
+    EXPECT_EQ(send(kReadSecond).response, "700257009000");
+    EXPECT_EQ(usb.unread(), 0U);
+}
+
+TEST_F(DisturbedConnection, TheRestOfAnAnswerThatWasCutIsDropped) {
+    const auto packets = in_packets(reply_message(0x80, 2, 0, Bytes(100, 0xEE)));
+    card.expect_packets(kReadFirst, {packets[0]});
+    ASSERT_EQ(send(kReadFirst).result, LIBUSB_ERROR_TIMEOUT);
+    usb.answer(packets[1]);
+    card.expect(kReadSecond, kSecondRecord);
+    EXPECT_EQ(send(kReadSecond).response, "700257009000");
+}
+
+TEST_F(DisturbedConnection, TheRestOfACutAnswerMayAlsoNeverCome) {
+    card.expect_packets(kReadFirst, {in_packets(reply_message(0x80, 2, 0, Bytes(100, 0xEE)))[0]});
+    ASSERT_EQ(send(kReadFirst).result, LIBUSB_ERROR_TIMEOUT);
+    card.expect(kReadSecond, kSecondRecord);
+    EXPECT_EQ(send(kReadSecond).response, "700257009000");
+}
+
+TEST_F(DisturbedConnection, AnAnswerShorterThanAnnouncedDisturbs) {
+    Bytes cut = data_block(2, kFirstRecord);
+    cut.pop_back();
+    card.expect_packets(kReadFirst, {cut}).expect(kReadSecond, kSecondRecord);
+    send(kReadFirst);
+    card.clear_events();
+    send(kReadSecond);
+    EXPECT_THAT(card.events(), ElementsAre("slot status", kReadSecond));
+}
+
+TEST_F(DisturbedConnection, AnAnswerThatWasRefusedDisturbs) {
+    for (const std::string_view refused : {"", "90", "0000"}) {
+        card.expect(kReadFirst, refused).expect(kReadSecond, kSecondRecord);
+        Bytes first = bytes(kReadFirst);
+        std::array<unsigned char, 1024> reply{};
+        int length = 0;
+        EXPECT_EQ(Qm_Icc_EXApdu(first.data(), 5, reply.data(), &length, 0), -16);
+        card.clear_events();
+        send(kReadSecond);
+        EXPECT_THAT(card.events(), ElementsAre("slot status", kReadSecond));
+    }
+}
+
+TEST_F(DisturbedConnection, AfterARequestForMoreTimeTheRealAnswerIsNotTheNextCommands) {
+    card.expect_packets(kReadFirst, {data_block(2, "", 0x80)}).expect(kReadSecond, kSecondRecord);
+    EXPECT_EQ(send(kReadFirst).response, "");
+    usb.answer(data_block(2, kFirstRecord));
+    EXPECT_EQ(send(kReadSecond).response, "700257009000");
+}
+
+TEST_F(DisturbedConnection, ASlotThatIsBusyWithAnOlderCommandIsAskedAgain) {
+    lose_the_first_record();
+    Bytes busy = slot_status(3, 0x40);
+    busy[8] = 0xE0; // CMD_SLOT_BUSY
+    usb.on_packet = [&, answer = usb.on_packet](std::span<const std::uint8_t> packet) {
+        if (packet[6] == 3) {
+            usb.answer(busy);
+            usb.answer(data_block(2, kFirstRecord));
+        } else if (packet[0] == 0x65) {
+            usb.answer(slot_status(packet[6]));
+        } else {
+            usb.answer(data_block(packet[6], kSecondRecord));
+        }
+    };
+    EXPECT_EQ(send(kReadSecond).response, "700257009000");
+}
+
+TEST_F(DisturbedConnection, AReaderThatNumbersNothingIsKnownByTheTypeOfItsAnswer) {
+    card.disconnect();
+    usb.on_packet = [this](std::span<const std::uint8_t> packet) {
+        usb.answer(packet[0] == 0x65 ? slot_status(0) : data_block(0, kSecondRecord));
+    };
+    ASSERT_EQ(session::open_with_card(), 0);
+    usb.fail_bulk(2, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_EQ(send(kReadFirst).result, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_EQ(send(kReadSecond).response, "700257009000");
+}
+
+TEST_F(DisturbedConnection, AReaderThatStaysSilentIsGivenUp) {
+    lose_the_first_record();
+    usb.on_packet = nullptr;
+    EXPECT_EQ(send(kReadSecond).result, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_FALSE(session::live());
+    EXPECT_EQ(usb.open_handles(), 0);
+    EXPECT_THAT(trace.text(), HasSubstr("Reader out of step: 0 messages dropped, 0 bytes\n"));
+    usb.clear_log();
+    EXPECT_EQ(send(kReadSecond).result, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_THAT(usb.transfers(), IsEmpty());
+}
+
+TEST_F(DisturbedConnection, AReaderThatTalksWithoutEndIsGivenUp) {
+    lose_the_first_record();
+    usb.on_packet = nullptr;
+    for (int k = 0; k < 1200; ++k) {
+        usb.answer(data_block(2, kFirstRecord));
+    }
+    EXPECT_EQ(send(kReadSecond).result, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_FALSE(session::live());
+}
+
+TEST_F(DisturbedConnection, AReaderThatWasPulledMeanwhileSaysSo) {
+    lose_the_first_record();
+    usb.unplug();
+    EXPECT_EQ(send(kReadSecond).result, LIBUSB_ERROR_NO_DEVICE);
+    EXPECT_FALSE(session::live());
+}
+
+// --- openings ---
+
+class Opening : public testing::Test {
+  protected:
+    void TearDown() override { card.disconnect(); }
+
+    FakeUsb usb;
+    ScriptedCard card{usb};
+    TraceLog trace;
+};
+
+// What a host that was killed has left in the reader.
+struct LeftBehind {
+    const char* name;
+    std::vector<Bytes> answers;
+};
+
+class OpeningAfterAKilledHost : public Opening, public testing::WithParamInterface<LeftBehind> {};
+
+TEST_P(OpeningAfterAKilledHost, PowersTheCardAndAsksAgainOnceInStep) {
+    for (const Bytes& answer : GetParam().answers) {
+        usb.answer(answer);
+    }
+    EXPECT_EQ(session::open_with_card(), 0);
+    EXPECT_THAT(card.events(), ElementsAre("claim 2", "power on", "slot status", "slot status",
+                                           "power on", "slot status"));
+    card.expect(kReadFirst, kFirstRecord);
+    EXPECT_EQ(send(kReadFirst).response, "70025A009000");
+    EXPECT_EQ(usb.unread(), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , OpeningAfterAKilledHost,
+    testing::Values(LeftBehind{"ARecord", {data_block(7, kFirstRecord)}},
+                    LeftBehind{"AnUnnumberedRecord", {data_block(0, kFirstRecord)}},
+                    LeftBehind{"ThePowerOff", {slot_status(9)}},
+                    LeftBehind{"TwoAnswers", {data_block(4, kFirstRecord), slot_status(5)}},
+                    LeftBehind{"TheEndOfARecord", {Bytes(30, 0xEE)}}),
+    [](const auto& left) { return left.param.name; });
+
+TEST_F(Opening, MissingAndZeroRepliesProveNothing) {
+    usb.on_packet = nullptr;
+    usb.answer(Bytes(10));
+    EXPECT_EQ(session::open_with_card(), 0);
+    EXPECT_THAT(usb.sent(), ElementsAre("62000000000000000000", "65000000000001000000"));
+}
+
+TEST_F(Opening, AReaderThatStaysOutOfStepIsResetOnceAndUsedAfterThat) {
+    int claims = 0;
+    usb.on_claim = [&, claim = usb.on_claim](int interface) {
+        ++claims;
+        claim(interface);
+    };
+    // Until it is reset the reader repeats an old answer and nothing else.
+    usb.on_packet = [&, answer = usb.on_packet](std::span<const std::uint8_t> packet) {
+        if (claims > 1) {
+            answer(packet);
+        } else {
+            usb.answer(data_block(77, kFirstRecord));
+        }
+    };
+    EXPECT_EQ(session::open_with_card(), 0);
+    EXPECT_THAT(usb.log(), Contains("reset_device").Times(1));
+    card.expect(kReadFirst, kFirstRecord);
+    EXPECT_EQ(send(kReadFirst).response, "70025A009000");
+}
+
+TEST_F(Opening, AReaderThatNoResetBringsIntoStepIsGivenUp) {
+    usb.on_packet = [this](auto) { usb.answer(data_block(77, kFirstRecord)); };
+    EXPECT_EQ(session::open_with_card(), 0);
+    EXPECT_THAT(usb.log(), Contains("reset_device").Times(1));
+    EXPECT_FALSE(session::live());
+    EXPECT_EQ(usb.open_handles(), 0);
+    EXPECT_EQ(send(kReadFirst).result, LIBUSB_ERROR_TIMEOUT);
+}
+
+TEST_F(Opening, AfterAConnectionThatEndedDisturbedTheNextOneGetsInStep) {
+    ASSERT_EQ(card.connect(), 0);
+    card.expect_silence(kReadFirst);
+    send(kReadFirst);
+    session::end();
+    card.clear_events();
+    EXPECT_EQ(session::open_with_card(), 0);
+    EXPECT_THAT(card.events(), ElementsAre("claim 2", "power on", "slot status", "slot status",
+                                           "power on", "slot status"));
+    session::end();
+    card.clear_events();
+    EXPECT_EQ(session::open_with_card(), 0);
+    EXPECT_THAT(card.events(), ElementsAre("claim 2", "power on", "slot status"));
+}
+
+// --- an operation's end ---
+
+class Deadline : public CardTest {
+  protected:
+    void SetUp() override {
+        CardTest::SetUp();
+        setenv(operation::kDeadlineVariable, "1", 1);
+    }
+    void TearDown() override {
+        unsetenv(operation::kDeadlineVariable);
+        CardTest::TearDown();
+    }
+};
+
+TEST_F(Deadline, WhenItHasPassedNothingIsSentAndTheConnectionIsClosed) {
+    const operation::Scope scope;
+    std::this_thread::sleep_for(2ms);
+    EXPECT_EQ(send(kReadFirst).result, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_THAT(usb.transfers(), IsEmpty());
+    EXPECT_EQ(usb.open_handles(), 0);
+    EXPECT_EQ(session::open_with_card(), 0);
+    EXPECT_EQ(usb.open_handles(), 0);
+}
+
+TEST_F(Deadline, BelongsToTheOperationAndNotToTheNextOne) {
+    {
+        const operation::Scope scope;
+        std::this_thread::sleep_for(2ms);
+    }
+    setenv(operation::kDeadlineVariable, "0", 1);
+    const operation::Scope scope;
+    std::this_thread::sleep_for(2ms);
+    card.expect(kReadFirst, kFirstRecord);
+    EXPECT_EQ(send(kReadFirst).result, 0);
+}
+
+TEST_F(Deadline, AnOperationInsideAnotherHasNoTimeOfItsOwn) {
+    const operation::Scope scope;
+    std::this_thread::sleep_for(2ms);
+    const operation::Scope inner;
+    EXPECT_TRUE(operation::over());
+}
+
+TEST_F(Deadline, NoTransferWaitsLongerThanWhatIsLeft) {
+    setenv(operation::kDeadlineVariable, "5000", 1);
+    const operation::Scope scope;
+    card.expect(kReadFirst, kFirstRecord);
+    send(kReadFirst);
+    EXPECT_THAT(usb.transfers(), Not(Contains(HasSubstr("10000ms"))));
+}
+
+TEST_F(Deadline, WhatIsNoNumberOfMillisecondsIsNotTaken) {
+    for (const char* wrong : {"", "soon", "-1", "1.5"}) {
+        setenv(operation::kDeadlineVariable, wrong, 1);
+        const operation::Scope scope;
+        EXPECT_GT(operation::deadline(), operation::Clock::now() + 100s) << wrong;
+    }
+}
+
+TEST_F(DisturbedConnection, FourThousandAndNinetySixExchangesAreAnOperationsLast) {
+    const operation::Scope scope;
+    usb.on_packet = [this](std::span<const std::uint8_t> packet) {
+        usb.answer(data_block(packet[6], kFirstRecord));
+    };
+    for (int k = 0; k < 4096; ++k) {
+        ASSERT_EQ(send(kReadFirst).result, 0);
+    }
+    usb.clear_log();
+    EXPECT_EQ(send(kReadFirst).result, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_THAT(usb.transfers(), IsEmpty());
+}
+
+// --- threads and processes ---
+
+TEST(TheLock, KeepsAnotherThreadOutUntilTheLastHoldOfThisOneEnds) {
+    std::future<void> other;
+    {
+        const operation::Lock outer;
+        {
+            const operation::Lock inner;
+            other = std::async(std::launch::async, [] { const operation::Lock lock; });
+        }
+        EXPECT_EQ(other.wait_for(20ms), std::future_status::timeout);
+    }
+    EXPECT_EQ(other.wait_for(10s), std::future_status::ready);
+}
+
+TEST_F(DisturbedConnection, TheChildOfAForkHoldsNoConnectionAndNoLock) {
+    std::promise<void> held;
+    std::promise<void> release;
+    std::thread holder([&] {
+        const operation::Lock lock;
+        held.set_value();
+        release.get_future().wait();
+    });
+    held.get_future().wait();
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(10);
+        const operation::Lock lock;
+        _exit(session::live() ? 1 : 0);
+    }
+    release.set_value();
+    holder.join();
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_TRUE(session::live());
+}
+
+// --- reading records ---
+
+TEST_F(DisturbedConnection, ThreeRecordsInARowThatNobodyAnswersEndTheReading) {
+    usb.on_packet = [this](std::span<const std::uint8_t> packet) {
+        if (packet.size() == 10) {
+            usb.answer(slot_status(packet[6]));
+        } else if (packet[12] == 1) {
+            usb.answer(data_block(packet[6], kFirstRecord));
+        }
+    };
+    const auto data = qaven::reading::read_records(bytes("08010900 10010900"));
+    EXPECT_EQ(hex(data.bytes()), "70025A00");
+    EXPECT_THAT(usb.sent(), testing::Each(Not(EndsWith("00B2050C00"))));
+    EXPECT_THAT(usb.sent(), Contains(EndsWith("00B2040C00")));
+}
+
+TEST_F(DisturbedConnection, ARefusedRecordBetweenThemKeepsTheReadingGoing) {
+    usb.on_packet = [this](std::span<const std::uint8_t> packet) {
+        if (packet.size() == 10) {
+            usb.answer(slot_status(packet[6]));
+        } else if (packet[12] % 3 == 0) {
+            usb.answer(data_block(packet[6], "6A83"));
+        }
+    };
+    qaven::reading::read_records(bytes("08010900"));
+    EXPECT_THAT(usb.sent(), Contains(EndsWith("00B2090C00")));
+}
+
+} // namespace
