@@ -215,7 +215,7 @@ int run(const Parameters& parameters) {
     trace::line(gbk::kTxDataFormat, text_or_empty(parameters.tx_data));
 
     const bool handed_in = *text_or_empty(parameters.application_data) != '\0';
-    const bool found_live = !handed_in || session::live();
+    const bool found_live = !handed_in || session::ready();
     const int reading = !handed_in   ? read_card(parameters)
                         : found_live ? 0
                                      : session::open_with_card();

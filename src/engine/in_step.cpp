@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <thread>
 
 namespace qaven::in_step {
@@ -27,6 +28,14 @@ constexpr unsigned char kCommandFailed = 0x40;
 constexpr unsigned char kSlotBusy = 0xE0;
 constexpr milliseconds kPauseBeforeAskingAgain{50};
 
+// bmICCStatus of bStatus: the card is there and has power.
+constexpr unsigned char kCardStatusMask = 0x03;
+constexpr unsigned char kCardActive = 0x00;
+
+// A reader that numbers nothing answers an older question about the slot in the same words. Only
+// when this long nothing follows was the answer the last one.
+constexpr milliseconds kSilence{200};
+
 class Search {
   public:
     explicit Search(CCID& reader)
@@ -38,19 +47,35 @@ class Search {
         int failure = ask();
         for (int packets = 0; packets < kMaxPackets && failure == 0; ++packets) {
             failure = read_packet();
+            if (failure == LIBUSB_ERROR_TIMEOUT && unnumbered_answer_) {
+                packet_ = *unnumbered_answer_;
+                return 0;
+            }
             if (failure != 0) {
                 break;
+            }
+            if (unnumbered_answer_) {
+                ++messages_;
+                bytes_ += kHeader;
+                unnumbered_answer_.reset();
             }
             if (!is_answer()) {
                 drop();
             } else if (slot_is_busy()) {
                 std::this_thread::sleep_for(kPauseBeforeAskingAgain);
                 failure = ask();
-            } else {
+            } else if (link_.numbers_replies) {
                 return 0;
+            } else {
+                unnumbered_answer_ = packet_;
             }
         }
         return failure == LIBUSB_ERROR_NO_DEVICE ? failure : LIBUSB_ERROR_TIMEOUT;
+    }
+
+    // Of the answer.
+    bool card_active() const {
+        return (packet_[CCID::kStatusByte] & kCardStatusMask) == kCardActive;
     }
 
     unsigned int dropped_messages() const { return messages_; }
@@ -63,23 +88,27 @@ class Search {
     }
 
     int read_packet() {
-        const auto left = std::chrono::ceil<milliseconds>(until_ - steady_clock::now()).count();
-        if (left <= 0) {
+        const auto left = unnumbered_answer_
+                              ? kSilence
+                              : std::chrono::ceil<milliseconds>(until_ - steady_clock::now());
+        if (left.count() <= 0) {
             return LIBUSB_ERROR_TIMEOUT;
         }
         packet_.fill(0);
         return reader_.Myusb::readTimeout(packet_.data(), CCID::kPacketSize,
-                                          static_cast<int>(left));
+                                          static_cast<int>(left.count()));
     }
 
     // Inside a message a packet is data, whatever it looks like. The rest of a message that was cut
     // before the search began may never come, so there the answer is looked for all the same.
-    bool is_answer() const {
+    bool is_answer() {
+        if (awaited_ != 0 || received() != kHeader ||
+            packet_[CCID::kTypeByte] != CCID::kSlotStatus || announced() != 0) {
+            return false;
+        }
         const unsigned char bseq = packet_[CCID::kSequenceByte];
-        const bool numbered = bseq != 0 || link_.numbers_replies;
-        return awaited_ == 0 && received() == kHeader &&
-               packet_[CCID::kTypeByte] == CCID::kSlotStatus && announced() == 0 &&
-               (!numbered || bseq == question_);
+        link_.numbers_replies = link_.numbers_replies || bseq != 0;
+        return !link_.numbers_replies || bseq == question_;
     }
 
     bool slot_is_busy() const {
@@ -88,12 +117,12 @@ class Search {
     }
 
     void drop() {
-        bytes_ += static_cast<unsigned int>(received());
         if (awaited_ == 0 && !in_cut_message_ && received() >= kHeader) {
             link_.numbers_replies = link_.numbers_replies || packet_[CCID::kSequenceByte] != 0;
             awaited_ = kHeader + std::uint64_t{announced()};
         }
         awaited_ -= std::min<std::uint64_t>(awaited_, received());
+        bytes_ += static_cast<unsigned int>(received());
         // A packet that is not full ends a message, whatever was announced.
         if (received() < packet_.size()) {
             awaited_ = 0;
@@ -115,6 +144,7 @@ class Search {
     bool in_cut_message_;
     std::array<unsigned char, CCID::kPacketSize> packet_{};
     unsigned char question_ = 0;
+    std::optional<std::array<unsigned char, CCID::kPacketSize>> unnumbered_answer_;
     std::uint64_t awaited_ = 0; // bytes of the message that is being dropped
     unsigned int messages_ = 0;
     unsigned int bytes_ = 0;
@@ -131,7 +161,7 @@ bool proves_older_answer(std::span<const unsigned char, CCID::kPacketSize> packe
     return of_other_type || (answered != 0 && answered != bseq);
 }
 
-int reach(CCID& reader) {
+Outcome reach(CCID& reader) {
     Search search(reader);
     const int failure = search.run();
     trace::line("Reader %s: %u messages dropped, %u bytes\n",
@@ -141,7 +171,7 @@ int reach(CCID& reader) {
         link::of(&reader).disturbed = false;
         link::of(&reader).reply_unfinished = false;
     }
-    return failure;
+    return {failure, search.card_active()};
 }
 
 } // namespace qaven::in_step

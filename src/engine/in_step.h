@@ -12,8 +12,13 @@ bool proves_older_answer(std::span<const unsigned char, CCID::kPacketSize> packe
                          unsigned char type_of_answer, unsigned char bseq);
 
 // Asks for the slot's state and drops what comes until the answer to that question has come; a line
-// of the trace says what was dropped. 0; the code of an unplugged reader; otherwise that of a
-// time-out: nothing that this connection brings can be attributed to a command any more.
-int reach(CCID& reader);
+// of the trace says what was dropped.
+struct Outcome {
+    // 0; the code of an unplugged reader; otherwise that of a time-out: nothing that this
+    // connection brings can be attributed to a command any more.
+    int failure;
+    bool card_active; // the answer says that the card has power
+};
+Outcome reach(CCID& reader);
 
 } // namespace qaven::in_step

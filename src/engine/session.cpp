@@ -97,7 +97,7 @@ void open(int interface) {
 // Gets in step and asks anew, as if the reader had just been opened. Empty when older answers still
 // come.
 std::optional<Welcome> welcome_in_step() {
-    if (in_step::reach(ccid) != 0) {
+    if (in_step::reach(ccid).failure != 0) {
         return std::nullopt;
     }
     const Welcome anew = welcome();
@@ -129,6 +129,24 @@ bool open_slot(int interface, bool out_of_step) {
     return true;
 }
 
+// Before anything is sent on a connection that was found: 0 when it is undisturbed or in step
+// again. One whose card has lost its power since, by a reset of the reader or because another card
+// was put in, is given up too: nothing of what was selected is left.
+int settle() {
+    if (!live() || !connection.disturbed) {
+        return 0;
+    }
+    const auto outcome = in_step::reach(ccid);
+    if (outcome.failure == LIBUSB_ERROR_NO_DEVICE) {
+        return outcome.failure;
+    }
+    if (outcome.failure == 0 && outcome.card_active) {
+        return 0;
+    }
+    give_up();
+    return LIBUSB_ERROR_TIMEOUT;
+}
+
 } // namespace
 
 int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len, int timeout_ms) {
@@ -140,10 +158,8 @@ int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len
     }
     operation::count_exchange();
     connection.until = operation::deadline();
-    int result = live() && connection.disturbed ? in_step::reach(ccid) : 0;
-    if (result == LIBUSB_ERROR_TIMEOUT) {
-        give_up();
-    } else if (result == 0) {
+    int result = settle();
+    if (result == 0) {
         result = ccid.interact_apdu(cmd, cmd_len, resp, resp_len, timeout_ms);
     }
     reader_gone = reader_gone || result == LIBUSB_ERROR_NO_DEVICE;
@@ -160,6 +176,10 @@ void forget() {
     reader_gone = false;
     left_disturbed = false;
     given_up = false;
+}
+
+bool ready() {
+    return settle() == 0 && live();
 }
 
 bool live() {
@@ -196,7 +216,7 @@ void end() {
     close();
 }
 
-Visit::Visit() : opened_(!live()), result_(opened_ ? open_with_card() : 0) {}
+Visit::Visit() : opened_(!ready()), result_(opened_ ? open_with_card() : 0) {}
 
 Visit::~Visit() {
     if (opened_) {

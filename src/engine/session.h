@@ -25,6 +25,10 @@ void forget();
 // True while a reader is held, its interface claimed, and it has not been found gone.
 bool live();
 
+// The same after a disturbed connection was brought into step; one that cannot be, or whose card
+// has lost its power, is closed.
+bool ready();
+
 // Opens the reader on interface 2, else on interface 1, and powers the card. 0, or QAVEN_NO_CARD
 // when neither slot holds a card (the reader is closed then). A reader that is not there is not
 // told apart from one with a card: the first command finds out.

@@ -189,6 +189,39 @@ TEST_F(DisturbedConnection, AReaderThatNumbersNothingIsKnownByTheTypeOfItsAnswer
     EXPECT_EQ(send(kReadSecond).response, "700257009000");
 }
 
+TEST_F(DisturbedConnection, AnOlderUnnumberedAnswerAboutTheSlotIsTheAnswerOnlyIfNothingFollows) {
+    card.disconnect();
+    usb.on_packet = [this](std::span<const std::uint8_t> packet) {
+        usb.answer(packet[0] == 0x65 ? slot_status(0) : data_block(0, kSecondRecord));
+    };
+    ASSERT_EQ(session::open_with_card(), 0);
+    usb.fail_bulk(2, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_EQ(send(kReadFirst).result, LIBUSB_ERROR_TIMEOUT);
+    usb.answer(slot_status(0));
+    usb.answer(data_block(0, kFirstRecord));
+    EXPECT_EQ(send(kReadSecond).response, "700257009000");
+}
+
+TEST_F(DisturbedConnection, ACardThatLostItsPowerMeanwhileIsNotTheOneThatWasSelected) {
+    lose_the_first_record();
+    usb.on_packet = [this](auto) { usb.answer(slot_status(3, 0x01)); };
+    EXPECT_EQ(send(kReadSecond).result, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_FALSE(session::live());
+    EXPECT_THAT(usb.sent(), ElementsAre("65000000000003000000"));
+}
+
+TEST_F(DisturbedConnection, AnOperationThatFindsALostSessionOpensAnew) {
+    lose_the_first_record();
+    usb.on_packet = [&, answer = usb.on_packet](std::span<const std::uint8_t> packet) {
+        if (packet[6] == 3) {
+            usb.on_packet = answer;
+            usb.answer(slot_status(3, 0x01));
+        }
+    };
+    const session::Visit visit;
+    EXPECT_THAT(card.events(), ElementsAre("close", "claim 2", "power on", "slot status"));
+}
+
 TEST_F(DisturbedConnection, AReaderThatStaysSilentIsGivenUp) {
     lose_the_first_record();
     usb.on_packet = nullptr;
