@@ -17,8 +17,11 @@
  *     deinit
  *
  * The library appends requests and answers, card numbers included, to Qm_ic.log in the working
- * directory. Progress lines go to standard output; with QAVEN_DIAGNOSTICS=stderr in
- * the environment to standard error, with QAVEN_DIAGNOSTICS=off nowhere.
+ * directory. Progress lines go to standard output; with QAVEN_DIAGNOSTICS=stderr in the environment
+ * to standard error, with QAVEN_DIAGNOSTICS=off nowhere.
+ *
+ * A call ends after 120 seconds at the latest, with the failure of a reader that does not answer;
+ * QAVEN_DEADLINE in the environment sets another time in milliseconds, 0 none.
  */
 #ifndef QAVEN_QAVEN_H
 #define QAVEN_QAVEN_H

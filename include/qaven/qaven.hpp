@@ -1,5 +1,5 @@
-// qaven.hpp: qaven.h for hosts in C++17 and later. It keeps buffers and JSON text out of sight; a
-// host gives and gets std::string. Link with -lqaven (pkg-config qaven).
+// qaven.hpp: qaven.h for hosts in C++17 and later. It hides buffers and JSON text; a host passes
+// and gets std::string. Link with -lqaven (pkg-config qaven).
 //
 //     qaven::Library library;
 //     const qaven::CardAnswer card = library.read_card({"|A|B", "|A000000333010101"});
@@ -10,9 +10,9 @@
 //         std::cout << qaven::field_name(letter) << ": " << value << '\n';
 //     }
 //
-// What qaven.h says holds here too: one call at a time, and only read_card tells by its code that
-// something failed. The other answers have empty values then, and a host has to look. Failure texts
-// and values of the card are UTF-8 here; a transaction data string goes to the card byte by byte.
+// What qaven.h says applies here too: one call at a time, and only read_card reports failure by its
+// code. The other answers have empty values then, and a host has to check them. Failure texts and
+// values of the card are UTF-8 here; a transaction data string is passed to the card unchanged.
 #ifndef QAVEN_QAVEN_HPP
 #define QAVEN_QAVEN_HPP
 
@@ -33,7 +33,7 @@
 
 namespace qaven {
 
-// How a call ended: its result, and the failure text, which is empty if there was none.
+// The result of a call, and the failure text, which is empty if there was none.
 struct Outcome {
     int code = QAVEN_OK;
     std::string failure;
@@ -42,7 +42,7 @@ struct Outcome {
 // The fields of a card, or of an entry of its log, by their letters; values without padding.
 using Fields = std::map<char, std::string>;
 
-// What the ARQC step leaves. All of it is empty if no ARQC could be had.
+// The results of the ARQC step; all of them are empty if there is no ARQC.
 struct Authorisation {
     std::string application_data;
     std::string arqc; // field-55 text in hex
@@ -82,7 +82,7 @@ struct Log : Outcome {
     std::vector<Fields> entries; // the newest first; letters P Q R S T U V W X
 };
 
-// What a field of the card information is.
+// The name of a field of the card information.
 inline std::string field_name(char letter) {
     switch (letter) {
     case 'A':
@@ -138,7 +138,7 @@ inline std::string data_object(std::string_view objects, std::string_view tag) {
 
 namespace detail {
 
-// Texts of library and card are GBK. What is not becomes a question mark, byte by byte.
+// Texts of library and card are GBK. Each byte that is not GBK becomes a question mark.
 inline std::string utf8(std::string gbk) {
     std::string result;
     iconv_t converter = iconv_open("UTF-8", "GBK");
@@ -219,7 +219,7 @@ inline std::string json_object(const std::vector<Member>& members) {
     return json + '}';
 }
 
-// Takes the next text off the JSON that it stands in.
+// Returns the next text of the JSON and removes everything up to its end.
 inline std::string take_text(std::string_view& json) {
     constexpr std::string_view escaped = "bfnrt";
     constexpr std::string_view unescaped = "\b\f\n\r\t";
