@@ -31,10 +31,9 @@ constexpr int kPrintedStatusBytes = 10;
 constinit CCID ccid{};
 
 // What its transfers tell.
-link::State& connection = []() -> link::State& {
-    link::watch(&ccid);
+link::State& connection() {
     return link::of(&ccid);
-}();
+}
 
 // The last transfer found the reader unplugged. Its handle is still held, but nothing will ever be
 // answered through it.
@@ -47,12 +46,13 @@ constinit bool left_disturbed = false;
 // fail as if nobody answered.
 constinit bool given_up = false;
 
-[[gnu::constructor]] void watch_forks() {
+[[gnu::constructor]] void at_load() {
+    link::watch(&ccid);
     pthread_atfork(nullptr, nullptr, forget);
 }
 
 void close() {
-    left_disturbed = left_disturbed || (live() && connection.disturbed);
+    left_disturbed = left_disturbed || (live() && connection().disturbed);
     ccid.close();
 }
 
@@ -90,7 +90,7 @@ Welcome welcome() {
 
 void open(int interface) {
     ccid.open(kReaderVendor, kReaderProduct, interface);
-    connection.until = operation::deadline();
+    connection().until = operation::deadline();
     reader_gone = false;
 }
 
@@ -133,7 +133,7 @@ bool open_slot(int interface, bool out_of_step) {
 // again. One whose card has lost its power since, by a reset of the reader or because another card
 // was put in, is given up too: nothing of what was selected is left.
 int settle() {
-    if (!live() || !connection.disturbed) {
+    if (!live() || !connection().disturbed) {
         return 0;
     }
     const auto outcome = in_step::reach(ccid);
@@ -157,7 +157,7 @@ int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len
         return LIBUSB_ERROR_TIMEOUT;
     }
     operation::count_exchange();
-    connection.until = operation::deadline();
+    connection().until = operation::deadline();
     int result = settle();
     if (result == 0) {
         result = ccid.interact_apdu(cmd, cmd_len, resp, resp_len, timeout_ms);
@@ -167,12 +167,12 @@ int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len
 }
 
 void refuse_reply() {
-    connection.disturbed = true;
+    connection().disturbed = true;
 }
 
 void forget() {
     ccid = CCID{};
-    connection = link::State{};
+    connection() = link::State{};
     reader_gone = false;
     left_disturbed = false;
     given_up = false;
@@ -193,7 +193,7 @@ int open_with_card() {
         return 0;
     }
     const bool out_of_step =
-        std::exchange(left_disturbed, false) || (live() && connection.disturbed);
+        std::exchange(left_disturbed, false) || (live() && connection().disturbed);
     for (const int interface : kSlotInterfaces) {
         if (open_slot(interface, out_of_step)) {
             return 0;

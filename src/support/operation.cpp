@@ -25,18 +25,21 @@ struct Progress {
     Clock::time_point deadline{};
 };
 
-// Never destroyed: a thread of the host may still be inside when the process ends.
-union {
-    std::recursive_mutex mutex;
-} lock_storage{.mutex = {}};
+std::recursive_mutex& mutex() {
+    static std::recursive_mutex only;
+    return only;
+}
 
-constinit Progress progress;
+Progress& progress() {
+    static Progress only;
+    return only;
+}
 
 // The child of a fork has one thread, and no operation of it has begun. A lock that another thread
 // held at that moment would never be given back.
 void begin_anew() {
-    std::construct_at(&lock_storage.mutex);
-    progress = Progress{};
+    std::construct_at(&mutex());
+    progress() = Progress{};
 }
 
 [[gnu::constructor]] void watch_forks() {
@@ -60,39 +63,40 @@ std::chrono::milliseconds time_allowed() {
 } // namespace
 
 Lock::Lock() {
-    lock_storage.mutex.lock();
+    mutex().lock();
 }
 
 Lock::~Lock() {
-    lock_storage.mutex.unlock();
+    mutex().unlock();
 }
 
 Scope::Scope() {
-    if (progress.depth++ == 0) {
+    Progress& now = progress();
+    if (now.depth++ == 0) {
         const auto allowed = time_allowed();
-        progress.exchanges = 0;
-        progress.deadline = allowed.count() == 0 ? Clock::time_point{} : Clock::now() + allowed;
+        now.exchanges = 0;
+        now.deadline = allowed.count() == 0 ? Clock::time_point{} : Clock::now() + allowed;
     }
 }
 
 Scope::~Scope() {
-    if (--progress.depth == 0) {
-        progress = Progress{};
+    if (--progress().depth == 0) {
+        progress() = Progress{};
     }
 }
 
 Clock::time_point deadline() {
-    return progress.deadline;
+    return progress().deadline;
 }
 
 bool over() {
-    return progress.exchanges >= kMaxExchanges ||
-           (progress.deadline != Clock::time_point{} && Clock::now() >= progress.deadline);
+    return progress().exchanges >= kMaxExchanges ||
+           (progress().deadline != Clock::time_point{} && Clock::now() >= progress().deadline);
 }
 
 void count_exchange() {
-    if (progress.depth > 0) {
-        ++progress.exchanges;
+    if (progress().depth > 0) {
+        ++progress().exchanges;
     }
 }
 

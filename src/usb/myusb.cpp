@@ -174,7 +174,7 @@ int Myusb::transfer_until(std::chrono::steady_clock::time_point until, int endpo
                                 &transferred, timeout_ms);
 }
 
-bool Myusb::reset() {
+bool Myusb::reset() const {
     return handle != nullptr && libusb_reset_device(handle) == 0;
 }
 

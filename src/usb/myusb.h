@@ -68,7 +68,7 @@ class Myusb {
 
     // Resets the device, as pulling and plugging it would; it must be opened again. True when
     // libusb did so.
-    bool reset();
+    bool reset() const;
 
   private:
     // Releases the interface and closes the handle, if one is held; true when the release

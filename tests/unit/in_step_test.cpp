@@ -23,14 +23,12 @@ namespace session = qaven::session;
 
 using namespace qaven::test;
 using namespace std::chrono_literals;
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-using testing::StartsWith;
 
 namespace {
 
