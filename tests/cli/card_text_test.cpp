@@ -1,7 +1,6 @@
 // Texts from a card: letters, encodings, masks.
 #include "card_text.h"
 #include "exit_status.h"
-#include "library.h"
 #include "terminal.h"
 
 #include <gtest/gtest.h>
@@ -41,21 +40,27 @@ TEST(Encoding, ShowsAQuestionMarkForWhatIsNoText) {
     EXPECT_THROW(tool::to_gbk("caf\xC3\xA9 \xF0\x9F\x8D\xB5"), tool::UsageError);
 }
 
-TEST(Encoding, OfJsonKeepsEveryByte) {
-    const std::string bytes = "\x02j\xCA\xBE\xFF\"\\";
-    EXPECT_EQ(tool::text_of(tool::json_object("text", bytes), "text"), bytes);
-    EXPECT_NE(tool::json_object("text", bytes).find("\xCA\xBE\xFF"), std::string::npos);
-}
-
-TEST(Json, WithoutTheKeyGivesNoText) {
-    EXPECT_EQ(tool::text_of(R"({"a":"b"})", "c"), "");
-    EXPECT_EQ(tool::text_of("no json", "c"), "");
-    EXPECT_EQ(tool::text_of("", "c"), "");
-}
-
 TEST(Terminal, IsNotSteeredByACard) {
     EXPECT_EQ(tool::printable("a\x1B[2Jb\n\x7F"), "a?[2Jb??");
-    EXPECT_EQ(tool::printable("示例"), "示例");
+    EXPECT_EQ(tool::printable("示例 \xF0\x9F\x8D\xB5"), "示例 \xF0\x9F\x8D\xB5");
+}
+
+TEST(Terminal, IsNotSteeredByControlsBehindAscii) {
+    EXPECT_EQ(tool::printable("a\xC2\x9B"
+                              "2J"),
+              "a?2J");
+    EXPECT_EQ(tool::printable(tool::to_utf8("\x81\x30\x84\x36")), "\xC2\xA5");
+    EXPECT_EQ(tool::printable(tool::to_utf8("\x81\x30\x83\x37")), "?");
+}
+
+TEST(Terminal, GetsNothingThatIsNoUtf8) {
+    for (const char* const text : {"\x9B", "\xC2", "\xC0\x9B", "\xFF", "\xF5\x80\x80\x80"}) {
+        EXPECT_EQ(tool::printable(text), std::string(std::string_view(text).size(), '?'));
+    }
+    for (const char* const text :
+         {"\xE0\x82\x9B", "\xED\xA0\x80", "\xF0\x80\x82\x9B", "\xF4\x90\x80\x80", "\xE7\xA4"}) {
+        EXPECT_EQ(tool::printable(text), std::string(std::string_view(text).size(), '?'));
+    }
 }
 
 TEST(Mask, LeavesTheFirstSixAndTheLastFour) {
@@ -66,6 +71,11 @@ TEST(Mask, LeavesTheFirstSixAndTheLastFour) {
 TEST(Mask, HidesAShortNumberAltogether) {
     EXPECT_EQ(tool::masked_number("6228001234"), "**********");
     EXPECT_EQ(tool::masked_number(""), "");
+}
+
+TEST(Mask, CountsCharactersNotBytes) {
+    EXPECT_EQ(tool::masked_number("军字第123456789号"), "军字第123***789号");
+    EXPECT_EQ(tool::masked_number("军字第1234567"), "**********");
 }
 
 TEST(Mask, HidesATrackTwoBehindItsSeparator) {

@@ -2,10 +2,12 @@
 #include "card_text.h"
 
 #include "exit_status.h"
+#include "utf8.h"
 
 #include <iconv.h>
 
 #include <algorithm>
+#include <array>
 
 namespace tool {
 
@@ -27,12 +29,17 @@ std::size_t length_of(std::string_view digits) {
     return static_cast<std::size_t>(std::max(length, 0));
 }
 
+// GBK and its superset: a system may have the converter of one of them only.
+using Encodings = std::array<const char*, 2>;
+
 class Converter {
   public:
-    Converter(const char* to, const char* from) : handle_(iconv_open(to, from)) {
-        if (handle_ == reinterpret_cast<iconv_t>(-1)) {
-            throw Failure(kFailed, "this system cannot convert GBK");
-        }
+    // From or to the first of the encodings that the system knows; UTF-8 is the other side.
+    static Converter from(const Encodings& encodings) {
+        return {encodings, [](const char* gbk) { return iconv_open("UTF-8", gbk); }};
+    }
+    static Converter to(const Encodings& encodings) {
+        return {encodings, [](const char* gbk) { return iconv_open(gbk, "UTF-8"); }};
     }
     ~Converter() { iconv_close(handle_); }
     Converter(const Converter&) = delete;
@@ -54,8 +61,28 @@ class Converter {
     }
 
   private:
-    iconv_t handle_;
+    Converter(const Encodings& encodings, iconv_t (*open)(const char* gbk)) {
+        for (const char* const encoding : encodings) {
+            handle_ = open(encoding);
+            if (handle_ != reinterpret_cast<iconv_t>(-1)) {
+                return;
+            }
+        }
+        throw Failure(kFailed, "this system cannot convert GBK");
+    }
+
+    iconv_t handle_ = nullptr;
 };
+
+// What the superset alone has takes four bytes, the second of them a digit.
+bool is_beyond_gbk(std::string_view text) {
+    for (std::size_t at = 0; at + 1 < text.size(); ++at) {
+        if (static_cast<unsigned char>(text[at]) > 0x80 && text[++at] <= '9' && text[at] >= '0') {
+            return true;
+        }
+    }
+    return false;
+}
 
 } // namespace
 
@@ -75,7 +102,7 @@ std::vector<LetterFields> letter_records(std::string_view text) {
 }
 
 std::string to_utf8(std::string_view gbk) {
-    const Converter converter("UTF-8", "GB18030");
+    const Converter converter = Converter::from({"GB18030", "GBK"});
     std::string text;
     while (!gbk.empty()) {
         gbk.remove_prefix(converter.convert(gbk, text));
@@ -90,7 +117,8 @@ std::string to_utf8(std::string_view gbk) {
 
 std::string to_gbk(std::string_view utf8) {
     std::string text;
-    if (Converter("GBK", "UTF-8").convert(utf8, text) != utf8.size()) {
+    if (Converter::to({"GBK", "GB18030"}).convert(utf8, text) != utf8.size() ||
+        is_beyond_gbk(text)) {
         throw UsageError("'" + std::string(utf8) +
                          "' cannot be written in GBK, the cards' encoding");
     }
@@ -98,12 +126,18 @@ std::string to_gbk(std::string_view utf8) {
 }
 
 std::string masked_number(std::string_view number) {
-    std::string text(number);
-    const bool longer = number.size() > kShownHead + kShownTail;
-    const std::size_t head = longer ? kShownHead : 0;
-    const std::size_t tail = longer ? kShownTail : 0;
-    std::fill(text.begin() + static_cast<std::ptrdiff_t>(head),
-              text.end() - static_cast<std::ptrdiff_t>(tail), '*');
+    std::vector<std::string_view> characters;
+    while (!number.empty()) {
+        const std::size_t size = std::max<std::size_t>(character_size(number), 1);
+        characters.push_back(number.substr(0, size));
+        number.remove_prefix(size);
+    }
+    const bool longer = characters.size() > kShownHead + kShownTail;
+    std::string text;
+    for (std::size_t i = 0; i < characters.size(); ++i) {
+        const bool shown = longer && (i < kShownHead || i + kShownTail >= characters.size());
+        text += shown ? characters[i] : "*";
+    }
     return text;
 }
 

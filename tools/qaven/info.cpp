@@ -55,6 +55,9 @@ constexpr std::array kShown{
 constexpr std::array kIdTypes{"identity card", "officer's card",          "passport",
                               "entry permit",  "temporary identity card", "other"};
 
+// Nobody who reads along needs the issuer's data of track 1, and it may hold the card number.
+constexpr const char* kNotShown = "(not shown)";
+
 std::string id_type(const std::string& digits) {
     const bool known = digits.size() == 2 && digits[0] == '0' && digits[1] >= '0' &&
                        static_cast<std::size_t>(digits[1] - '0') < kIdTypes.size();
@@ -70,6 +73,8 @@ std::string in_words(char letter, const std::string& value, bool show_pan) {
         return id_type(value);
     case 'D':
         return show_pan ? to_utf8(value) : masked_number(to_utf8(value));
+    case 'F':
+        return show_pan ? to_utf8(value) : kNotShown;
     case 'E':
         return show_pan ? value : masked_track2(value, '=');
     case 'G':

@@ -22,7 +22,7 @@ struct Option {
 inline constexpr Option kJson{"--json", "",
                               "print the library's own answer, card numbers included"};
 inline constexpr Option kShowPan{"--show-pan", "",
-                                 "show card number, track 2 and ID number in full"};
+                                 "show card number, track data and ID number in full"};
 inline constexpr Option kQuiet{"--quiet", "", "do not say what is being waited for"};
 
 struct Syntax {

@@ -1,6 +1,8 @@
 // Labelled fields, tables and colours.
 #include "terminal.h"
 
+#include "utf8.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -35,6 +37,13 @@ const char* escape_of(Colour colour) {
     return "";
 }
 
+// Terminals obey the controls behind ASCII too (C1, U+0080 to U+009F).
+bool is_control(std::string_view character) {
+    const auto first = static_cast<unsigned char>(character.front());
+    return character.size() == 1 ? first < 0x20 || first == 0x7F
+                                 : first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0;
+}
+
 std::string_view column_name(std::string_view name) {
     return name.starts_with('>') ? name.substr(1) : name;
 }
@@ -50,14 +59,13 @@ std::string coloured(Colour colour, std::string_view text) {
 }
 
 std::string printable(std::string_view text) {
-    std::string shown(text);
-    std::ranges::replace_if(
-        shown,
-        [](char character) {
-            const auto byte = static_cast<unsigned char>(character);
-            return byte < 0x20 || byte == 0x7F;
-        },
-        '?');
+    std::string shown;
+    while (!text.empty()) {
+        const std::size_t size = character_size(text);
+        const std::string_view character = text.substr(0, std::max<std::size_t>(size, 1));
+        shown += size == 0 || is_control(character) ? "?" : character;
+        text.remove_prefix(character.size());
+    }
     return shown;
 }
 

@@ -13,8 +13,8 @@ enum class Colour { kNone, kBold, kGreen, kRed, kYellow };
 // The text in a colour when standard output is a terminal that wants colours (NO_COLOR).
 std::string coloured(Colour colour, std::string_view text);
 
-// UTF-8 text without its control characters, each shown as a question mark: a card or a command
-// line must not steer the terminal.
+// UTF-8 text without its control characters and what is no UTF-8, each shown as a question mark: a
+// card, a command line or the name of a process must not steer the terminal.
 std::string printable(std::string_view text);
 
 // "label   value"; "(not on this card)" and the like are the caller's words.
