@@ -11,6 +11,7 @@ using tool::Access;
 using tool::Finding;
 using tool::Holder;
 using tool::kCardReader;
+using tool::Leftover;
 using tool::Permissions;
 using tool::Reader;
 using tool::Slot;
@@ -75,7 +76,16 @@ TEST(Doctor, NamesTheProgramThatHoldsTheReader) {
     const auto findings = tool::judge_interfaces(kCardReader, reader, {"pcscd (process 512)"});
     ASSERT_EQ(findings.size(), 1U);
     EXPECT_EQ(findings[0].status, tool::kNoReader);
-    EXPECT_EQ(findings[0].advice, "end pcscd (process 512)");
+    EXPECT_EQ(findings[0].advice, "end pcscd (process 512);\n"
+                                  "systemd starts pcscd again for the next program that asks for "
+                                  "it:\nsystemctl stop pcscd.socket pcscd.service");
+}
+
+TEST(Doctor, IsNotSteeredByTheNameOfAProgram) {
+    const Reader reader{1, 7, Access::kOpen, 0, {{2, Holder::kProgram, LIBUSB_ERROR_BUSY}}};
+    const auto findings = tool::judge_interfaces(
+        kCardReader, reader, {"a\x1B[2J\n (process 5)", "\xC2\x9B\x9B (process 6)"});
+    EXPECT_EQ(findings.at(0).advice, "end a?[2J? (process 5), ?? (process 6)");
 }
 
 TEST(Doctor, TellsWhyAnInterfaceCannotBeHad) {
@@ -83,6 +93,27 @@ TEST(Doctor, TellsWhyAnInterfaceCannotBeHad) {
     const auto findings = tool::judge_interfaces(kCardReader, reader, {});
     ASSERT_EQ(findings.size(), 1U);
     EXPECT_THAT(findings[0].sentence, HasSubstr("No such device"));
+}
+
+TEST(Doctor, TellsThatAReaderWasOutOfStepAndHowItCameBack) {
+    Slot slot{SlotState::kCard, {0x3B, 0x00}};
+    EXPECT_EQ(tool::judge_slots({slot}).size(), 1U);
+    slot.leftover = Leftover::kDropped;
+    const auto dropped = tool::judge_slots({slot});
+    ASSERT_EQ(dropped.size(), 2U);
+    EXPECT_EQ(dropped[0].verdict, Verdict::kNote);
+    EXPECT_THAT(dropped[0].sentence, HasSubstr("slot 2 was out of step"));
+    EXPECT_EQ(dropped[1].verdict, Verdict::kOk);
+    slot.leftover = Leftover::kReset;
+    EXPECT_THAT(tool::judge_slots({slot}).at(0).sentence, HasSubstr("by a reset"));
+}
+
+TEST(Doctor, SaysThatAReaderWhichStaysOutOfStepNeedsReplugging) {
+    const auto findings = tool::judge_slots({Slot{SlotState::kOutOfStep, {}, Leftover::kReset}});
+    ASSERT_EQ(findings.size(), 1U);
+    EXPECT_EQ(findings[0].verdict, Verdict::kProblem);
+    EXPECT_EQ(findings[0].status, tool::kFailed);
+    EXPECT_THAT(findings[0].advice, HasSubstr("plug it in again"));
 }
 
 TEST(Doctor, DoesNotMissTheCardOfOneSlotWhenTheOtherHasOne) {

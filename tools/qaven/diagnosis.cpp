@@ -1,6 +1,8 @@
 // The sentences.
 #include "diagnosis.h"
 
+#include "terminal.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -45,6 +47,9 @@ Finding judge_slot(const std::string& name, const Slot& slot) {
         return {Verdict::kProblem, name + ": the reader does not answer",
                 "unplug the reader, plug it in again, and try another port if it stays silent",
                 kFailed};
+    case SlotState::kOutOfStep:
+        return {Verdict::kProblem, name + " is out of step: its answers belong to earlier commands",
+                "unplug the reader and plug it in again", kFailed};
     case SlotState::kCard:
         break;
     }
@@ -56,6 +61,27 @@ Finding judge_slot(const std::string& name, const Slot& slot) {
     return {Verdict::kOk, name + " holds a card, which answers " + hex(slot.answer_to_reset)};
 }
 
+Finding judge_leftover(const std::string& name, Leftover leftover) {
+    return {Verdict::kNote, name + " was out of step: it still had an answer to a command of an " +
+                                "earlier program. That is put right" +
+                                (leftover == Leftover::kReset ? ", by a reset of the reader" : "")};
+}
+
+// Names of other users' programs are theirs to choose.
+std::string advice_against(const std::vector<std::string>& programs) {
+    if (programs.empty()) {
+        return "end it; pcscd and other host programs come into question. As root,\n"
+               "'qaven doctor' sees the processes of all users";
+    }
+    const bool started_on_demand = std::ranges::any_of(
+        programs, [](const std::string& program) { return program.starts_with("pcscd "); });
+    return "end " + printable(joined(programs)) +
+           (started_on_demand
+                ? ";\nsystemd starts pcscd again for the next program that asks for it:\n"
+                  "systemctl stop pcscd.socket pcscd.service"
+                : "");
+}
+
 Finding judge_interface(const ReaderKind& kind, const Interface& interface,
                         const std::vector<std::string>& programs) {
     const std::string name =
@@ -65,11 +91,7 @@ Finding judge_interface(const ReaderKind& kind, const Interface& interface,
         return {Verdict::kNote,
                 name + " has a driver of the kernel; the library takes it from the driver"};
     case Holder::kProgram:
-        return {Verdict::kProblem, name + " is held by another program",
-                programs.empty()
-                    ? "end it; pcscd and other host programs come into question. As root,\n"
-                      "'qaven doctor' sees the processes of all users"
-                    : "end " + joined(programs),
+        return {Verdict::kProblem, name + " is held by another program", advice_against(programs),
                 kNoReader};
     case Holder::kNobody:
     case Holder::kUnknown:
@@ -158,6 +180,9 @@ std::vector<Finding> judge_interfaces(const ReaderKind& kind, const Reader& read
 std::vector<Finding> judge_slots(const std::vector<Slot>& slots) {
     std::vector<Finding> findings;
     for (std::size_t i = 0; i < slots.size(); ++i) {
+        if (slots[i].leftover != Leftover::kNone && slots[i].state != SlotState::kOutOfStep) {
+            findings.push_back(judge_leftover(slot_name(i), slots[i].leftover));
+        }
         findings.push_back(judge_slot(slot_name(i), slots[i]));
     }
     const bool empty = std::ranges::all_of(

@@ -8,17 +8,26 @@ namespace tool {
 enum class SlotState {
     kEmpty,
     kCard,
-    kSilent, // the reader does not say
+    kSilent,    // the reader does not say
+    kOutOfStep, // it gives answers, but not to what it is asked
+};
+
+// What became of answers to an earlier program's commands that were still in the reader.
+enum class Leftover {
+    kNone,
+    kDropped,
+    kReset, // reading did not get rid of them, resetting the reader did
 };
 
 struct Slot {
     SlotState state = SlotState::kSilent;
-    std::vector<unsigned char> answer_to_reset; // empty when the card was not powered or is mute
+    std::vector<unsigned char> answer_to_reset = {}; // empty: the card was not powered or is mute
+    Leftover leftover = Leftover::kNone;
 };
 
 enum class Look {
     kStatus, // whether there is a card
-    kAnswer, // what it answers to reset; it is powered off again
+    kAnswer, // what it answers to reset; it is powered off again. Resets a reader that needs it
 };
 
 // The slot behind this interface.
