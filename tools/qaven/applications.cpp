@@ -48,4 +48,16 @@ Failure operation_failure(const std::string& what, int code) {
     return {kFailed, code == QAVEN_OK ? what : what + ": " + explained(code)};
 }
 
+void require_whole_reading(const std::string& reader) {
+    constexpr const char* complaint = "the card was not read whole";
+    const std::vector<Reader> readers = Bus().readers(kCardReader);
+    // A reader that was plugged in again meanwhile has another node.
+    if (readers.empty() || readers.front().node() != reader) {
+        throw Failure(kNoReader, std::string(complaint) + ": the reader was unplugged");
+    }
+    if (slots_are_empty()) {
+        throw Failure(kNoCard, std::string(complaint) + ": the card was taken out");
+    }
+}
+
 } // namespace tool

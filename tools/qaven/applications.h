@@ -25,4 +25,9 @@ std::string one_aid(const Options& options);
 // taken out kNoCard.
 Failure operation_failure(const std::string& what, int code);
 
+// Behind a reading, with the reader that require_card gave. The library passes over records that it
+// cannot read, and calls what is left a success: when reader or card have gone, this throws a
+// Failure.
+void require_whole_reading(const std::string& reader);
+
 } // namespace tool

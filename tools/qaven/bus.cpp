@@ -93,7 +93,7 @@ std::vector<Reader> Bus::readers(const ReaderKind& kind) const {
     return found;
 }
 
-void require_reader(const ReaderKind& kind) {
+std::string require_reader(const ReaderKind& kind) {
     const Bus bus;
     if (bus.error() != 0) {
         refuse(std::string("libusb cannot start: ") + libusb_strerror(bus.error()));
@@ -111,6 +111,7 @@ void require_reader(const ReaderKind& kind) {
     if (held(reader)) {
         refuse("another program holds the " + name);
     }
+    return reader.node();
 }
 
 bool slots_are_empty() {
@@ -119,11 +120,12 @@ bool slots_are_empty() {
     });
 }
 
-void require_card() {
-    require_reader(kCardReader);
+std::string require_card() {
+    std::string reader = require_reader(kCardReader);
     if (slots_are_empty()) {
         throw Failure(kNoCard, "the reader holds no card");
     }
+    return reader;
 }
 
 } // namespace tool

@@ -73,14 +73,14 @@ class Bus {
     int error_;
 };
 
-// Throws a Failure with kNoReader unless there is a reader that may be used.
-void require_reader(const ReaderKind& kind);
+// Throws a Failure with kNoReader unless there is a reader that may be used. Gives its node.
+std::string require_reader(const ReaderKind& kind);
 
 // True when the bank-card reader says that none of its slots holds a card.
 bool slots_are_empty();
 
 // The same as require_reader for the bank-card reader, and kNoCard unless one of its slots holds a
-// card.
-void require_card();
+// card. Gives the reader's node.
+std::string require_card();
 
 } // namespace tool

@@ -25,7 +25,7 @@ Syntax syntax() {
     return {"info",
             "[OPTIONS]",
             "Reads the card in the reader and shows what it says about itself.",
-            {kAidList, kJson, kShowPan, kQuiet},
+            {kAidList, kTrace, kJson, kShowPan, kQuiet},
             {}};
 }
 
@@ -113,21 +113,20 @@ int info_command(Arguments arguments) {
         return kFine;
     }
     const std::string aids = aid_list(*options);
-    require_card();
+    const Library library(*options);
+    const std::string reader = require_card();
     say_waiting(options->has(kQuiet.name), "the card in the reader");
-    const Answer answer = ask_library(
-        QAVEN_getICCardInfo,
-        {{"TagList", kAllLetters}, {"AIDList", aids}, {"aryInput", ""}, {"isReadArqc", "false"}});
+    const Answer answer = library.card_information(kAllLetters, aids);
     if (answer.code != QAVEN_OK) {
         throw operation_failure("the card could not be read", answer.code);
     }
     const LetterFields fields = information(answer.text("IcInfo"));
     if (options->has(kJson.name)) {
-        std::puts(answer.json.c_str());
+        std::puts(answer.json().c_str());
     } else {
         print_information(fields, options->has(kShowPan.name));
     }
-    // The library passes over records that it cannot read, and calls what is left a success.
+    require_whole_reading(reader);
     if (!has(fields, 'A') && !has(fields, 'E')) {
         throw Failure(kFailed, "the card gave no card number and no track 2: it may have been "
                                "pulled out, or could not be read whole");

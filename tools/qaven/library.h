@@ -1,33 +1,63 @@
-// The library as the verbs call it: JSON in, JSON out, and the result code, also of the entry
-// points that give it to their trace only.
+// The library as the verbs call it: an operation's result code and its texts.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include "options.h"
 
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace tool {
 
-using EntryPoint = int (*)(const char* json, char* resmsg, char* errmsg, int reserved1,
-                           int reserved2);
+inline constexpr Option kTrace{"--trace", "FOLDER",
+                               "have the library write its trace, Qm_ic.log, in this folder;\n"
+                               "it holds card numbers in full (no trace)"};
 
 struct Answer {
-    int code = 0;     // of the operation; 0 also when the trace that tells it cannot be written
-    std::string json; // as the library wrote it; empty when it wrote none
+    int code = 0; // of the operation
 
-    // A text of the answer, byte for byte; empty when there is none.
+    // Under the keys of the library's own JSON answers, byte for byte.
+    std::vector<std::pair<std::string_view, std::string>> texts;
+
+    // Empty when there is no such text.
     std::string text(std::string_view key) const;
+
+    // As the library's JSON entry points print it.
+    std::string json() const;
 };
 
-// Texts of the request may hold any bytes.
-Answer ask_library(EntryPoint entry_point, const nlohmann::ordered_json& request);
+// Where the library's trace goes, which otherwise lands in the working directory.
+class TracePlace {
+  public:
+    // As --trace says; no trace is written without it. Throws a Failure.
+    explicit TracePlace(const Options& options);
+    ~TracePlace();
+    TracePlace(const TracePlace&) = delete;
+    TracePlace& operator=(const TracePlace&) = delete;
 
-// A text of an object that the library wrote.
-std::string text_of(std::string_view json, std::string_view key);
+    int descriptor() const { return descriptor_; }
 
-// An object with one text, any bytes, in the manner of the library's answers.
-std::string json_object(std::string_view key, std::string_view text);
+  private:
+    int descriptor_ = -1;
+};
+
+// The operations that the card in the reader takes part in. Their results come from the card
+// operations themselves: of the JSON entry points only one tells its result.
+class Library {
+  public:
+    explicit Library(const Options& options) : place_(options) {}
+
+    Answer card_information(const std::string& letters, const std::string& aids) const;
+    Answer arqc(const std::string& transaction_data, const std::string& aids) const;
+    Answer issuer_answer(const std::string& transaction_data, const std::string& application_data,
+                         const std::string& response, bool approved) const;
+    Answer transaction_log(const std::string& aid) const;
+    Answer load_log(const std::string& aid) const;
+
+  private:
+    TracePlace place_;
+};
 
 // What a result code means, in a sentence without its end.
 std::string explained(int code);

@@ -3,7 +3,6 @@
 #include "applications.h"
 #include "bus.h"
 #include "card_text.h"
-#include "engine/transaction_log.h"
 #include "exit_status.h"
 #include "library.h"
 #include "log_table.h"
@@ -19,8 +18,6 @@ namespace tool {
 
 namespace {
 
-constexpr int kAllRecords = -1;
-
 constexpr const char* kCash = "CNY";
 
 Syntax syntax() {
@@ -29,6 +26,7 @@ Syntax syntax() {
         "[OPTIONS]",
         "Reads the log of electronic-cash loads that the card in the reader keeps, newest first.",
         {kOneAid,
+         kTrace,
          {kJson.name, "", "print the library's log text, under the key \"LoadLog\""},
          kQuiet},
         {}};
@@ -54,21 +52,21 @@ int loadlog_command(Arguments arguments) {
         return kFine;
     }
     const std::string aid = one_aid(*options);
-    require_card();
+    const Library library(*options);
+    const std::string reader = require_card();
     say_waiting(options->has(kQuiet.name), "the card in the reader");
-    std::string text(QAVEN_TXDETAIL_SIZE, '\0');
-    const int code = ReadAmtLog(aid.c_str(), kAllRecords, text.data());
-    text.resize(text.find('\0'));
-    if (code != QAVEN_OK) {
-        throw operation_failure("the load log could not be read", code);
+    const Answer answer = library.load_log(aid);
+    if (answer.code != QAVEN_OK) {
+        throw operation_failure("the load log could not be read", answer.code);
     }
     if (options->has(kJson.name)) {
-        std::puts(json_object("LoadLog", text).c_str());
+        std::puts(answer.json().c_str());
     } else {
-        print_log(text,
+        print_log(answer.text("LoadLog"),
                   {"counter", "date", "time", ">before", ">after", "object", "country", "merchant"},
                   row_of);
     }
+    require_whole_reading(reader);
     return kFine;
 }
 

@@ -19,14 +19,11 @@ namespace tool {
 
 namespace {
 
-// The log text begins with two count bytes; one character alone says that there is no log.
-constexpr std::size_t kCountBytes = 2;
-
 Syntax syntax() {
     return {"log",
             "[OPTIONS]",
             "Reads the log of its transactions that the card in the reader keeps, newest first.",
-            {kOneAid, kJson, kQuiet},
+            {kOneAid, kTrace, kJson, kQuiet},
             {}};
 }
 
@@ -51,14 +48,15 @@ int log_command(Arguments arguments) {
         return kFine;
     }
     const std::string aid = one_aid(*options);
-    require_card();
+    const Library library(*options);
+    const std::string reader = require_card();
     say_waiting(options->has(kQuiet.name), "the card in the reader");
-    const Answer answer = ask_library(QAVEN_GetTxDetail, {{"AIDList", aid}});
+    const Answer answer = library.transaction_log(aid);
     if (options->has(kJson.name)) {
-        std::puts(answer.json.c_str());
+        std::puts(answer.json().c_str());
     }
-    const std::string text = answer.text("TxDtailRet");
-    if (text == "0") {
+    const auto records = transaction_records(answer);
+    if (!records) {
         throw operation_failure(answer.code == QAVEN_OK
                                     ? "the card keeps no transaction log, or has no application "
                                       "with this AID"
@@ -66,11 +64,12 @@ int log_command(Arguments arguments) {
                                 answer.code);
     }
     if (!options->has(kJson.name)) {
-        print_log(std::string_view(text).substr(std::min(kCountBytes, text.size())),
+        print_log(*records,
                   {"counter", "date", "time", ">amount", ">other", "currency", "type", "country",
                    "merchant"},
                   row_of);
     }
+    require_whole_reading(reader);
     return kFine;
 }
 

@@ -42,8 +42,9 @@ constexpr const char* kEpilogue =
     "\n"
     "'qaven VERB --help' lists the options of a verb; qaven(1) is the manual.\n"
     "\n"
-    "The library writes a trace, Qm_ic.log, into the working directory. It holds card numbers.\n"
-    "Its progress lines are off; QAVEN_DIAGNOSTICS=stderr shows them.\n"
+    "The library's trace, which holds card numbers, is written only for --trace. Its progress "
+    "lines\n"
+    "are off; QAVEN_DIAGNOSTICS=stderr shows them.\n"
     "\n"
     "exit status: 0 fine, 1 the operation failed, 2 wrong usage, 3 no reader that could be used,\n"
     "4 no card, 5 the transaction was declined\n";

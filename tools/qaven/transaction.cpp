@@ -7,11 +7,13 @@
 #include "card_text.h"
 #include "exit_status.h"
 #include "library.h"
+#include "log_table.h"
 #include "moment.h"
 #include "objects.h"
 #include "qaven/qaven.h"
 #include "terminal.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -31,9 +33,12 @@ constexpr Option kType{"--type", "TYPE",
                        "two digits (purchase)"};
 constexpr Option kMerchant{"--merchant", "NAME",
                            "20 bytes at most, a Chinese character takes two (an example name)"};
-constexpr Option kSm{"--sm", "", "ask the card for the SM algorithms"};
+constexpr Option kSm{"--sm", "", "ask the card for the SM algorithms, as is done anyway"};
+constexpr Option kNoSm{"--no-sm", "", "ask the card for 3DES instead"};
 
 constexpr std::size_t kMerchantSize = 20;
+
+constexpr std::size_t kCountDigits = 6;
 
 // The status word of a card that does not take the issuer for genuine. Nothing can be completed
 // then: the card has not been asked for its second cryptogram.
@@ -58,6 +63,17 @@ std::string merchant(const Options& options) {
     return record('V', gbk);
 }
 
+// Without a record the terminal asks for the SM algorithms.
+std::string algorithms(const Options& options) {
+    if (options.has(kSm.name) && options.has(kNoSm.name)) {
+        throw UsageError("only one of --sm and --no-sm may be given");
+    }
+    if (options.has(kNoSm.name)) {
+        return record('Z', "00");
+    }
+    return options.has(kSm.name) ? record('Z', "01") : "";
+}
+
 struct ArqcStep {
     std::string application_data;
     std::string field55;
@@ -72,11 +88,12 @@ void print_request(const std::vector<HexObject>& objects, const std::string& fie
     }
 }
 
-ArqcStep generate_arqc(const Options& options, const std::string& data, const std::string& aids) {
-    const Answer answer = ask_library(QAVEN_genARQC, {{"aryInput", data}, {"AIDList", aids}});
+ArqcStep generate_arqc(const Library& library, const Options& options, const std::string& data,
+                       const std::string& aids) {
+    const Answer answer = library.arqc(data, aids);
     ArqcStep step{answer.text("LpAppData"), answer.text("ARQC")};
     if (options.has(kJson.name)) {
-        std::puts(answer.json.c_str());
+        std::puts(answer.json().c_str());
     }
     if (answer.code != QAVEN_OK || step.field55.empty()) {
         throw operation_failure("the card gave no ARQC", answer.code);
@@ -109,6 +126,11 @@ void print_completion(const Answer& answer, const IssuerAnswer& issuer, bool sho
                 issuer.response_code + (issuer.approved() ? " (approved)" : " (declined)"));
     print_field("  for the card", issuer.response);
     print_heading("\nThe card's answer");
+    if (answer.code != QAVEN_OK && answer.code != kAuthenticationRefused) {
+        print_field("  issuer script", "not known");
+        print_field("  certificate (TC)", "not known");
+        return;
+    }
     print_field("  issuer script", script_result_in_words(answer.text("Scriptresult")));
     const std::string tc = answer.text("TC");
     if (tc.empty()) {
@@ -121,23 +143,53 @@ void print_completion(const Answer& answer, const IssuerAnswer& issuer, bool sho
     }
 }
 
-int complete(const Options& options, const std::string& data, const ArqcStep& step,
-             const IssuerAnswer& issuer) {
+// The log of the card that the ARQC step was made with, newest first; nothing when it cannot be
+// read, or another card is in the reader now.
+std::vector<LetterFields> logged(const Library& library, const ArqcStep& step) {
+    // The card's objects, the AID first, stand behind their count of bytes.
+    const std::string_view text = step.application_data;
+    const std::string aid =
+        object_value(read_objects(text.substr(std::min(kCountDigits, text.size()))), "4F")
+            .value_or("");
+    const std::string pan = object_value(read_objects(step.field55), "5A").value_or("");
+    const auto card = letter_records(library.card_information("A", aid).text("IcInfo"));
+    if (card.empty() || card.front().at('A') != pan.substr(0, pan.find('F'))) {
+        return {};
+    }
+    return letter_records(transaction_records(library.transaction_log(aid)).value_or(""));
+}
+
+// What can be said of a transaction whose end nobody has seen.
+std::string looked_up(const Library& library, const ArqcStep& step) {
+    const std::vector<LetterFields> records = logged(library, step);
+    // Without a record the log may be empty, or could not be read.
+    if (records.empty()) {
+        return "whether the card completed the transaction is not known ('qaven log' shows it)";
+    }
+    // The counter is another one in each transaction of a card.
+    const auto counter = object_value(read_objects(step.field55), "9F36");
+    const bool there = std::ranges::any_of(records, [&counter](const LetterFields& record) {
+        const auto found = record.find('X');
+        return found != record.end() && found->second == counter;
+    });
+    return there ? "the card has completed the transaction, as its log shows, but the "
+                   "certificate (TC) is lost"
+                 : "the transaction broke off, and the card's log does not show it";
+}
+
+int complete(const Library& library, const Options& options, const std::string& data,
+             const ArqcStep& step, const IssuerAnswer& issuer) {
     const Answer answer =
-        ask_library(QAVEN_ARPC_ExeICScript, {{"Txdata", data},
-                                             {"LpAppData", step.application_data},
-                                             {"ARPC", issuer.response},
-                                             {"Status", issuer.approved() ? 0 : 1}});
+        library.issuer_answer(data, step.application_data, issuer.response, issuer.approved());
     if (options.has(kJson.name)) {
-        std::puts(answer.json.c_str());
+        std::puts(answer.json().c_str());
     } else {
         print_completion(answer, issuer, options.has(kShowPan.name));
     }
     if (answer.code != QAVEN_OK) {
-        const std::string hint = answer.code == kAuthenticationRefused
-                                     ? ""
-                                     : " ('qaven log' shows whether the card completed it)";
-        throw operation_failure("the transaction broke off" + hint, answer.code);
+        throw operation_failure(answer.code == kAuthenticationRefused ? "the transaction broke off"
+                                                                      : looked_up(library, step),
+                                answer.code);
     }
     const bool declined = answer.text("TC").empty();
     if (!output_written()) {
@@ -153,8 +205,8 @@ int complete(const Options& options, const std::string& data, const ArqcStep& st
 } // namespace
 
 std::vector<Option> transaction_options(const std::vector<Option>& more) {
-    std::vector<Option> options{kAmount, kOther,    kCurrency, kDate,   kTime,
-                                kType,   kMerchant, kSm,       kAidList};
+    std::vector<Option> options{kAmount,   kOther, kCurrency, kDate,    kTime, kType,
+                                kMerchant, kSm,    kNoSm,     kAidList, kTrace};
     options.insert(options.end(), more.begin(), more.end());
     options.insert(options.end(), {kJson, kShowPan, kQuiet});
     return options;
@@ -178,23 +230,24 @@ std::string transaction_data(const Options& options) {
            record('Q', parse_amount(kOther.name, options.value_or(kOther.name, "0"), currency)) +
            record('R', currency.digits()) + record('S', date ? parse_date(*date) : today()) +
            record('T', *type) + record('U', time ? parse_time(*time) : time_of_day()) +
-           merchant(options) + (options.has(kSm.name) ? record('Z', "01") : "");
+           merchant(options) + algorithms(options);
 }
 
 int run_transaction(const Options& options, const WayToIssuer& ask) {
     const std::string data = transaction_data(options);
     const std::string aids = aid_list(options);
+    const Library library(options);
     require_card();
     const bool quiet = options.has(kQuiet.name);
     say_waiting(quiet, "the card in the reader");
-    const ArqcStep step = generate_arqc(options, data, aids);
+    const ArqcStep step = generate_arqc(library, options, data, aids);
     if (!ask) {
         return kFine;
     }
     say_waiting(quiet, "the issuer");
     const IssuerAnswer issuer = ask(step.field55);
     say_waiting(quiet, "the card in the reader");
-    return complete(options, data, step, issuer);
+    return complete(library, options, data, step, issuer);
 }
 
 } // namespace tool
