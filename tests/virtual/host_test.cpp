@@ -14,7 +14,9 @@
 #include <chrono>
 #include <csignal>
 #include <ctime>
+#include <fstream>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <thread>
 
@@ -140,6 +142,23 @@ TEST_F(Default, TheCardInSlotTwoIsPoweredAndAnswers) {
               "80 0B 00 00 00 00 00 00 00 00 3B 67 00 00 51 41 56 45 4E 30 31");
     EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00 00 01 00 00 00");
     EXPECT_EQ(answer_to(select_nothing()), "80 07 00 00 00 00 02 00 00 00 00 A4 04 00 00 90 00");
+}
+
+std::string in_sysfs(const std::string& file) {
+    std::ifstream in("/sys/bus/usb/devices/" + file);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// What programs read that look for interfaces, as pcscd and `lsusb -t` do.
+TEST_F(Default, ItsInterfacesHaveFoldersInSysfs) {
+    EXPECT_EQ(in_sysfs("1-1/bNumInterfaces"), " 3\n");
+    EXPECT_EQ(in_sysfs("1-1/product"), "Virtual Card Reader\n");
+    EXPECT_EQ(in_sysfs("1-1:1.0/bInterfaceClass"), "03\n");
+    EXPECT_EQ(in_sysfs("1-1:1.2/bInterfaceClass"), "0b\n");
+    EXPECT_EQ(in_sysfs("1-1:1.2/bInterfaceNumber"), "02\n");
+    EXPECT_EQ(in_sysfs("1-1:1.2/bNumEndpoints"), "03\n");
+    EXPECT_EQ(in_sysfs("1-1:1.2/modalias"), "usb:v2F7Ap4417d0100dc00dsc00dp00ic0Bisc00ip00in02\n");
+    EXPECT_EQ(in_sysfs("1-0:1.0/bInterfaceClass"), "09\n");
 }
 
 TEST_F(Default, ASetConfigurationLeavesNoReply) {
@@ -580,6 +599,7 @@ TEST_F(FaultUnplug, TheReaderIsGoneForGood) {
     ASSERT_EQ(libusb_init(nullptr), 0);
     EXPECT_EQ(readers_on_bus(), 0);
     EXPECT_FALSE(open());
+    EXPECT_EQ(in_sysfs("1-1:1.2/bInterfaceClass"), "");
 }
 
 class Replug : public FaultyReader {

@@ -79,7 +79,7 @@ class MockedUsbfs::Hub {
 
     void insert(Place& place);
     void insert_again(Place& place);
-    void announce(const Place& place, const char* action);
+    void announce(const std::string& sysfs_path, const char* action);
     void pull(Place& place);
     void serve();
     std::optional<TimePoint> advance(TimePoint now, std::vector<ClientRef>& released);
@@ -165,20 +165,27 @@ void MockedUsbfs::Hub::insert(Place& place) {
     if (umockdev_testbed_add_from_string(testbed_.get(), description.c_str(), &error) == FALSE) {
         fail("cannot add " + place.sysfs_path, error);
     }
-    announce(place, "add");
+    announce(place.sysfs_path, "add");
+    for (const auto& path : interface_paths(place.sysfs_path, *place.device)) {
+        announce(path, "add");
+    }
 }
 
-// For the libusb that is running already.
-void MockedUsbfs::Hub::announce(const Place& place, const char* action) {
-    umockdev_testbed_uevent(testbed_.get(), ("/sys" + place.sysfs_path).c_str(), action);
+// For programs that are running already.
+void MockedUsbfs::Hub::announce(const std::string& sysfs_path, const char* action) {
+    umockdev_testbed_uevent(testbed_.get(), ("/sys" + sysfs_path).c_str(), action);
 }
 
 // Called right when the device has left its port: the host must not find it in sysfs any more.
 void MockedUsbfs::Hub::pull(Place& place) {
     {
         const std::lock_guard lock(testbed_mutex_);
-        announce(place, "remove");
-        umockdev_testbed_remove_device(testbed_.get(), ("/sys" + place.sysfs_path).c_str());
+        auto paths = interface_paths(place.sysfs_path, *place.device);
+        paths.push_back(place.sysfs_path);
+        for (const auto& path : paths) {
+            announce(path, "remove");
+            umockdev_testbed_remove_device(testbed_.get(), ("/sys" + path).c_str());
+        }
     }
     if (place.settings.replug_after) {
         place.replug_at = Clock::now() + *place.settings.replug_after;

@@ -2,7 +2,9 @@
 #include "virtual/plug/sysfs.h"
 
 #include <cstdio>
+#include <initializer_list>
 #include <string_view>
+#include <utility>
 
 namespace qaven::virtual_plug {
 namespace {
@@ -16,6 +18,7 @@ using virtual_usb::TimePoint;
 
 constexpr unsigned usb_major = 189;
 constexpr unsigned devices_per_bus = 128;
+constexpr unsigned root_hub_ports = 8;
 
 std::string hex(std::span<const std::uint8_t> bytes) {
     constexpr auto digits = std::string_view("0123456789ABCDEF");
@@ -46,6 +49,66 @@ const char* speed_text(virtual_usb::Speed speed) {
     }
 }
 
+unsigned word(std::span<const std::uint8_t> descriptor, std::size_t at) {
+    return static_cast<unsigned>(descriptor[at]) | static_cast<unsigned>(descriptor[at + 1]) << 8U;
+}
+
+std::string attribute(const char* name, const std::string& value) {
+    return std::string("A: ") + name + '=' + value + "\\n\n";
+}
+
+// Attributes of these names, two hexadecimal digits each, for the bytes from there on.
+std::string byte_attributes(std::initializer_list<const char*> names,
+                            std::span<const std::uint8_t> bytes) {
+    std::string text;
+    for (const char* const name : names) {
+        text += attribute(name, format("%02x", bytes.front()));
+        bytes = bytes.subspan(1);
+    }
+    return text;
+}
+
+// The interface descriptors of a configuration, the first alternate settings.
+std::vector<Bytes> interfaces(std::span<const std::uint8_t> configuration) {
+    constexpr std::uint8_t type_interface = 4;
+    std::vector<Bytes> found;
+    while (configuration.size() >= 2 && configuration[0] >= 2 &&
+           configuration[0] <= configuration.size()) {
+        const auto one = configuration.first(configuration[0]);
+        if (one[1] == type_interface && one.size() >= 9 && one[3] == 0) {
+            found.emplace_back(one.begin(), one.end());
+        }
+        configuration = configuration.subspan(one.size());
+    }
+    return found;
+}
+
+// 1-1:1.2 below 1-1, 1-0:1.0 below usb1.
+std::string interface_path(const std::string& path, unsigned configuration, unsigned interface) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    return path + '/' + (path == controller_path ? format("%u-0", bus_number) : name) +
+           format(":%u.%u", configuration, interface);
+}
+
+std::string interface_description(const std::string& path, std::span<const std::uint8_t> device,
+                                  std::span<const std::uint8_t> interface) {
+    std::string text = "\nP: " + path + "\nE: DEVTYPE=usb_interface\nE: SUBSYSTEM=usb\n";
+    text += format("E: PRODUCT=%x/%x/%x\n", word(device, 8), word(device, 10), word(device, 12));
+    text += format("E: TYPE=%u/%u/%u\n", device[4], device[5], device[6]);
+    text += format("E: INTERFACE=%u/%u/%u\n", interface[5], interface[6], interface[7]);
+    const std::string alias =
+        format("usb:v%04Xp%04Xd%04Xdc%02Xdsc%02Xdp%02X", word(device, 8), word(device, 10),
+               word(device, 12), device[4], device[5], device[6]) +
+        format("ic%02Xisc%02Xip%02Xin%02X", interface[5], interface[6], interface[7], interface[2]);
+    text += "E: MODALIAS=" + alias + '\n' + attribute("modalias", alias);
+    text += attribute("bAlternateSetting", format("%2u", interface[3]));
+    text += byte_attributes({"bInterfaceNumber"}, interface.subspan(2));
+    text += byte_attributes(
+        {"bNumEndpoints", "bInterfaceClass", "bInterfaceSubClass", "bInterfaceProtocol"},
+        interface.subspan(4));
+    return text;
+}
+
 } // namespace
 
 std::string port_path(std::size_t port) {
@@ -56,14 +119,20 @@ std::string device_node(unsigned number) {
     return format("/dev/bus/usb/%03u/%03u", bus_number, number);
 }
 
+std::vector<std::string> interface_paths(const std::string& path,
+                                         const virtual_usb::Device& device) {
+    const Bytes configuration = device.configuration_descriptor();
+    std::vector<std::string> paths;
+    for (const auto& interface : interfaces(configuration)) {
+        paths.push_back(interface_path(path, configuration.at(5), interface[2]));
+    }
+    return paths;
+}
+
 std::string sysfs_description(const std::string& path, unsigned number,
                               const virtual_usb::Device& device) {
     const Bytes descriptor = device.device_descriptor();
     const Bytes configuration = device.configuration_descriptor();
-    const auto word = [&descriptor](std::size_t at) {
-        return static_cast<unsigned>(descriptor.at(at)) |
-               (static_cast<unsigned>(descriptor.at(at + 1)) << 8U);
-    };
     const unsigned minor = (bus_number - 1) * devices_per_bus + number - 1;
     Bytes descriptors = descriptor;
     descriptors.insert(descriptors.end(), configuration.begin(), configuration.end());
@@ -73,13 +142,38 @@ std::string sysfs_description(const std::string& path, unsigned number,
     text += "E: DEVTYPE=usb_device\nE: SUBSYSTEM=usb\n";
     text += format("E: BUSNUM=%03u\nE: DEVNUM=%03u\n", bus_number, number);
     text += format("E: MAJOR=%u\nE: MINOR=%u\n", usb_major, minor);
-    text += format("E: PRODUCT=%x/%x/%x\n", word(8), word(10), word(12));
+    text += format("E: PRODUCT=%x/%x/%x\n", word(descriptor, 8), word(descriptor, 10),
+                   word(descriptor, 12));
+    text += format("E: TYPE=%u/%u/%u\n", descriptor[4], descriptor[5], descriptor[6]);
     text += format("A: busnum=%u\\n\nA: devnum=%u\\n\n", bus_number, number);
     text += format("A: dev=%u:%u\\n\n", usb_major, minor);
     text += format("A: speed=%s\\n\n", speed_text(device.speed()));
-    text += "A: bConfigurationValue=1\\n\n";
-    text += format("A: idVendor=%04x\\n\nA: idProduct=%04x\\n\n", word(8), word(10));
+    text += format("A: version=%2x.%02x\\n\n", descriptor[3], descriptor[2]);
+    text += byte_attributes({"bDeviceClass", "bDeviceSubClass", "bDeviceProtocol"},
+                            std::span(descriptor).subspan(4));
+    text += format("A: bMaxPacketSize0=%u\\n\n", descriptor[7]);
+    text += format("A: idVendor=%04x\\n\nA: idProduct=%04x\\n\nA: bcdDevice=%04x\\n\n",
+                   word(descriptor, 8), word(descriptor, 10), word(descriptor, 12));
+    text += format("A: bNumConfigurations=%u\\n\n", descriptor[17]);
+    text += format("A: bNumInterfaces=%2u\\n\n", configuration.at(4));
+    text += format("A: bConfigurationValue=%u\\n\n", configuration.at(5));
+    text += format("A: bmAttributes=%2x\\n\n", configuration.at(7));
+    text += format("A: bMaxPower=%umA\\n\n", 2U * configuration.at(8));
+    text += "A: configuration=\n";
+    text += format("A: maxchild=%u\\n\n", path == controller_path ? root_hub_ports : 0U);
+    text += "A: rx_lanes=1\\n\nA: tx_lanes=1\\n\n";
+    for (const auto& [name, index] :
+         {std::pair{"manufacturer", descriptor[14]}, std::pair{"product", descriptor[15]},
+          std::pair{"serial", descriptor[16]}}) {
+        if (index != 0) {
+            text += attribute(name, device.string(index));
+        }
+    }
     text += "H: descriptors=" + hex(descriptors) + "\n";
+    for (const auto& interface : interfaces(configuration)) {
+        text += interface_description(interface_path(path, configuration.at(5), interface[2]),
+                                      descriptor, interface);
+    }
     return text;
 }
 

@@ -4,6 +4,7 @@
 #include "virtual/usb/device.h"
 
 #include <string>
+#include <vector>
 
 namespace qaven::virtual_plug {
 
@@ -16,7 +17,11 @@ inline constexpr const char* controller_path = "/devices/pci0000:00/0000:00:14.0
 // The node of the device with this address.
 [[nodiscard]] std::string device_node(unsigned number);
 
-// The device in umockdev's textual form.
+// The folders of the device's interfaces, without alternate settings, which have none.
+[[nodiscard]] std::vector<std::string> interface_paths(const std::string& path,
+                                                       const virtual_usb::Device& device);
+
+// The device and its interfaces in umockdev's textual form.
 [[nodiscard]] std::string sysfs_description(const std::string& path, unsigned number,
                                             const virtual_usb::Device& device);
 
