@@ -42,9 +42,13 @@ constinit bool reader_gone = false;
 // A connection of this process ended disturbed: what it left in the reader may still come.
 constinit bool left_disturbed = false;
 
-// The connection was given up. Until the next opening, or the end of what was going on, commands
-// fail as if nobody answered.
-constinit bool given_up = false;
+// The operation in which the connection was given up: its further commands fail as if nobody
+// answered, until it opens anew.
+constinit std::optional<std::uint64_t> given_up_in;
+
+bool given_up() {
+    return given_up_in == operation::serial();
+}
 
 [[gnu::constructor]] void at_load() {
     link::watch(&ccid);
@@ -61,7 +65,7 @@ void give_up() {
     if (ccid.handle != nullptr) {
         close();
     }
-    given_up = true;
+    given_up_in = operation::serial();
 }
 
 // What the reader said to power-on and to the question for the slot's state.
@@ -90,7 +94,6 @@ Welcome welcome() {
 
 void open(int interface) {
     ccid.open(kReaderVendor, kReaderProduct, interface);
-    connection().until = operation::deadline();
     reader_gone = false;
 }
 
@@ -150,14 +153,13 @@ int settle() {
 } // namespace
 
 int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len, int timeout_ms) {
-    if (!given_up && operation::over()) {
+    if (!given_up() && operation::over()) {
         give_up();
     }
-    if (given_up) {
+    if (given_up()) {
         return LIBUSB_ERROR_TIMEOUT;
     }
     operation::count_exchange();
-    connection().until = operation::deadline();
     int result = settle();
     if (result == 0) {
         result = ccid.interact_apdu(cmd, cmd_len, resp, resp_len, timeout_ms);
@@ -175,7 +177,7 @@ void forget() {
     connection() = link::State{};
     reader_gone = false;
     left_disturbed = false;
-    given_up = false;
+    given_up_in.reset();
 }
 
 bool ready() {
@@ -187,7 +189,7 @@ bool live() {
 }
 
 int open_with_card() {
-    given_up = false;
+    given_up_in.reset();
     if (operation::over()) {
         give_up();
         return 0;
@@ -205,7 +207,7 @@ int open_with_card() {
 }
 
 void end() {
-    given_up = false;
+    given_up_in.reset();
     // An opening that found no reader has still started libusb.
     if (ccid.handle == nullptr && !ccid.library_started) {
         return;

@@ -22,6 +22,7 @@ constexpr std::chrono::milliseconds kLongestDeadline = std::chrono::hours(24 * 3
 struct Progress {
     int depth = 0;
     int exchanges = 0;
+    std::uint64_t serial = 0;
     Clock::time_point deadline{};
 };
 
@@ -75,18 +76,25 @@ Scope::Scope() {
     if (now.depth++ == 0) {
         const auto allowed = time_allowed();
         now.exchanges = 0;
+        ++now.serial;
         now.deadline = allowed.count() == 0 ? Clock::time_point{} : Clock::now() + allowed;
     }
 }
 
 Scope::~Scope() {
-    if (--progress().depth == 0) {
-        progress() = Progress{};
+    Progress& now = progress();
+    if (--now.depth == 0) {
+        now.exchanges = 0;
+        now.deadline = Clock::time_point{};
     }
 }
 
 Clock::time_point deadline() {
     return progress().deadline;
+}
+
+std::uint64_t serial() {
+    return progress().serial;
 }
 
 bool over() {

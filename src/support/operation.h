@@ -5,6 +5,7 @@
 #include "support/boundary.h"
 
 #include <chrono>
+#include <cstdint>
 #include <utility>
 
 namespace qaven::operation {
@@ -47,6 +48,9 @@ Clock::time_point deadline();
 
 // True when the operation has used up its time or its exchanges.
 bool over();
+
+// Another number for each operation: what is said of one does not hold for the next.
+std::uint64_t serial();
 
 // Counts one exchange of the operation.
 void count_exchange();

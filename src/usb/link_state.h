@@ -14,9 +14,6 @@ struct State {
 
     bool numbers_replies = false;  // a reply since then carried another bSeq than 0
     bool reply_unfinished = false; // the rest of the last reply is still to come
-
-    // Nothing is transferred after this moment; the clock's zero for no end.
-    std::chrono::steady_clock::time_point until{};
 };
 
 // Makes an object the library's own; at load.
@@ -24,5 +21,9 @@ void watch(const void* object);
 
 // The state of the library's own object. What the objects of hosts tell goes nowhere.
 State& of(const void* object);
+
+// The moment after which an object transfers nothing more; the clock's zero for no end. Objects of
+// hosts know no operation.
+std::chrono::steady_clock::time_point deadline_of(const void* object);
 
 } // namespace qaven::link

@@ -154,7 +154,8 @@ int Myusb::transfer(int endpoint, unsigned char* buf, int len, unsigned int time
         return LIBUSB_ERROR_INVALID_PARAM;
     }
     auto& link = qaven::link::of(this);
-    const int result = transfer_until(link.until, endpoint, buf, len, timeout_ms);
+    const int result =
+        transfer_until(qaven::link::deadline_of(this), endpoint, buf, len, timeout_ms);
     link.disturbed = link.disturbed || result != 0;
     return result;
 }

@@ -376,6 +376,30 @@ TEST_F(Deadline, BelongsToTheOperationAndNotToTheNextOne) {
     EXPECT_EQ(send(kReadFirst).result, 0);
 }
 
+TEST_F(Deadline, TheNextOperationCanStillTakeTheCardsPower) {
+    {
+        setenv(operation::kDeadlineVariable, "20", 1);
+        const operation::Scope scope;
+        card.expect(kReadFirst, kFirstRecord);
+        send(kReadFirst);
+    }
+    std::this_thread::sleep_for(21ms);
+    const operation::Scope scope;
+    session::end();
+    EXPECT_THAT(card.events(), ElementsAre(kReadFirst, "power off", "close"));
+}
+
+TEST_F(Deadline, WithoutASessionTheNextOperationHasABadHandle) {
+    {
+        const operation::Scope scope;
+        std::this_thread::sleep_for(2ms);
+        EXPECT_EQ(send(kReadFirst).result, LIBUSB_ERROR_TIMEOUT);
+    }
+    setenv(operation::kDeadlineVariable, "0", 1);
+    const operation::Scope scope;
+    EXPECT_EQ(send(kReadFirst).result, -8);
+}
+
 TEST_F(Deadline, AnOperationInsideAnotherHasNoTimeOfItsOwn) {
     const operation::Scope scope;
     std::this_thread::sleep_for(2ms);
