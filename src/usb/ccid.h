@@ -29,9 +29,9 @@ class CCID : public Myusb {
 
     // Places in a message's header, and the types of replies (CCID 1.1, 6.2).
     static constexpr int kTypeByte = 0;
-    static constexpr int kSequenceByte = 6;
-    static constexpr unsigned char kDataBlock = 0x80;
-    static constexpr unsigned char kSlotStatus = 0x81;
+    static constexpr int kSequenceByte = 6;            // bSeq
+    static constexpr unsigned char kDataBlock = 0x80;  // RDR_to_PC_DataBlock
+    static constexpr unsigned char kSlotStatus = 0x81; // RDR_to_PC_SlotStatus
 
     // Starts a connection; one that is still held is ended first, because an interface can be
     // claimed only once. Always 0: a reader that is not there shows in the transfers that follow.
