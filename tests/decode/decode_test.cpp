@@ -77,6 +77,49 @@ TEST(DecodedRequest, NamesValuesOfTheWrongType) {
     EXPECT_THAT(decoded(R"({"Status":0,"isReadArqc":"true"})"), Not(HasSubstr("!")));
 }
 
+TEST(DecodedRequest, CanBeNestedToAnyDepth) {
+    std::string arrays = "{\"x\":" + std::string(50000, '[') + std::string(50000, ']') + "}";
+    std::string answers;
+    for (int depth = 0; depth < 50000; ++depth) {
+        answers += R"({"IcARQC":)";
+    }
+    for (const std::string& text : {arrays, answers + "1" + std::string(50000, '}'), answers}) {
+        EXPECT_THAT(decoded(text), HasSubstr("! nested too deep: "));
+        EXPECT_THAT(traced("resmsg:" + text + "\r\n"), HasSubstr("not a JSON object"));
+    }
+    EXPECT_THAT(decoded(R"({"x":[[["deep enough"]]]})"), HasSubstr("deep enough"));
+}
+
+TEST(DecodedObject, HasTheSizeAndTheDayThatItsFormHas) {
+    for (const char* const text :
+         {"82037C0000", "9F0205000000001213",
+          "9F1021"
+          "000102030405060708090A0B0C0D0E0F"
+          "101112131415161718191A1B1C1D1E1F20",
+          "9A022604", "5F2A0156", "5F2A03015600", "9F570101", "9504000800600000", "95060008006000",
+          "9B03E80000", "9F270280FF"}) {
+        EXPECT_THAT(decoded(text), HasSubstr("! ")) << text;
+    }
+    EXPECT_THAT(decoded("0008006000FF", "tvr"), HasSubstr("! has 6 bytes instead of 5"));
+    EXPECT_THAT(decoded("E8", "tsi"), HasSubstr("! has 1 bytes instead of 2"));
+    EXPECT_THAT(decoded("03A0000000", "cvr"), HasSubstr("! card verification results have"));
+    EXPECT_THAT(decoded("5F2403300230"), HasSubstr("! the calendar has no such day"));
+    EXPECT_THAT(decoded("5F2403280229"), Not(HasSubstr("!")));
+    EXPECT_THAT(decoded("9F3B0401560840"), HasSubstr("0156 (CNY), 0840 (USD)\n"));
+}
+
+TEST(DecodedBits, ComeInTheirOrderWithAllTheirMeanings) {
+    EXPECT_THAT(decoded("FE80", "aip"),
+                HasSubstr("byte 1 bit 8: reserved, but set\n  byte 1 bit 7: static"));
+    EXPECT_THAT(decoded("0080", "aip"), HasSubstr("byte 2 bit 8: contactless: EMV mode"));
+    EXPECT_THAT(decoded("9F660426000080"), HasSubstr("byte 4 bit 8: fDDA version 01 is supported"));
+    EXPECT_THAT(decoded("9F270184"), HasSubstr("byte 1 bits 3-1: reason: reserved value 4"));
+    EXPECT_THAT(decoded("9F270187"), HasSubstr("byte 1 bits 3-1: reason: reserved value 7"));
+    EXPECT_THAT(decoded("9F5B0A20000000011300000002"),
+                HasSubstr("result 13: the script failed at command 3\n"
+                          "    script identifier (9F18): 00000002"));
+}
+
 TEST(DecodedLog, OfLoadsIsKnownByItsKey) {
     const std::string log = "P0049F79Q012000000000000R012000000100000S006250101";
     EXPECT_THAT(decoded(R"({"LoadLog":")" + log + "\"}"), HasSubstr("load log"));

@@ -64,6 +64,38 @@ TEST(MaskedNumber, StaysMaskedWhereverItTurnsUp) {
     EXPECT_EQ(privacy.redacted("number 62280001000012"), "number 622800********");
 }
 
+TEST(MaskedNumber, IsFoundAmongAnyNumberOfOthersInTheTimeOfOne) {
+    Privacy privacy(false);
+    std::string text;
+    std::string last;
+    for (int card = 0; card < 3000; ++card) {
+        last = "62280001" + std::to_string(10000000 + 7919 * card);
+        privacy.number(last);
+        text += last + " 9F2608D2F6E9DCD5CC9617 ";
+    }
+    const std::string shown = privacy.redacted(text);
+    EXPECT_FALSE(shows(shown, last));
+    EXPECT_FALSE(shows(shown, "6228000110000000"));
+    // Each of them costs nothing: searching one by one took minutes for this text.
+    EXPECT_THAT(shown, HasSubstr("622800******0000 9F2608D2F6E9DCD5CC9617 "));
+}
+
+TEST(MaskedNumber, IsOneThoughItsFieldOrItsTextIsDamaged) {
+    for (const char* const text : {
+             "B0196228000100001234565", // the letter of another field
+             "P0196228000100001234565",
+             "580A6228000100001234565F",
+             "500A6228000100001234565F",
+             "{\"IcInfo\": \"A0196228000100001234565\", \"Field60\": \"",
+             "{\"6228000100001234565\": 1}",
+             "reader 62-28-00-01-00-00-12-34-56-6",
+         }) {
+        EXPECT_FALSE(shows(decoded(text), kAccountNumber)) << decoded(text);
+        EXPECT_FALSE(shows(traced(text), kAccountNumber)) << traced(text);
+    }
+    EXPECT_FALSE(shows(decoded("6228000100001234565", "aid"), kAccountNumber));
+}
+
 TEST(MaskedNumber, IsFoundInTextThatNobodyKnows) {
     Privacy privacy(false);
     privacy.learn("the clerk typed 6228000200006545, then left");

@@ -9,6 +9,7 @@ namespace tool::test {
 
 // The cardholder of the shipped debit card.
 constexpr const char* kAccountNumber = "6228000100001234565";
+constexpr const char* kShorterNumber = "6228000200006545";
 constexpr const char* kIdentityNumber = "110101199001010000";
 
 struct Sample {

@@ -44,7 +44,7 @@ void explain_status(std::string_view text, Outline& out) {
 }
 
 void explain_nothing(std::string_view text, Outline& out) {
-    out.line(in_quotes(text));
+    out.line(in_quotes(out.privacy().guarded(text)));
 }
 
 constexpr auto kKeys = std::to_array<Key>({
@@ -66,10 +66,32 @@ constexpr auto kKeys = std::to_array<Key>({
     {"LoadLog", "load log", explain_load_log},
 });
 
+// Arrays and objects in one another: what is printed, or taken apart once more, goes as deep. Hosts
+// need three levels.
+bool is_nested_too_deep(std::string_view json) {
+    constexpr int kDeepest = 64;
+    int depth = 0;
+    bool quoted = false;
+    for (std::size_t at = 0; at < json.size() && depth <= kDeepest; ++at) {
+        const char character = json[at];
+        if (character == '"') {
+            quoted = !quoted;
+        } else if (quoted) {
+            at += character == '\\' ? 1 : 0;
+        } else if (character == '{' || character == '[') {
+            ++depth;
+        } else if (character == '}' || character == ']') {
+            --depth;
+        }
+    }
+    return depth > kDeepest;
+}
+
 void explain_member(const Member& member, Outline& out) {
     const Key* const known = find_key(member.key);
     if (known == nullptr) {
-        out.line(readable(member.key) + ": " + in_quotes(out.privacy().guarded(member.value)));
+        out.line(readable(out.privacy().guarded(member.key)) + ": " +
+                 in_quotes(out.privacy().guarded(member.value)));
         return;
     }
     out.line(member.key + ": " + std::string(known->what));
@@ -140,13 +162,18 @@ void explain_sequence_field(std::string_view text, Outline& out) {
     if (text.empty()) {
         out.line("empty: the card has no PAN sequence number");
     } else if (text.starts_with(kHead)) {
-        out.line("PAN sequence number: " + readable(text.substr(kHead.size())));
+        out.line("PAN sequence number: " +
+                 readable(out.privacy().guarded(text.substr(kHead.size()))));
     } else {
-        out.problem("begins with other bytes than 60 03: " + in_quotes(text));
+        out.problem("begins with other bytes than 60 03: " +
+                    in_quotes(out.privacy().guarded(text)));
     }
 }
 
 std::optional<std::vector<Member>> json_members(std::string_view text) {
+    if (is_nested_too_deep(text)) {
+        return std::nullopt;
+    }
     // The order of the members is the order of the steps.
     const auto object = nlohmann::ordered_json::parse(byte_characters(text), nullptr, false);
     if (!object.is_object()) {
@@ -163,7 +190,9 @@ std::optional<std::vector<Member>> json_members(std::string_view text) {
 void explain_json(std::string_view text, Outline& out) {
     const auto members = json_members(text);
     if (!members) {
-        out.problem("not a JSON object: " + in_quotes(out.privacy().guarded(text)));
+        out.problem(
+            std::string(is_nested_too_deep(text) ? "nested too deep: " : "not a JSON object: ") +
+            in_quotes(out.privacy().guarded(text)));
         return;
     }
     for (const Member& member : *members) {

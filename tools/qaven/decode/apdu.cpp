@@ -231,6 +231,7 @@ void explain_command(Bytes apdu, Outline& out) {
         parts.data = parts.data.first(parts.data.size() - kMacSize);
     }
     const Command* const command = find_command(apdu[1]);
+    out.privacy().learn(parts.data);
     if (!parts.data.empty() && command != nullptr) {
         explain_payload(*command, apdu, parts.data, out);
     } else if (!parts.data.empty()) {
@@ -255,6 +256,7 @@ void explain_response(Bytes apdu, Outline& out) {
         if (is_object_list(data)) {
             explain_objects(data, 0, out);
         } else {
+            out.privacy().learn(data);
             out.line("data: " + hex(data));
         }
     }

@@ -22,7 +22,7 @@ constexpr std::array kInterchangeProfile{
     flag(1, 3, "issuer authentication by EXTERNAL AUTHENTICATE is supported"),
     flag(1, 2, "cardholder verification on the device is supported"),
     flag(1, 1, "combined data authentication (CDA) is supported"),
-    flag(2, 8, "contactless: full card data are supported"),
+    flag(2, 8, "contactless: EMV mode is supported (Visa and PBOC: magnetic-stripe mode)"),
 };
 
 constexpr std::array kTerminalVerification{
@@ -133,6 +133,7 @@ constexpr std::array kTransactionQualifiers{
     flag(1, 2, "signature is supported"),
     flag(2, 8, "an online cryptogram is required"),
     flag(2, 7, "cardholder verification is required"),
+    flag(4, 8, "fDDA version 01 is supported"),
 };
 
 // Two bits and more that are one field have a line for each value.
@@ -145,6 +146,10 @@ constexpr std::array kCryptogramInformation{
     Bits{1, 0x07, 0x01, "reason: service not allowed"},
     Bits{1, 0x07, 0x02, "reason: PIN try limit exceeded"},
     Bits{1, 0x07, 0x03, "reason: issuer authentication failed"},
+    Bits{1, 0x07, 0x04, "reason: reserved value 4"},
+    Bits{1, 0x07, 0x05, "reason: reserved value 5"},
+    Bits{1, 0x07, 0x06, "reason: reserved value 6"},
+    Bits{1, 0x07, 0x07, "reason: reserved value 7"},
 };
 
 // Byte 1 is the length of the others.
@@ -190,13 +195,14 @@ unsigned char known_bits(std::span<const Bits> table, std::size_t byte) {
 
 void explain_byte(std::span<const Bits> table, std::size_t byte, unsigned char value,
                   Outline& out) {
-    for (const Bits& bits : table) {
-        if (bits.byte == byte && (value & bits.mask) == bits.value) {
-            out.line(bits_place(byte, bits.mask) + ": " + std::string(bits.words));
-        }
-    }
     const auto strange = static_cast<unsigned char>(value & ~known_bits(table, byte));
     for (unsigned mask = 0x80; mask != 0; mask >>= 1U) {
+        for (const Bits& bits : table) {
+            if (bits.byte == byte && std::bit_floor(bits.mask) == mask &&
+                (value & bits.mask) == bits.value) {
+                out.line(bits_place(byte, bits.mask) + ": " + std::string(bits.words));
+            }
+        }
         if ((strange & mask) != 0) {
             out.line(bits_place(byte, static_cast<unsigned char>(mask)) + ": reserved, but set");
         }
@@ -231,7 +237,6 @@ std::string bits_place(std::size_t byte, unsigned char mask) {
 }
 
 void explain_bits(std::span<const Bits> table, Bytes value, Outline& out) {
-    const std::size_t known = std::ranges::max(table, {}, &Bits::byte).byte;
     bool says_something = false;
     for (std::size_t at = 0; at < value.size(); ++at) {
         says_something = says_something || value[at] != 0;
@@ -240,10 +245,6 @@ void explain_bits(std::span<const Bits> table, Bytes value, Outline& out) {
     if (!says_something &&
         std::ranges::none_of(table, [](const Bits& b) { return b.value == 0; })) {
         out.line("no bit is set");
-    }
-    if (value.size() < known) {
-        out.line("short: " + std::to_string(value.size()) + " of " + std::to_string(known) +
-                 " bytes");
     }
 }
 
@@ -285,7 +286,10 @@ void explain_card_verification(Bytes value, Outline& out) {
         explain_card_verification(whole, out);
         return;
     }
-    for (std::size_t at = 1; at < value.size(); ++at) {
+    if (value.size() != 4 || value[0] != 3) {
+        out.problem("card verification results have 3 bytes, or 03 and 3 bytes");
+    }
+    for (std::size_t at = 1; at < std::min(value.size(), std::size_t{4}); ++at) {
         const auto byte = at + 1;
         const auto bits = at + 1 == kScriptCountByte
                               ? static_cast<unsigned char>(value[at] & ~kScriptCountMask)

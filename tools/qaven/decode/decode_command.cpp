@@ -55,10 +55,15 @@ void print_usage(std::ostream& out) {
            "Exit status: 0 the value makes sense to its end, 1 it does not, 2 wrong use.\n";
 }
 
+// A value in the wrong place is shown no more than one in the right place.
+std::string unread(std::string_view argument) {
+    return readable(Privacy(false).guarded(argument));
+}
+
 const InputForm& wanted_form(std::string_view name) {
     const InputForm* const form = form_named(name);
     if (form == nullptr) {
-        throw WrongUse("no form is called '" + readable(name) + "'");
+        throw WrongUse("no form is called '" + unread(name) + "'");
     }
     return *form;
 }
@@ -84,7 +89,7 @@ Options read_arguments(std::span<const std::string_view> arguments) {
         } else if (argument.starts_with(kFormIs)) {
             options.form = &wanted_form(argument.substr(kFormIs.size()));
         } else if (argument != "--as") {
-            throw WrongUse("no option is called '" + readable(argument) + "'");
+            throw WrongUse("no option is called '" + unread(argument) + "'");
         } else if (++at == arguments.size()) {
             throw WrongUse("--as needs a form");
         } else {

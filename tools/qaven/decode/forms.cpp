@@ -9,6 +9,7 @@
 #include "decode/bytes.h"
 #include "decode/dol.h"
 #include "decode/lists.h"
+#include "decode/number_shapes.h"
 #include "decode/records.h"
 #include "decode/script_result.h"
 #include "decode/status_words.h"
@@ -28,10 +29,23 @@ namespace {
 
 using ExplainBytes = void (*)(Bytes, Outline&);
 
+void explain_list(Bytes data, Outline& out) {
+    explain_objects(data, 0, out);
+}
+
 // A form that is given in hexadecimal digits.
 template <ExplainBytes Explain>
 void from_digits(std::string_view text, Outline& out) {
     const HexText data = from_hex(text);
+    // A list guards what is in it object by object, a command and a response their data.
+    if (Explain != explain_list) {
+        if (Explain != explain_response && Explain != explain_command) {
+            out.privacy().learn(data.bytes);
+        }
+        if (!data.sound() || may_be_number(hex(data.bytes))) {
+            out.distrust();
+        }
+    }
     Explain(data.bytes, out);
     if (data.stranger_at) {
         out.problem("at character " + std::to_string(*data.stranger_at) +
@@ -50,10 +64,6 @@ void explain_as(Bytes value, Outline& out) {
         out.line(text);
     }
     explain_value(ValueForm, value, out);
-}
-
-void explain_list(Bytes data, Outline& out) {
-    explain_objects(data, 0, out);
 }
 
 void explain_entries(Bytes data, Outline& out) {

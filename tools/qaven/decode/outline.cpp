@@ -18,7 +18,7 @@ std::string Outline::text() const {
     std::string all;
     for (const Line& line : lines_) {
         all.append(2 * static_cast<std::size_t>(line.depth), ' ');
-        all += privacy_.redacted(line.text);
+        all += distrusted_ ? privacy_.guarded(line.text) : privacy_.redacted(line.text);
         all += '\n';
     }
     return all;

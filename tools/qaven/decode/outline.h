@@ -31,6 +31,10 @@ class Outline {
     // A line that says what does not make sense.
     void problem(const std::string& text);
 
+    // Of an input that is damaged long runs of digits are not shown either, whatever they are taken
+    // for.
+    void distrust() { distrusted_ = true; }
+
     bool has_problems() const { return has_problems_; }
 
     Privacy& privacy() { return privacy_; }
@@ -48,6 +52,7 @@ class Outline {
     std::vector<Line> lines_;
     int depth_ = 0;
     bool has_problems_ = false;
+    bool distrusted_ = false;
 };
 
 } // namespace tool

@@ -1,14 +1,13 @@
 // What of a card number, of track data and of an identity number may be seen.
 #pragma once
 
+#include "decode/bytes.h"
+#include "decode/known_numbers.h"
+
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace tool {
-
-// Digits, as many as an account number has, the last of which is the right check digit.
-bool is_account_number(std::string_view text);
 
 // Shows numbers with their middle replaced by asterisks, and remembers them: wherever they turn up
 // once more, in whatever form, they are masked as well.
@@ -25,22 +24,27 @@ class Privacy {
     std::string track_data(std::string_view data) const;
 
     // Looks for account numbers in a text that nothing else is known about: alone, in track 2, in
-    // data objects 5A, 57 and 9F6B.
+    // data objects 5A, 57 and 9F6B, in the card information.
     void learn(std::string_view text);
+
+    // Looks for account numbers among bytes of any meaning.
+    void learn(Bytes bytes);
 
     // What nobody can take apart, for showing: the whole text is searched as by learn, and long
     // runs of digits that may be a part of an account number lose all but the first six.
     std::string guarded(std::string_view text);
 
+    // The text of a field that holds no number, for showing: digits in it may still be one, when
+    // the field is not what it says it is.
+    std::string field(std::string_view text) const;
+
     // The text with every number that is known by now masked, written as digits, as packed hex or
-    // as hex of characters, with blanks between or without.
+    // as hex of characters, with blanks between or without; and with what looks like one.
     std::string redacted(std::string text) const;
 
   private:
-    void remember(std::string_view digits);
-
     bool show_all_;
-    std::vector<std::string> numbers_;
+    KnownNumbers known_;
 };
 
 } // namespace tool

@@ -105,9 +105,14 @@ std::string text_of(Value form, std::string_view value, std::string_view currenc
     if (value.empty()) {
         return "(empty)";
     }
+    const bool shows_number = form == Value::kAccountNumber || form == Value::kIdentityNumber ||
+                              form == Value::kTrack2 || form == Value::kTrackData;
+    if (value.size() >= kShortestNumber && !shows_number && form != Value::kText) {
+        return in_quotes(privacy.guarded(value));
+    }
     switch (form) {
     case Value::kText:
-        return in_quotes(value);
+        return in_quotes(privacy.field(value));
     case Value::kAmount:
         return readable(amount_text(value, currency));
     case Value::kCurrency:
@@ -284,6 +289,7 @@ void explain_tag_list_letters(std::string_view text, Outline& out) {
 }
 
 void explain_aid_list(std::string_view text, Outline& out) {
+    constexpr std::size_t kLongestAid = 16;
     std::size_t at = 0;
     while (at <= text.size()) {
         const std::size_t end = std::min(text.find('|', at), text.size());
@@ -291,8 +297,9 @@ void explain_aid_list(std::string_view text, Outline& out) {
         const HexText aid = from_hex(field);
         if (field.empty()) {
             out.line("(empty field: any UnionPay application, or the card's directory)");
-        } else if (!aid.sound()) {
-            out.problem("at character " + std::to_string(at) + ": no AID: " + in_quotes(field));
+        } else if (!aid.sound() || aid.bytes.size() > kLongestAid) {
+            out.problem("at character " + std::to_string(at) +
+                        ": no AID: " + in_quotes(out.privacy().guarded(field)));
         } else if (field[0] == '0') {
             out.line(hex(aid.bytes) + " (the card's directory)");
         } else {

@@ -3,6 +3,8 @@
 
 #include "decode/text.h"
 
+#include <algorithm>
+
 namespace tool {
 
 namespace {
@@ -31,10 +33,13 @@ void explain_script_result(Bytes value, Outline& out) {
         out.problem("the result is empty");
         return;
     }
-    out.line("result " + hex(value[0], 2) + ": " + outcome(value[0]));
-    out.line("script identifier (9F18): " + hex(value.subspan(1)));
-    if (value.size() != kWhole) {
-        out.line("has " + std::to_string(value.size()) + " bytes instead of 5");
+    for (std::size_t at = 0; at < value.size(); at += kWhole) {
+        const Bytes one = value.subspan(at, std::min(kWhole, value.size() - at));
+        out.line("result " + hex(one[0], 2) + ": " + outcome(one[0]));
+        out.line("script identifier (9F18): " + hex(one.subspan(1)));
+    }
+    if (value.size() % kWhole != 0) {
+        out.problem("has " + std::to_string(value.size()) + " bytes; a result has 5");
     }
 }
 
@@ -65,7 +70,7 @@ void explain_script_result_text(std::string_view text, Outline& out) {
     }
     const HexText value = from_hex(narrow);
     if (!value.sound()) {
-        out.problem("not hexadecimal: " + readable(narrow));
+        out.problem("not hexadecimal: " + readable(out.privacy().guarded(narrow)));
     }
     explain_script_result(value.bytes, out);
 }

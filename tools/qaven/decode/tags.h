@@ -24,6 +24,7 @@ enum class Form {
     kPinData,
     kServiceCode,
     kCurrency,
+    kCurrencies,
     kCountry,
     kDol,
     kTagList,

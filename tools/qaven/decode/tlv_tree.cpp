@@ -4,6 +4,7 @@
 #include "decode/aid.h"
 #include "decode/apdu.h"
 #include "decode/dol.h"
+#include "decode/number_shapes.h"
 #include "decode/tags.h"
 #include "decode/tlv.h"
 #include "decode/values.h"
@@ -74,7 +75,17 @@ class Tree {
     void explain_primitive(const Object& object, const std::string& head, std::size_t start) {
         const Form form = tag_form(object.tag);
         const bool is_aid = object.tag == 0x4F || object.tag == 0x84 || object.tag == 0x9F06;
+        const std::string digits = hex(object.value);
+        const bool holds_number = form == Form::kAccountNumber || form == Form::kTrack2;
+        if (!holds_number && is_packed_number(digits)) {
+            // A damaged tag, or a card that keeps a number where none belongs.
+            out_.line(head + ": " + account_number_text(digits, out_.privacy()));
+            return;
+        }
         const bool unknown = find_tag(object.tag) == nullptr;
+        if (form == Form::kBytes) {
+            out_.privacy().learn(object.value);
+        }
         const std::string text = unknown ? left_over(object.value)
                                  : is_aid
                                      ? aid_text(object.value)

@@ -64,7 +64,8 @@ int trace_command(std::span<const std::string_view> arguments) {
         } else if (argument == "--show-pan") {
             show_pan = true;
         } else {
-            return refuse("no option is called '" + readable(argument) + "'");
+            return refuse("no option is called '" + readable(Privacy(false).guarded(argument)) +
+                          "'");
         }
     }
 

@@ -31,22 +31,22 @@ constexpr std::string_view words_of(std::string_view line) {
 }
 
 void explain_number(std::string_view value, Outline& out) {
-    out.line(readable(value));
+    out.line(readable(out.privacy().guarded(value)));
 }
 
 void explain_words(std::string_view value, Outline& out) {
-    out.line(trimmed(value).empty() ? "(empty)" : readable(trimmed(value)));
+    out.line(trimmed(value).empty() ? "(empty)" : readable(out.privacy().guarded(trimmed(value))));
 }
 
 void explain_result(std::string_view value, Outline& out) {
     int result = 0;
     const std::string_view digits = trimmed(value);
     const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), result);
-    out.line(read.ec == std::errc() ? result_text(result) : readable(value));
+    out.line(read.ec == std::errc() ? result_text(result) : readable(out.privacy().guarded(value)));
 }
 
 void explain_host_status(std::string_view value, Outline& out) {
-    out.line(readable(value) +
+    out.line(readable(out.privacy().guarded(value)) +
              (trimmed(value) == "0" ? ": the host approved" : ": the host declined"));
 }
 

@@ -23,13 +23,13 @@ bool is_text(Bytes bytes) {
     }) && std::ranges::any_of(bytes, [](unsigned char byte) { return byte < 0x7F; });
 }
 
-// Without the numbers in it, which must not be torn apart by the end of a row.
-void print_rows(Bytes bytes, Outline& out) {
+// Without the numbers in it, which must not be torn apart by the end of a row. Of bytes that do not
+// make sense long runs of digits are not shown either.
+void print_rows(Bytes bytes, bool sound, Outline& out) {
     constexpr std::size_t kDigits = 64;
     const std::string digits = hex(bytes);
-    out.privacy().learn(digits);
-    out.privacy().learn(characters_of(bytes));
-    const std::string shown = out.privacy().redacted(digits);
+    const std::string shown =
+        sound ? out.privacy().redacted(digits) : out.privacy().guarded(digits);
     for (std::size_t at = 0; at < shown.size(); at += kDigits) {
         out.line(shown.substr(at, kDigits));
     }
@@ -128,8 +128,8 @@ void TracePrinter::members(std::string_view json, Outline& out) {
     }
     for (const Member& member : *parsed) {
         const Key* const key = find_key(member.key);
-        const std::string head =
-            readable(member.key) + (key != nullptr ? " (" + std::string(key->what) + ')' : "");
+        const std::string head = readable(out.privacy().guarded(member.key)) +
+                                 (key != nullptr ? " (" + std::string(key->what) + ')' : "");
         if (key == nullptr) {
             out.line(head + ": " + in_quotes(out.privacy().guarded(member.value)));
         } else {
@@ -146,7 +146,7 @@ void TracePrinter::unknown(std::string_view text, Outline& out) {
     const bool titled = title != std::string_view::npos;
     const std::string_view value =
         trimmed(titled ? text.substr(title + kBehindTitle.size()) : text);
-    const std::string head = titled ? readable(text.substr(0, title)) : "a line";
+    const std::string head = titled ? readable(privacy_.guarded(text.substr(0, title))) : "a line";
     if (seen_before(value)) {
         out.line(head + ": as above");
         return;
@@ -163,7 +163,8 @@ void TracePrinter::unknown(std::string_view text, Outline& out) {
 
 void TracePrinter::dump(const TraceEntry& entry, Outline& out) {
     const auto nest = out.nest();
-    const std::string title = entry.text.empty() ? "HEX" : readable(entry.text);
+    const std::string title =
+        entry.text.empty() ? "HEX" : readable(out.privacy().guarded(entry.text));
     out.line(title + ", " + std::to_string(entry.bytes.size()) +
              (entry.bytes.size() == 1 ? " byte" : " bytes"));
     const auto inner = out.nest();
@@ -171,14 +172,22 @@ void TracePrinter::dump(const TraceEntry& entry, Outline& out) {
         explain_command(entry.bytes, out);
         return;
     }
-    print_rows(entry.bytes, out);
     const InputForm* const form = form_of_bytes(entry.bytes);
+    // What is in the bytes is known before they are shown.
+    Outline explained(out.privacy());
+    const std::string digits = hex(entry.bytes);
+    const bool sound =
+        form != nullptr ? decode(digits, form, explained) : guessed_form(digits) == nullptr;
+    if (form == nullptr) {
+        out.privacy().learn(entry.bytes);
+    }
+    print_rows(entry.bytes, sound, out);
     if (form != nullptr) {
-        decode(hex(entry.bytes), form, out);
+        decode(digits, form, out);
     } else if (is_text(entry.bytes)) {
         const std::string_view text = characters_of(entry.bytes);
         if (!explain_by_looks(text, out)) {
-            out.line(in_quotes(text));
+            out.line(in_quotes(out.privacy().guarded(text)));
         }
     }
 }

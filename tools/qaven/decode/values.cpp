@@ -6,11 +6,13 @@
 #include "decode/dol.h"
 #include "decode/lists.h"
 #include "decode/money.h"
+#include "decode/number_shapes.h"
 #include "decode/script_result.h"
 #include "decode/text.h"
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 
 namespace tool {
 
@@ -83,6 +85,40 @@ constexpr auto kTerminalPlaces = std::to_array<std::string_view>({
     "unattended, offline only",
 });
 
+struct Size {
+    Form form;
+    std::size_t least;
+    std::size_t most;
+};
+
+// EMV Book 3, annex A.
+constexpr auto kSizes = std::to_array<Size>({
+    {Form::kNumber, 1, 4},
+    {Form::kAmount, 6, 6},
+    {Form::kDate, 3, 3},
+    {Form::kTime, 3, 3},
+    {Form::kIdentityType, 1, 1},
+    {Form::kServiceCode, 2, 2},
+    {Form::kCurrency, 2, 2},
+    {Form::kCurrencies, 2, 8},
+    {Form::kCountry, 2, 2},
+    {Form::kInterchangeProfile, 2, 2},
+    {Form::kTerminalVerification, 5, 5},
+    {Form::kTransactionStatus, 2, 2},
+    {Form::kCryptogramInformation, 1, 1},
+    {Form::kIssuerApplicationData, 1, 32},
+    {Form::kUsageControl, 2, 2},
+    {Form::kTerminalCapabilities, 3, 3},
+    {Form::kMoreTerminalCapabilities, 5, 5},
+    {Form::kTerminalType, 1, 1},
+    {Form::kTransactionType, 1, 1},
+    {Form::kTransactionQualifiers, 4, 4},
+    {Form::kResponseCode, 2, 2},
+    {Form::kIssuerAuthentication, 8, 16},
+    {Form::kLogEntry, 2, 2},
+    {Form::kPriority, 1, 1},
+});
+
 std::string with_words(std::string_view code, std::string_view words) {
     return words.empty() ? std::string(code) : std::string(code) + " (" + std::string(words) + ')';
 }
@@ -95,31 +131,45 @@ bool is_date(std::string_view year, std::string_view month_and_day) {
     if (!all_digits(year) || !all_digits(month_and_day)) {
         return false;
     }
-    const int month = two_digits(month_and_day);
-    const int day = two_digits(month_and_day.substr(2));
-    return month >= 1 && month <= 12 && day >= 1 && day <= 31;
+    int number = 0;
+    for (const char digit : year) {
+        number = 10 * number + digit_value(digit);
+    }
+    return std::chrono::year_month_day(
+               std::chrono::year(number),
+               std::chrono::month(static_cast<unsigned>(two_digits(month_and_day))),
+               std::chrono::day(static_cast<unsigned>(two_digits(month_and_day.substr(2)))))
+        .ok();
+}
+
+// The years of cards have two digits; 50 to 99 are those of the last century.
+std::string full_year(std::string_view digits) {
+    return (two_digits(digits) < 50 ? "20" : "19") + std::string(digits.substr(0, 2));
+}
+
+bool is_short_date(std::string_view digits) {
+    return digits.size() == 6 && all_digits(digits) && is_date(full_year(digits), digits.substr(2));
+}
+
+// YYYYMM, to which the issuer-authentication step cuts a host's YYYYMMDD.
+bool is_cut_date(std::string_view digits) {
+    return digits.size() == 6 && digits.starts_with("20") &&
+           is_date(digits.substr(0, 4), std::string(digits.substr(4)) + "01");
 }
 
 std::string terminal_type_text(Bytes value) {
     std::string digits = hex(value);
-    if (value.size() == 1) {
-        const unsigned who = value[0] >> 4U;
-        const unsigned place = value[0] & 0xFU;
-        if (who >= 1 && who <= kTerminalOperators.size() && place >= 1 &&
-            place <= kTerminalPlaces.size()) {
-            return digits + " (" + std::string(kTerminalPlaces.at(place - 1)) +
-                   ", operated by the " + std::string(kTerminalOperators.at(who - 1)) + ')';
-        }
+    const unsigned who = value[0] >> 4U;
+    const unsigned place = value[0] & 0xFU;
+    if (who < 1 || who > kTerminalOperators.size() || place < 1 || place > kTerminalPlaces.size()) {
+        return digits;
     }
-    return digits;
+    return digits + " (" + std::string(kTerminalPlaces.at(place - 1)) + ", operated by the " +
+           std::string(kTerminalOperators.at(who - 1)) + ')';
 }
 
-// Binary values of up to eight bytes; longer ones stay hexadecimal.
 std::string number_text(Bytes value) {
-    if (value.empty() || value.size() > 8) {
-        return hex(value);
-    }
-    std::uint64_t number = 0;
+    std::uint32_t number = 0;
     for (const unsigned char byte : value) {
         number = number << 8U | byte;
     }
@@ -129,17 +179,11 @@ std::string number_text(Bytes value) {
 }
 
 std::string log_entry_text(Bytes value) {
-    if (value.size() < 2) {
-        return hex(value);
-    }
     return hex(value) + " (SFI " + std::to_string(value[0]) + ", " + std::to_string(value[1]) +
            " records)";
 }
 
 std::string priority_text(Bytes value) {
-    if (value.size() != 1) {
-        return hex(value);
-    }
     const std::string confirmation =
         (value[0] & 0x80U) != 0 ? ", only when the cardholder confirms" : "";
     const unsigned priority = value[0] & 0xFU;
@@ -153,6 +197,14 @@ std::string track2_or_limit(Bytes value, std::string_view currency, Privacy& pri
     std::string digits = hex(value);
     return value.size() == 6 && all_digits(digits) ? amount_text(digits, currency)
                                                    : track2_text(digits, privacy);
+}
+
+// Packed digits that are no text may be somebody's number.
+std::string text_text(Bytes value, Privacy& privacy) {
+    const bool is_text = std::ranges::all_of(value, [](unsigned char c) { return c >= 0x20; });
+    return is_text || packed_numbers(hex(value)).empty()
+               ? in_quotes(privacy.field(characters_of(value)))
+               : privacy.guarded(hex(value));
 }
 
 // Hexadecimal digits, and the text they may be.
@@ -169,6 +221,29 @@ std::string bytes_text(Bytes value) {
     return text;
 }
 
+const Size* size_of(Form form) {
+    const auto* const found = std::ranges::find(kSizes, form, &Size::form);
+    return found != kSizes.end() ? found : nullptr;
+}
+
+bool has_size_of_form(Form form, std::size_t size) {
+    const Size* const sizes = size_of(form);
+    return sizes == nullptr || (size >= sizes->least && size <= sizes->most);
+}
+
+std::string size_text(const Size& sizes) {
+    return sizes.least == sizes.most
+               ? std::to_string(sizes.most)
+               : std::to_string(sizes.least) + " to " + std::to_string(sizes.most);
+}
+
+// Bytes that make no sense as the form may be anything.
+std::string digits_of_form(Form form, Bytes value, Privacy& privacy) {
+    Outline trial(privacy);
+    explain_value(form, value, trial);
+    return trial.has_problems() ? privacy.guarded(hex(value)) : hex(value);
+}
+
 } // namespace
 
 std::string date_text(std::string_view digits) {
@@ -176,14 +251,11 @@ std::string date_text(std::string_view digits) {
         return std::string(digits.substr(0, 4)) + '-' + std::string(digits.substr(4, 2)) + '-' +
                std::string(digits.substr(6));
     }
-    if (digits.size() == 6 && is_date(digits.substr(0, 2), digits.substr(2))) {
-        // Two-digit years of cards: 50 to 99 are those of the last century.
-        return (two_digits(digits) < 50 ? "20" : "19") + std::string(digits.substr(0, 2)) + '-' +
-               std::string(digits.substr(2, 2)) + '-' + std::string(digits.substr(4));
+    if (is_short_date(digits)) {
+        return full_year(digits) + '-' + std::string(digits.substr(2, 2)) + '-' +
+               std::string(digits.substr(4));
     }
-    if (digits.size() == 6 && digits.starts_with("20") &&
-        is_date("20", std::string(digits.substr(4)) + "01")) {
-        // The issuer-authentication step cuts a host's YYYYMMDD so.
+    if (is_cut_date(digits)) {
         return std::string(digits) + " (not YYMMDD; as YYYYMM, " +
                std::string(digits.substr(0, 4)) + '-' + std::string(digits.substr(4)) + ')';
     }
@@ -236,7 +308,7 @@ std::string track2_text(std::string_view track, Privacy& privacy) {
     std::string text = account_number_text(track.substr(0, separator), privacy);
     std::string_view rest = track.substr(std::min(separator + 1, track.size()));
     if (rest.size() >= kExpiry &&
-        is_date(rest.substr(0, 2), std::string(rest.substr(2, 2)) + "01")) {
+        is_date("20" + std::string(rest.substr(0, 2)), std::string(rest.substr(2, 2)) + "01")) {
         text +=
             ", expiry 20" + std::string(rest.substr(0, 2)) + '-' + std::string(rest.substr(2, 2));
         rest.remove_prefix(kExpiry);
@@ -248,17 +320,28 @@ std::string track2_text(std::string_view track, Privacy& privacy) {
     return rest.empty() ? text : text + ", discretionary data " + privacy.track_data(rest);
 }
 
+std::string currencies_text(std::string_view digits) {
+    std::string text;
+    for (std::size_t at = 0; at < digits.size(); at += 4) {
+        text += (text.empty() ? "" : ", ") + currency_text(digits.substr(at, 4));
+    }
+    return text;
+}
+
 std::string_view response_code_words(std::string_view code) {
     return words_for(kResponseCodes, code);
 }
 
 std::string value_text(Form form, Bytes value, std::string_view currency, Privacy& privacy) {
     std::string digits = hex(value);
+    if (!has_size_of_form(form, value.size())) {
+        return privacy.guarded(digits);
+    }
     switch (form) {
     case Form::kTemplate:
         return "";
     case Form::kText:
-        return in_quotes(characters_of(value));
+        return text_text(value, privacy);
     case Form::kNumber:
         return number_text(value);
     case Form::kAmount:
@@ -300,13 +383,25 @@ std::string value_text(Form form, Bytes value, std::string_view currency, Privac
         }();
     case Form::kBytes:
         return bytes_text(value);
+    case Form::kCurrencies:
+        return currencies_text(digits);
     default:
-        return digits;
+        return digits_of_form(form, value, privacy);
     }
 }
 
 void explain_value(Form form, Bytes value, Outline& out) {
+    if (!has_size_of_form(form, value.size())) {
+        out.problem("has " + std::to_string(value.size()) + " bytes instead of " +
+                    size_text(*size_of(form)));
+    }
     switch (form) {
+    case Form::kDate:
+        if (has_size_of_form(form, value.size()) && !is_short_date(hex(value)) &&
+            !is_cut_date(hex(value))) {
+            out.problem("the calendar has no such day");
+        }
+        break;
     case Form::kDol:
         explain_dol(value, 0, out);
         break;

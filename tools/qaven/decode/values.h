@@ -22,6 +22,8 @@ std::string time_text(std::string_view digits);
 
 std::string transaction_type_text(std::string_view digits);
 std::string currency_text(std::string_view digits);
+// One after the other, four digits each.
+std::string currencies_text(std::string_view digits);
 std::string country_text(std::string_view digits);
 std::string identity_type_text(std::string_view digits);
 
