@@ -94,7 +94,7 @@ TEST_F(Files, TransparentFileIsReadWithTheExactLength) {
     EXPECT_EQ(terminal.send("00B0951C00"), refused("6C05"));
     EXPECT_EQ(terminal.send("00B0950005"), accepted("514156454E"));
     EXPECT_EQ(terminal.send("00B0952100"), refused("6B00")) << "behind the end";
-    EXPECT_EQ(terminal.send("00B0830000"), refused("6A82")) << "no such file";
+    EXPECT_EQ(terminal.send("00B0840000"), refused("6A82")) << "no such file";
     EXPECT_EQ(terminal.send("00B0810000"), refused("6981")) << "a file of records";
     EXPECT_EQ(terminal.send("00B0000000"), refused("6986")) << "no current file";
     EXPECT_EQ(terminal.send("00B09500"), refused("6700")) << "no expected length";

@@ -28,7 +28,7 @@ TEST_F(Instructions, KnownInstructionOfAnotherClassIsRefusedForItsClass) {
 
 TEST_F(Instructions, UnknownInstructionIsRefused) {
     EXPECT_EQ(terminal.send("0070000000"), refused("6D00"));
-    EXPECT_EQ(terminal.send("0088000004 01020304"), refused("6D00")) << "INTERNAL AUTHENTICATE";
+    EXPECT_EQ(terminal.send("0022000004 01020304"), refused("6D00"));
 }
 
 TEST_F(Instructions, CommandOfWrongLengthIsRefused) {
@@ -48,6 +48,7 @@ TEST_F(Instructions, EverythingButSelectionAndChallengeNeedsASelectedApplication
     EXPECT_EQ(terminal.send("80A8000002 8300"), refused("6985"));
     EXPECT_EQ(terminal.send("80AE800001 00"), refused("6985"));
     EXPECT_EQ(terminal.send("008200000A 00000000000000003030"), refused("6985"));
+    EXPECT_EQ(terminal.send("0088000004 01020304"), refused("6985"));
     EXPECT_EQ(terminal.send("0020008008 26123456FFFFFFFF"), refused("6985"));
     EXPECT_EQ(terminal.send("841E000004 01020304"), refused("6985"));
     EXPECT_EQ(terminal.send("0084000008").status, "9000");
@@ -68,7 +69,7 @@ TEST_F(Instructions, CardWithoutPowerTakesNoCommand) {
 TEST_F(Instructions, ProcessingOptionsGiveAipAndFileLocator) {
     terminal.select(debit_aid);
     EXPECT_EQ(terminal.send("80A800000B 8309 01 000000001213 0156"),
-              accepted("800A 7C00 08010202 10010200"));
+              accepted("800E 7C00 08010202 10010200 18010401"));
     EXPECT_EQ(terminal.send("80CA9F3600"), accepted("9F36020003")) << "counted";
 }
 
@@ -76,7 +77,7 @@ TEST_F(Instructions, ProcessingOptionsWithoutPdolTakeAnEmptyTemplate) {
     Card credit(profile("credit"));
     CounterTerminal counter(credit);
     counter.select(credit_aid);
-    EXPECT_EQ(counter.send("80A8000002 8300"), accepted("800A 7C00 08010202 10010200"));
+    EXPECT_EQ(counter.send("80A8000002 8300"), accepted("800E 7C00 08010202 10010200 18010401"));
 }
 
 TEST_F(Instructions, ProcessingOptionsAreGivenOnceForEachSelection) {
@@ -97,7 +98,7 @@ TEST_F(Instructions, ProcessingOptionsWithDataThatDoesNotFitThePdolAreRefused) {
 TEST_F(Instructions, ProcessingOptionsInFormat2StandInTheirOwnTemplate) {
     Card other(profile("format-2"));
     CounterTerminal counter(other);
-    EXPECT_EQ(counter.begin(debit_aid), accepted("770E 82027C00 9408 08010202 10010200"));
+    EXPECT_EQ(counter.begin(debit_aid), accepted("7712 82027C00 940C 08010202 10010200 18010401"));
 }
 
 TEST_F(Instructions, CounterThatHasRunOutEndsTheLifeOfTheApplication) {

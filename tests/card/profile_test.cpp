@@ -192,6 +192,21 @@ TEST(BadProfile, IsOneWhoseCdolLeavesOutWhatTheCryptogramCovers) {
               "covers.");
 }
 
+TEST(BadProfile, IsOneWhoseKeyOrDdolCannotSign) {
+    EXPECT_EQ(complaint(debit_with("\"9F3704\"", "\"9F3702\"")),
+              "cannot be used. DDOL (9F49) has to ask for 9F37 with 4 bytes, which the signature "
+              "covers.");
+    const std::string modulus =
+        virtual_card::to_hex(profile("debit").applications[0].icc_key->modulus);
+    for (const std::string& wrong : {modulus.substr(0, 126), "7F" + modulus.substr(2),
+                                     modulus + modulus + modulus.substr(0, 112)}) {
+        EXPECT_EQ(
+            complaint(debit_with(modulus, wrong)),
+            "cannot be used. The profile, applications 1, icc_key: \"modulus\" has to be 64 to "
+            "247 bytes long, the first one 80 or more.");
+    }
+}
+
 TEST(BadProfile, IsOneWhosePanIsNotDigits) {
     EXPECT_EQ(complaint(debit_with("\"6228000100001234565F\"", "\"62280001000012345AFF\"")),
               "cannot be used. The PAN (5A) has to be digits, filled up with F.");

@@ -53,8 +53,8 @@ TEST_F(GetResponse, RefusalsAndBareAnswersComeAsTheyAre) {
 
 TEST_F(GetResponse, ProcessingOptionsAndCryptogramWaitToo) {
     terminal.select(debit_aid);
-    EXPECT_EQ(terminal.send("80A800000B 8309 01 000000001213 0156"), refused("610C"));
-    EXPECT_EQ(terminal.send("00C000000C"), accepted("800A 7C00 08010202 10010200"));
+    EXPECT_EQ(terminal.send("80A800000B 8309 01 000000001213 0156"), refused("6110"));
+    EXPECT_EQ(terminal.send("00C0000010"), accepted("800E 7C00 08010202 10010200 18010401"));
     EXPECT_EQ(terminal.send("80AE800034 000000001213 000000000000 0156 0008006000 0156 250422 03"
                             "1A2B3C4D 161355 4C55524F20434E54202020202020202020202020"),
               refused("6115"));

@@ -118,12 +118,12 @@ Expected apdu(const char* instruction, int size) {
 }
 
 const std::vector<Expected> kReading{
-    power_on(),     slot_status(),                // is there a card?
-    apdu("a4", 10),                               // SELECT A000000333
-    apdu("a8", 16),                               // GET PROCESSING OPTIONS
-    apdu("b2", 5),  apdu("b2", 5), apdu("b2", 5), // READ RECORD, four of them
-    apdu("b2", 5),                                //
-    apdu("ca", 5),  apdu("ca", 5), apdu("ca", 5), // GET DATA: electronic cash
+    power_on(),     slot_status(),                               // is there a card?
+    apdu("a4", 10),                                              // SELECT A000000333
+    apdu("a8", 16),                                              // GET PROCESSING OPTIONS
+    apdu("b2", 5),  apdu("b2", 5), apdu("b2", 5), apdu("b2", 5), // READ RECORD, eight of them
+    apdu("b2", 5),  apdu("b2", 5), apdu("b2", 5), apdu("b2", 5), //
+    apdu("ca", 5),  apdu("ca", 5), apdu("ca", 5),                // GET DATA: electronic cash
     power_off(),
 };
 
@@ -137,7 +137,11 @@ const std::vector<Expected> kTransactionProper{
     apdu("a8", 16), // GET PROCESSING OPTIONS
     apdu("b2", 5),
     apdu("b2", 5),
-    apdu("b2", 5), // READ RECORD, four of them
+    apdu("b2", 5),
+    apdu("b2", 5), // READ RECORD, eight of them
+    apdu("b2", 5),
+    apdu("b2", 5),
+    apdu("b2", 5),
     apdu("b2", 5), //
     // GENERATE AC with 52 bytes for CDOL1. The second packet is as long as the command, though
     // three bytes would do.

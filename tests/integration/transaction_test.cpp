@@ -128,7 +128,7 @@ TEST_F(DebitCard, GivesItsApplicationDataWithAidAndProfileInFront) {
     const auto text = read_and_generate(kDebit).arqc.application_data;
     const auto data = read_objects(text.substr(6));
     EXPECT_EQ(static_cast<std::size_t>(std::stoi(text.substr(0, 6))), (text.size() - 6) / 2);
-    ASSERT_EQ(data.size(), 6U);
+    ASSERT_EQ(data.size(), 10U);
     EXPECT_EQ(data[0], (ReadObject{"4F", kDebit}));
     EXPECT_EQ(data[1], (ReadObject{"82", "7C00"}));
     for (std::size_t record = 2; record < data.size(); ++record) {

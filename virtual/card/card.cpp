@@ -18,10 +18,11 @@ struct Card::Instruction {
 
 const Card::Instruction* Card::find_instruction(std::uint8_t instruction_class,
                                                 std::uint8_t instruction) {
-    static constexpr std::array<Instruction, 16> instructions{{
+    static constexpr std::array<Instruction, 17> instructions{{
         {0x00, 0x20, true, &Card::verify},
         {0x00, 0x82, true, &Card::external_authenticate},
         {0x00, 0x84, false, &Card::get_challenge},
+        {0x00, 0x88, true, &Card::internal_authenticate},
         {0x00, 0xA4, true, &Card::select},
         {0x00, 0xB0, false, &Card::read_binary},
         {0x00, 0xB2, false, &Card::read_record},
@@ -283,6 +284,10 @@ Response Card::generate_cryptogram(const Command& command) {
 
 Response Card::external_authenticate(const Command& command) {
     return transaction_ ? transaction_->external_authenticate(command) : Response(status::not_now);
+}
+
+Response Card::internal_authenticate(const Command& command) {
+    return transaction_ ? transaction_->internal_authenticate(command) : Response(status::not_now);
 }
 
 } // namespace qaven::virtual_card

@@ -54,6 +54,7 @@ class Card final : public Icc {
     Response get_processing_options(const Command& command);
     Response generate_cryptogram(const Command& command);
     Response external_authenticate(const Command& command);
+    Response internal_authenticate(const Command& command);
 
     // Issuer scripts.
     using Effect = std::uint16_t (Card::*)(const Command&, ByteView);

@@ -65,6 +65,7 @@ constexpr std::uint8_t last_issuer_authentication_missing = 0x04;
 constexpr std::size_t script_byte = 3;
 constexpr unsigned script_count_shift = 4;
 constexpr std::uint8_t script_failed = 0x08;
+constexpr std::uint8_t dynamic_data_signed = 0x02;
 } // namespace cvr
 
 // The first two bits of the cryptogram information data (9F27).

@@ -5,6 +5,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include <openssl/bn.h>
 #include <openssl/evp.h>
 #include <openssl/rand.h>
 
@@ -210,6 +211,33 @@ std::optional<std::string> read_pin_block(const Cryptogram& block) {
     const bool only_digits = digits.find_first_not_of("0123456789") == std::string::npos;
     const bool filled = text.find_first_not_of('F', 2 + length) == std::string::npos;
     return only_digits && filled ? std::optional(digits) : std::nullopt;
+}
+
+Bytes apply_rsa(ByteView modulus, ByteView exponent, ByteView block) {
+    using Number = std::unique_ptr<BIGNUM, decltype(&BN_free)>;
+    const auto number = [](ByteView bytes) {
+        return Number(BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr), &BN_free);
+    };
+    const std::unique_ptr<BN_CTX, decltype(&BN_CTX_free)> context(BN_CTX_new(), &BN_CTX_free);
+    const Number result(BN_new(), &BN_free);
+    const Number base = number(block);
+    const Number power = number(exponent);
+    const Number ring = number(modulus);
+    Bytes bytes(modulus.size());
+    if (!context || !result || !base || !power || !ring ||
+        BN_mod_exp(result.get(), base.get(), power.get(), ring.get(), context.get()) != 1 ||
+        BN_bn2binpad(result.get(), bytes.data(), static_cast<int>(bytes.size())) < 0) {
+        throw std::runtime_error("The card's RSA key cannot be used.");
+    }
+    return bytes;
+}
+
+Hash hash_sha1(ByteView data) {
+    Hash hash{};
+    if (EVP_Digest(data.data(), data.size(), hash.data(), nullptr, EVP_sha1(), nullptr) != 1) {
+        throw std::runtime_error("SHA-1 could not be run.");
+    }
+    return hash;
 }
 
 Bytes random_bytes(std::size_t count) {

@@ -60,6 +60,13 @@ std::optional<Cryptogram> decipher_pin_block(Algorithm algorithm, const Key& enc
 Cryptogram make_pin_block(std::string_view digits);
 std::optional<std::string> read_pin_block(const Cryptogram& block);
 
+// What RSA makes of a block that is as long as the modulus (EMV Book 2, annex B2.1): a signature
+// with the private exponent.
+Bytes apply_rsa(ByteView modulus, ByteView exponent, ByteView block);
+
+using Hash = std::array<std::uint8_t, 20>;
+Hash hash_sha1(ByteView data);
+
 Bytes random_bytes(std::size_t count);
 
 } // namespace qaven::virtual_card

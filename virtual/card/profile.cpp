@@ -125,6 +125,23 @@ LastTransaction read_last_transaction(JsonObject from) {
     return last;
 }
 
+IccKey read_icc_key(JsonObject from) {
+    // What holds a signature over a dynamic number, and what a response to INTERNAL AUTHENTICATE
+    // can hold in a template 77.
+    constexpr std::size_t shortest_modulus = 64;
+    constexpr std::size_t longest_modulus = 247;
+    constexpr std::uint8_t highest_bit = 0x80;
+    IccKey key;
+    key.modulus = from.hex("modulus");
+    if (key.modulus.size() < shortest_modulus || key.modulus.size() > longest_modulus ||
+        key.modulus.front() < highest_bit) {
+        from.complain("modulus", "has to be 64 to 247 bytes long, the first one 80 or more");
+    }
+    key.private_exponent = from.hex_of_size("private_exponent", key.modulus.size());
+    from.finish();
+    return key;
+}
+
 ResponseFormat read_format(JsonObject& from, const char* name) {
     const std::uint32_t format = from.number_or(name, 2, 1);
     if (format == 0) {
@@ -175,6 +192,9 @@ Application read_application(JsonObject& from) {
         from.flag_or("issuer_authentication_mandatory", true);
     application.key_index = from.hex_of_size("key_index", 1)[0];
     application.cryptogram_version = from.hex_of_size("cryptogram_version", 1)[0];
+    if (from.has("icc_key")) {
+        application.icc_key = read_icc_key(from.object("icc_key"));
+    }
     read_files(from, application);
     if (from.has("electronic_cash")) {
         application.electronic_cash = read_electronic_cash(from.object("electronic_cash"));
@@ -411,6 +431,12 @@ JsonTree write_application(const Application& application) {
         flag_item(application.issuer_authentication_mandatory));
     add(target, "key_index", hex_item(Bytes{application.key_index}));
     add(target, "cryptogram_version", hex_item(Bytes{application.cryptogram_version}));
+    if (application.icc_key) {
+        JsonTree key = new_object();
+        add(key.get(), "modulus", hex_item(application.icc_key->modulus));
+        add(key.get(), "private_exponent", hex_item(application.icc_key->private_exponent));
+        add(target, "icc_key", std::move(key));
+    }
     add(target, "records", list_item(application.records, write_record));
     add(target, "binary_files", list_item(application.binary_files, write_binary_file));
     if (application.electronic_cash) {
@@ -509,8 +535,8 @@ std::optional<Bytes> find_value(const std::vector<Record>& records, Tag tag) {
     return std::nullopt;
 }
 
-std::vector<DolEntry> read_cdol(const std::vector<Record>& records, Tag tag,
-                                const std::string& name) {
+std::vector<DolEntry> read_dol(const std::vector<Record>& records, Tag tag, const std::string& name,
+                               std::span<const DolEntry> needed, const char* covered_by) {
     const auto value = find_value(records, tag);
     if (!value) {
         return {};
@@ -519,14 +545,14 @@ std::vector<DolEntry> read_cdol(const std::vector<Record>& records, Tag tag,
     if (!list) {
         throw std::runtime_error(name + " has to be a list of tags and lengths.");
     }
-    for (const DolEntry& needed : cryptogram_terminal_objects) {
+    for (const DolEntry& object : needed) {
         const bool asked = std::any_of(list->begin(), list->end(), [&](const DolEntry& entry) {
-            return entry.tag == needed.tag && entry.length == needed.length;
+            return entry.tag == object.tag && entry.length == object.length;
         });
         if (!asked) {
-            throw std::runtime_error(name + " has to ask for " + hex_tag(needed.tag) + " with " +
-                                     std::to_string(needed.length) +
-                                     " bytes, which the cryptogram covers.");
+            throw std::runtime_error(name + " has to ask for " + hex_tag(object.tag) + " with " +
+                                     std::to_string(object.length) + " bytes, which the " +
+                                     covered_by + " covers.");
         }
     }
     return *std::move(list);
@@ -577,8 +603,11 @@ PersonalData personal_data(const std::vector<Record>& records) {
         }
         data.sequence_number = sequence->front();
     }
-    data.cdol1 = read_cdol(records, 0x8C, "CDOL1 (8C)");
-    data.cdol2 = read_cdol(records, 0x8D, "CDOL2 (8D)");
+    data.cdol1 = read_dol(records, 0x8C, "CDOL1 (8C)", cryptogram_terminal_objects, "cryptogram");
+    data.cdol2 = read_dol(records, 0x8D, "CDOL2 (8D)", cryptogram_terminal_objects, "cryptogram");
+    // EMV Book 2, clause 6.5.1: a signature that is made for this transaction only.
+    constexpr std::array<DolEntry, 1> dynamic_objects{{{0x9F37, 4}}};
+    data.ddol = read_dol(records, 0x9F49, "DDOL (9F49)", dynamic_objects, "signature");
     return data;
 }
 

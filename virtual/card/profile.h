@@ -60,6 +60,12 @@ struct LastTransaction {
     bool script_failed = false;
 };
 
+// The card's own RSA key, with which it signs dynamic data.
+struct IccKey {
+    Bytes modulus;
+    Bytes private_exponent;
+};
+
 enum class ResponseFormat : std::uint8_t { primitive = 1, constructed = 2 };
 
 struct Application {
@@ -77,6 +83,7 @@ struct Application {
     bool issuer_authentication_mandatory = true;
     std::uint8_t key_index = 0;
     std::uint8_t cryptogram_version = 0;
+    std::optional<IccKey> icc_key;
     std::vector<Record> records;
     std::vector<BinaryFile> binary_files;
     std::optional<ElectronicCash> electronic_cash;
@@ -142,6 +149,7 @@ struct PersonalData {
     std::uint8_t sequence_number = 0;
     std::vector<DolEntry> cdol1;
     std::vector<DolEntry> cdol2;
+    std::vector<DolEntry> ddol;
 };
 
 // Reads the objects out of the records; a missing object leaves its field empty. Throws

@@ -206,6 +206,7 @@ CardVerificationResults Transaction::verification_results(std::uint8_t outcome,
     results[cvr::script_byte] =
         static_cast<std::uint8_t>(history_.script_commands << cvr::script_count_shift);
     set(cvr::script_byte, cvr::script_failed, history_.script_failed);
+    set(cvr::script_byte, cvr::dynamic_data_signed, dynamic_data_signed_);
     return results;
 }
 
@@ -255,6 +256,38 @@ Response Transaction::external_authenticate(const Command& command) {
     const bool genuine = std::equal(expected.begin(), expected.end(), command.data.begin());
     issuer_authentication_ = genuine ? IssuerAuthentication::passed : IssuerAuthentication::failed;
     return genuine ? status::success : status::authentication_failed;
+}
+
+// EMV Book 2, clause 6.5.2: the card's number of this moment, and a hash over it and over what the
+// terminal sent, under the key that the terminal takes out of the card's certificate.
+Response Transaction::internal_authenticate(const Command& command) {
+    constexpr std::uint8_t header = 0x6A;
+    constexpr std::uint8_t signed_dynamic_data = 0x05;
+    constexpr std::uint8_t algorithm_sha1 = 0x01;
+    constexpr std::uint8_t number_size = 8;
+    constexpr std::uint8_t padding = 0xBB;
+    constexpr std::uint8_t trailer = 0xBC;
+    if (command.p1 != 0 || command.p2 != 0) {
+        return status::wrong_parameters;
+    }
+    if (stage_ != Stage::initiated || !application_.icc_key || personal_.ddol.empty()) {
+        return status::not_now;
+    }
+    if (command.data.size() != dol_value_size(personal_.ddol)) {
+        return status::wrong_length;
+    }
+    const IccKey& key = *application_.icc_key;
+    Bytes content = {signed_dynamic_data, algorithm_sha1, number_size + 1, number_size};
+    append(content, random_bytes(number_size));
+    content.resize(key.modulus.size() - sizeof(Hash) - 2, padding);
+    const Hash hash = hash_sha1(concatenate({content, command.data}));
+    const Bytes signature = apply_rsa(key.modulus, key.private_exponent,
+                                      concatenate({Bytes{header}, content, hash, Bytes{trailer}}));
+    dynamic_data_signed_ = true;
+    if (application_.cryptogram_format == ResponseFormat::primitive) {
+        return encode_object(0x80, signature);
+    }
+    return encode_object(0x77, encode_object(0x9F4B, signature));
 }
 
 void Transaction::note_pin_verification(bool accepted) {

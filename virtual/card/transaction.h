@@ -22,6 +22,7 @@ class Transaction {
     Response get_processing_options(const Command& command);
     Response generate_cryptogram(const Command& command, bool pin_try_limit_exceeded);
     Response external_authenticate(const Command& command);
+    Response internal_authenticate(const Command& command);
 
     void note_pin_verification(bool accepted);
 
@@ -66,6 +67,7 @@ class Transaction {
     bool pin_verified_ = false;
     bool pin_verification_failed_ = false;
     bool unable_to_go_online_ = false;
+    bool dynamic_data_signed_ = false;
 };
 
 } // namespace qaven::virtual_card

@@ -160,7 +160,7 @@ std::vector<std::string> describe(const card::CardVerificationResults& results) 
     };
     // The card says with one bit that it verified a PIN and with another that the PIN was wrong.
     const bool wrong_pin = (outcome & cvr::pin_verification_failed) != 0;
-    const std::array<Bit, 10> bits{{
+    const std::array<Bit, 11> bits{{
         {cvr::outcome_byte, cvr::issuer_authentication_failed, "issuer authentication failed"},
         {cvr::outcome_byte, cvr::pin_verification_performed,
          wrong_pin ? "PIN verification performed by the card" : "PIN verified by the card"},
@@ -175,6 +175,7 @@ std::vector<std::string> describe(const card::CardVerificationResults& results) 
         {cvr::history_byte, cvr::last_issuer_authentication_missing,
          "no issuer authentication in the transaction before"},
         {cvr::script_byte, cvr::script_failed, "a script command failed in the transaction before"},
+        {cvr::script_byte, cvr::dynamic_data_signed, "dynamic data signed by the card"},
     }};
     for (const Bit& bit : bits) {
         if ((results.at(bit.byte) & bit.mask) != 0) {
