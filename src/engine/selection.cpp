@@ -288,15 +288,18 @@ int select_by_aid(const SelectByName& select, int partial, std::span<const unsig
 
 namespace {
 
+int select_by_name(unsigned char p2, Bytes name, commands::Response& response) {
+    return commands::select_file(kByName, p2, name, response);
+}
+
 std::vector<unsigned char> copy_of(Bytes bytes) {
     return {bytes.begin(), bytes.end()};
 }
 
 Choice choose_through_directory() {
     Candidates candidates;
-    auto name = kPaymentSystemEnvironment;
     const int count =
-        qmcx_PseAppSelect(name.data(), static_cast<unsigned char>(name.size()), candidates.head());
+        DirectoryWalk().select_and_walk(kPaymentSystemEnvironment, candidates.head(), 1);
     if (count < 1) {
         return {count, 0, {}, {}};
     }
@@ -308,10 +311,9 @@ Choice choose_through_directory() {
 Choice choose_by_aid(std::string_view aid_text) {
     Candidates candidates;
     candidates.set_aid(aid_from_text(aid_text));
-    auto aid = copy_of(candidates.aid());
+    const auto aid = copy_of(candidates.aid());
     Selected selected;
-    const int count =
-        qmcx_AidAppSelect(1, aid.data(), static_cast<unsigned char>(aid.size()), selected.head());
+    const int count = select_by_aid(select_by_name, 1, aid, selected.head());
     return {count, 0, aid, copy_of(selected.fci())};
 }
 
@@ -348,11 +350,8 @@ int qmcx_checkADF(unsigned char* fci, unsigned char fcilen, alist* list) {
 
 int qmcx_AidAppSelect(int partial, unsigned char* aid, unsigned char aidlen, flist* list) {
     return qaven::operation::locked(0, [&] {
-        const auto by_name = [](unsigned char p2, std::span<const unsigned char> name,
-                                commands::Response& response) {
-            return commands::select_file(selection::kByName, p2, name, response);
-        };
-        return selection::select_by_aid(by_name, partial, std::span(aid, aidlen), list);
+        return selection::select_by_aid(selection::select_by_name, partial, std::span(aid, aidlen),
+                                        list);
     });
 }
 

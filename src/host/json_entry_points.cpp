@@ -1,5 +1,6 @@
 // The JSON entry points and the driver lifecycle: JSON text in, one wrapper call or two, JSON text
 // out.
+#include "engine/session.h"
 #include "host/err.h"
 #include "host/lorim_pboc.h"
 #include "host/report.h"
@@ -13,9 +14,10 @@
 #include <cjson/cJSON.h>
 
 #include <array>
-#include <cstdlib>
 #include <initializer_list>
 #include <memory>
+#include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -24,6 +26,7 @@ namespace {
 using qaven::report;
 namespace diagnostics = qaven::diagnostics;
 namespace gbk = qaven::gbk;
+namespace session = qaven::session;
 namespace trace = qaven::trace;
 
 // What the wrappers log as the reader. The card operations choose the reader themselves.
@@ -44,7 +47,7 @@ struct TreeDeleter {
 using Tree = std::unique_ptr<cJSON, TreeDeleter>;
 
 struct PrintedDeleter {
-    void operator()(char* text) const { std::free(text); }
+    void operator()(char* text) const { cJSON_free(text); }
 };
 
 struct Member {
@@ -52,14 +55,24 @@ struct Member {
     const char* text;
 };
 
-// The formatted text of an object with these text members.
+// The formatted text of an object with these text members, all of them.
 std::string printed_object(std::initializer_list<Member> members) {
     const Tree object(cJSON_CreateObject());
     for (const Member& member : members) {
-        cJSON_AddItemToObject(object.get(), member.key, cJSON_CreateString(member.text));
+        if (cJSON_AddStringToObject(object.get(), member.key, member.text) == nullptr) {
+            throw std::bad_alloc();
+        }
     }
     const std::unique_ptr<char, PrintedDeleter> printed(cJSON_Print(object.get()));
-    return qaven::text_or_empty(printed.get());
+    if (!printed) {
+        throw std::bad_alloc();
+    }
+    return printed.get();
+}
+
+// A fraction or a number beyond an int is no decision of a host.
+bool is_whole_number(const cJSON* item) {
+    return cJSON_IsNumber(item) != 0 && item->valuedouble == item->valueint;
 }
 
 // A host's input, read key by key. The first one that is not usable is remembered by name.
@@ -80,7 +93,7 @@ class Input {
 
     int number(const char* key) {
         const cJSON* const item = member(key);
-        return expect(cJSON_IsNumber(item) != 0, key) ? item->valueint : 0;
+        return expect(is_whole_number(item), key) ? item->valueint : 0;
     }
 
     bool usable() const { return usable_; }
@@ -109,7 +122,7 @@ class Answer {
 
     bool has_buffers() const { return resmsg_ != nullptr && errmsg_ != nullptr; }
 
-    int refuse_input() const {
+    int refuse() const {
         Qm_GetLastErrDesc(QAVEN_ILLEGAL_DATA, errmsg_);
         return QAVEN_ILLEGAL_DATA;
     }
@@ -118,7 +131,12 @@ class Answer {
         qaven::BoundedText(errmsg_, QAVEN_ERRMSG_SIZE).append(text);
     }
 
+    // Only what is whole is handed out: texts that an operation left empty because it had no memory
+    // would read as a card's refusal.
     void write(std::string_view text) const {
+        if (qaven::memory_shortages != shortages_before_) {
+            throw std::bad_alloc();
+        }
         qaven::BoundedText(resmsg_, QAVEN_RESMSG_SIZE).append(text);
         trace::line("resmsg:%s\n", resmsg_);
     }
@@ -130,6 +148,7 @@ class Answer {
   private:
     char* resmsg_;
     char* errmsg_;
+    unsigned shortages_before_ = qaven::memory_shortages;
 };
 
 // Runs an entry point on buffers that exist.
@@ -137,16 +156,35 @@ template <typename Body>
 int entry_point(char* resmsg, char* errmsg, Body&& body) {
     return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
         const Answer answer(resmsg, errmsg);
-        return answer.has_buffers() ? body(answer) : static_cast<int>(QAVEN_ILLEGAL_DATA);
+        if (!answer.has_buffers()) {
+            return static_cast<int>(QAVEN_ILLEGAL_DATA);
+        }
+        try {
+            return body(answer);
+        } catch (const std::bad_alloc&) {
+            return answer.refuse();
+        }
     });
 }
 
-// One ARQC step and the text of its answer object.
+// One ARQC step and the text of its answer object. A card whose cryptogram does not reach the host
+// is not kept waiting for the issuer.
 class ArqcStep {
   public:
     int run(const char* reader_name, const char* transaction_data, const char* aid_list) {
-        return genARQC(reader_name, transaction_data, aid_list, application_data_.data(),
-                       arqc_.data(), field60_.data());
+        const int result = genARQC(reader_name, transaction_data, aid_list,
+                                   application_data_.data(), arqc_.data(), field60_.data());
+        if (result == 0) {
+            connection_.emplace();
+        }
+        return result;
+    }
+
+    // The host has the answer.
+    void answered() {
+        if (connection_) {
+            connection_->keep();
+        }
     }
 
     const char* application_data() const { return application_data_.data(); }
@@ -162,6 +200,7 @@ class ArqcStep {
     std::array<char, QAVEN_APPDATA_SIZE> application_data_{};
     std::array<char, QAVEN_ARQC_SIZE> arqc_{};
     std::array<char, QAVEN_FIELD60_SIZE> field60_{};
+    std::optional<session::EndUnlessKept> connection_;
 };
 
 bool asks_for_arqc(std::string_view text) {
@@ -175,7 +214,7 @@ int read_card_information(const char* json, const Answer& answer) {
     const char* const transaction_data = input.text("aryInput");
     const char* const read_arqc = input.text("isReadArqc");
     if (!input.usable()) {
-        return answer.refuse_input();
+        return answer.refuse();
     }
     report("------QAVEN_getICCardInfo------\n");
     report("TagList:%s\n", tag_list);
@@ -194,9 +233,9 @@ int read_card_information(const char* json, const Answer& answer) {
     WriteKsLog(kCardInformationMark);
 
     std::string arqc_object;
+    ArqcStep step;
     if (asks_for_arqc(read_arqc)) {
         report("-ReadArqc-");
-        ArqcStep step;
         if (const int result = step.run(kReaderNameOfArqcStep, transaction_data, aid_list);
             result != 0) {
             diagnostics::line("%s", gbk::kGetArqcFailed);
@@ -212,6 +251,7 @@ int read_card_information(const char* json, const Answer& answer) {
 
     answer.write(
         printed_object({{"IcInfo", card_information.data()}, {"IcARQC", arqc_object.c_str()}}));
+    step.answered();
     answer.trace_error_text();
     trace::line("ret:%d\n", 0);
     return 0;
@@ -222,7 +262,7 @@ int generate_arqc(const char* json, const Answer& answer) {
     const char* const transaction_data = input.text("aryInput");
     const char* const aid_list = input.text("AIDList");
     if (!input.usable()) {
-        return answer.refuse_input();
+        return answer.refuse();
     }
     report("------QAVEN_genARQC------\n");
     // The transaction data has always been traced under the tag list's label.
@@ -232,6 +272,7 @@ int generate_arqc(const char* json, const Answer& answer) {
     ArqcStep step;
     const int result = step.run(kReaderName, transaction_data, aid_list);
     answer.write(step.printed());
+    step.answered();
     trace::line("ret:%d\n", result);
     return 0;
 }
@@ -243,7 +284,7 @@ int run_issuer_answer(const char* json, const Answer& answer) {
     const char* const response = input.text("ARPC");
     const int status = input.number("Status");
     if (!input.usable()) {
-        return answer.refuse_input();
+        return answer.refuse();
     }
     // Printed and traced lines carry different labels here.
     diagnostics::line("------QAVEN_ARPC_ExeICScript------");
@@ -270,7 +311,7 @@ int read_transaction_log(const char* json, const Answer& answer) {
     Input input(json);
     const char* const aid_list = input.text("AIDList");
     if (!input.usable()) {
-        return answer.refuse_input();
+        return answer.refuse();
     }
     report("------QAVEN_GetTxDetail------\n");
     report("AIDList:%s\n", aid_list);

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdlib>
 #include <memory>
 
 namespace session = qaven::session;
@@ -508,6 +509,12 @@ TEST_F(JsonIssuerAnswer, ADecliningStatusAsksForAnAac) {
     }
 }
 
+TEST_F(JsonIssuerAnswer, AStatusIsAnyWholeNumberOf32Bits) {
+    for (const std::string_view status : {"2147483647", "-2147483648", "7.0", "0.0", "-0"}) {
+        EXPECT_EQ(call.run(QAVEN_ARPC_ExeICScript, answer_input("", "", status)), 0) << status;
+    }
+}
+
 TEST_F(JsonIssuerAnswer, TracesItsLines) {
     EXPECT_EQ(call.run(QAVEN_ARPC_ExeICScript, answer_input("000000", kResponse, "3")), 0);
     EXPECT_EQ(trace.text(), "------QAVEN_ARPC_ExeICScript------\r\n"
@@ -700,7 +707,8 @@ TEST_F(JsonInput, AValueOfTheWrongTypeIsRefusedAndNamed) {
         }
     }
     const Entry& answer = kEntries[2];
-    for (const char* value : {"\"0\"", "null", "false", "[]", "{}"}) {
+    for (const char* value : {"\"0\"", "null", "false", "[]", "{}", "0.9", "-0.5", "1e-3",
+                              "2147483648", "-2147483649", "1e300", "-1e300"}) {
         expect_refused(answer, spoiled(answer, "Status", value).c_str());
         EXPECT_THAT(trace.text(), HasSubstr("\"Status\""));
     }
@@ -732,6 +740,74 @@ TEST_F(JsonInput, FurtherKeysAndAnyOrderAreAccepted) {
         call.run(QAVEN_GetTxDetail, R"( { "more" : [1, {"x": null}], "AIDList" : "A000000333" } )"),
         0);
     EXPECT_EQ(call.resmsg.text(), formatted({{"TxDtailRet", "0"}}));
+}
+
+// --- memory that runs out ---
+
+// Lets one allocation of cJSON fail for as long as it lives.
+class JsonMemory {
+  public:
+    explicit JsonMemory(std::size_t failing) {
+        left = failing;
+        cJSON_Hooks hooks{allocate, std::free};
+        cJSON_InitHooks(&hooks);
+    }
+    ~JsonMemory() { cJSON_InitHooks(nullptr); }
+    JsonMemory(const JsonMemory&) = delete;
+    JsonMemory& operator=(const JsonMemory&) = delete;
+
+    static bool ran_out() { return left == 0; }
+
+  private:
+    static void* allocate(std::size_t size) {
+        if (left > 0 && --left == 0) {
+            return nullptr;
+        }
+        return std::malloc(size);
+    }
+
+    static std::size_t left;
+};
+
+std::size_t JsonMemory::left = 0;
+
+// Every allocation of reading the input and of making the answer fails once.
+TEST_F(Json, AnAnswerIsWholeOrNotThere) {
+    const auto ended = [this](std::size_t failing) {
+        expect_reading(card, {transaction_record()});
+        expect_arqc();
+        call.resmsg.set(kOld);
+        call.errmsg.set(kOld);
+        const JsonMemory memory(failing);
+        const int result = call.run(QAVEN_getICCardInfo, info_input("true"));
+        if (!JsonMemory::ran_out()) {
+            EXPECT_EQ(result, 0);
+            return true;
+        }
+        EXPECT_EQ(result, -16) << failing;
+        EXPECT_EQ(call.resmsg.text(), kOld) << failing;
+        EXPECT_EQ(call.errmsg.text(), gbk(kIllegalData)) << failing;
+        EXPECT_FALSE(session::live()) << failing;
+        card.take_violations(); // what the card was not asked any more
+        return false;
+    };
+    std::size_t failing = 1;
+    while (!ended(failing)) {
+        ++failing;
+    }
+    EXPECT_GT(failing, 20U);
+}
+
+TEST_F(Json, AnArqcThatTheHostDoesNotGetEndsTheSession) {
+    // The input takes nine allocations; the tenth is the answer's first.
+    expect_arqc();
+    {
+        const JsonMemory memory(10);
+        EXPECT_EQ(call.run(QAVEN_genARQC, arqc_input()), -16);
+    }
+    EXPECT_EQ(call.resmsg.text(), kOld);
+    EXPECT_FALSE(session::live());
+    EXPECT_FALSE(card.powered());
 }
 
 // --- answers of any size ---
