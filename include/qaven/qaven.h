@@ -115,13 +115,13 @@ QAVEN_PUBLIC void setPortAttr(void* port, int attribute1, int attribute2, int at
  * errmsg  receives a GBK text on failure, QAVEN_ERRMSG_SIZE bytes; never cleared.
  * The two integers are ignored.
  *
- * Result: 0; QAVEN_ILLEGAL_DATA for input that is not usable; else the failing step's code. 0 does
- * not prove a complete reading: a record that cannot be read, because the card was pulled out or
- * the reader is silent, is skipped, and its fields have length 000. A host looks at the fields that
- * it asked for, at A and E at least. IcInfo is empty when the card's directory gives no
- * application, and when TagList asks for none of the letters. A card that is pulled out at the
- * start of a reading gives QAVEN_ILLEGAL_DATA too.
- * After the ARQC step the card stays powered for QAVEN_ARPC_ExeICScript.
+ * Result: 0; QAVEN_ILLEGAL_DATA for input that is not usable and when memory ran out; else the
+ * failing step's code. 0 does not prove a complete reading: a record that cannot be read, because
+ * the card was pulled out or the reader is silent, is skipped, and its fields have length 000. A
+ * host looks at the fields that it asked for, at A and E at least. IcInfo is empty when the card's
+ * directory gives no application, and when TagList asks for none of the letters. A card that is
+ * pulled out at the start of a reading gives QAVEN_ILLEGAL_DATA too. After the ARQC step the card
+ * stays powered for QAVEN_ARPC_ExeICScript.
  */
 QAVEN_PUBLIC int QAVEN_getICCardInfo(const char* json, char* resmsg, char* errmsg, int reserved1,
                                      int reserved2);
@@ -136,7 +136,7 @@ QAVEN_PUBLIC int QAVEN_getICCardInfo(const char* json, char* resmsg, char* errms
  *         after a failure.
  * errmsg  written only for input that is not usable, QAVEN_ERRMSG_SIZE bytes.
  *
- * Result: 0, or QAVEN_ILLEGAL_DATA for input that is not usable.
+ * Result: 0, or QAVEN_ILLEGAL_DATA for input that is not usable and when memory ran out.
  */
 QAVEN_PUBLIC int QAVEN_genARQC(const char* json, char* resmsg, char* errmsg, int reserved1,
                                int reserved2);
@@ -146,14 +146,15 @@ QAVEN_PUBLIC int QAVEN_genARQC(const char* json, char* resmsg, char* errmsg, int
  * authentication, second GENERATE AC, one issuer script template.
  *
  * json    {"Txdata": transaction data string, "LpAppData": text of the ARQC step, "ARPC": issuer
- *         response in hex (tag 91, templates 71 and 72), "Status": number, 0 = host approved}
+ *         response in hex (tag 91, templates 71 and 72), "Status": whole number, 0 = host
+ *         approved}
  * resmsg  {"Scriptresult": "" or "DF3105" and the five bytes of the issuer script results,
  *         "TC": TC data objects in hex, or ""}, QAVEN_RESMSG_SIZE bytes. A byte of the script
  *         identifier from 80 on reads as eight digits (FFFFFF80).
  * errmsg  written only for input that is not usable, QAVEN_ERRMSG_SIZE bytes.
  *
- * Result: 0, or QAVEN_ILLEGAL_DATA for input that is not usable. From the second GENERATE AC on
- * the card is powered off and the reader closed when the call returns.
+ * Result: 0, or QAVEN_ILLEGAL_DATA for input that is not usable and when memory ran out. From the
+ * second GENERATE AC on the card is powered off and the reader closed when the call returns.
  */
 QAVEN_PUBLIC int QAVEN_ARPC_ExeICScript(const char* json, char* resmsg, char* errmsg, int reserved1,
                                         int reserved2);
@@ -169,7 +170,7 @@ QAVEN_PUBLIC int QAVEN_ARPC_ExeICScript(const char* json, char* resmsg, char* er
  *         no application, card or reader to read it from.
  * errmsg  written only for input that is not usable, QAVEN_ERRMSG_SIZE bytes.
  *
- * Result: 0, or QAVEN_ILLEGAL_DATA for input that is not usable.
+ * Result: 0, or QAVEN_ILLEGAL_DATA for input that is not usable and when memory ran out.
  */
 QAVEN_PUBLIC int QAVEN_GetTxDetail(const char* json, char* resmsg, char* errmsg, int reserved1,
                                    int reserved2);

@@ -2,11 +2,15 @@
 #include "support/qmlog.h"
 
 #include "support/boundary.h"
+#include "support/quiet_writes.h"
 
 #include <cstdarg>
 #include <cstdio>
+#include <fcntl.h>
 #include <memory>
 #include <span>
+#include <sys/stat.h>
+#include <unistd.h>
 
 char DbgLog[QAVEN_DBGLOG_SIZE];
 
@@ -23,11 +27,40 @@ struct Close {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-using LogFile = std::unique_ptr<std::FILE, Close>;
+using File = std::unique_ptr<std::FILE, Close>;
 
-LogFile open_log() {
-    return LogFile(std::fopen(kLogFile, "a+"));
+// The file has card numbers: it is nobody else's.
+constexpr mode_t kNewFileMode = 0600;
+
+// A pipe, or a terminal's like, would make the host wait for its other end.
+bool takes_lines(int descriptor) {
+    struct stat what {};
+    return fstat(descriptor, &what) == 0 && (S_ISREG(what.st_mode) || S_ISCHR(what.st_mode));
 }
+
+File open_file() {
+    const int descriptor = open(
+        kLogFile, O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kNewFileMode);
+    if (descriptor < 0) {
+        return nullptr;
+    }
+    File file(takes_lines(descriptor) ? fdopen(descriptor, "a+") : nullptr);
+    if (!file) {
+        close(descriptor);
+    }
+    return file;
+}
+
+// The log as long as one call needs it. What is buffered goes out when it is closed.
+class LogFile {
+  public:
+    explicit operator bool() const { return file_ != nullptr; }
+    std::FILE* get() const { return file_.get(); }
+
+  private:
+    qaven::QuietWrites quiet_; // lives longer than the file
+    File file_ = open_file();
+};
 
 std::span<const unsigned char> bytes_of(const unsigned char* data, int len) {
     if (data == nullptr || len <= 0) {
@@ -37,7 +70,7 @@ std::span<const unsigned char> bytes_of(const unsigned char* data, int len) {
 }
 
 void append_line(const char* text) {
-    if (const LogFile log = open_log()) {
+    if (const LogFile log; log) {
         std::fprintf(log.get(), "%s\r\n", qaven::text_or_empty(text));
     }
 }
@@ -53,14 +86,14 @@ void WriteKsLogPlain(const char* text) {
 }
 
 void WriteKsTitleLog(const char* title, const char* text) {
-    if (const LogFile log = open_log()) {
+    if (const LogFile log; log) {
         std::fprintf(log.get(), "%s: %s\r\n", qaven::text_or_empty(title),
                      qaven::text_or_empty(text));
     }
 }
 
 void WriteKsLogHex(unsigned char* data, int len) {
-    const LogFile log = open_log();
+    const LogFile log;
     if (!log) {
         return;
     }
@@ -72,7 +105,7 @@ void WriteKsLogHex(unsigned char* data, int len) {
 }
 
 void WriteKsTitleLogHex(const char* title, unsigned char* data, int len) {
-    const LogFile log = open_log();
+    const LogFile log;
     if (!log) {
         return;
     }

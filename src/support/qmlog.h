@@ -1,6 +1,7 @@
 // The trace log "./Qm_ic.log": what the library was asked and what it answered, for people at the
 // counter and in support. Best effort: every call opens the file, appends and closes it, so a crash
-// loses nothing already written; a file that cannot be opened silently swallows the line.
+// loses nothing already written; a file that cannot be opened silently swallows the line, as does
+// what is neither a file nor a character device. A new file is its owner's alone.
 //
 // Usable from C (the four plain functions) and from C++.
 #pragma once

@@ -8,10 +8,15 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <numeric>
 #include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using qaven::test::TraceLog;
 namespace trace = qaven::trace;
@@ -149,6 +154,67 @@ TEST_F(Trace, ALogThatCannotBeOpenedSwallowsEveryLineSilently) {
     EXPECT_EQ(printed.err, "");
     EXPECT_TRUE(std::filesystem::is_empty("Qm_ic.log"));
     std::filesystem::remove("Qm_ic.log");
+}
+
+mode_t mode_of(const char* file) {
+    struct stat what {};
+    EXPECT_EQ(stat(file, &what), 0);
+    return what.st_mode & 07777U;
+}
+
+TEST_F(Trace, ANewLogIsItsOwnersAlone) {
+    const mode_t before = umask(0);
+    WriteKsLog("a");
+    umask(before);
+    EXPECT_EQ(mode_of("Qm_ic.log"), 0600U);
+}
+
+TEST_F(Trace, AnExistingLogKeepsItsMode) {
+    std::ofstream("Qm_ic.log").close();
+    ASSERT_EQ(chmod("Qm_ic.log", 0664), 0);
+    WriteKsLog("a");
+    EXPECT_EQ(mode_of("Qm_ic.log"), 0664U);
+    EXPECT_EQ(log.text(), "a\r\n");
+}
+
+TEST_F(Trace, APipeIsNotWrittenTo) {
+    ASSERT_EQ(mkfifo("Qm_ic.log", 0600), 0);
+    WriteKsLog("nobody reads");
+    const int reader = open("Qm_ic.log", O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(reader, 0);
+    WriteKsLog("a");
+    char byte = 0;
+    EXPECT_EQ(read(reader, &byte, 1), 0); // nothing, and nobody who could still write
+    close(reader);
+}
+
+TEST_F(Trace, ATerminalTakesTheLines) {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(terminal, 0);
+    ASSERT_EQ(grantpt(terminal), 0);
+    ASSERT_EQ(unlockpt(terminal), 0);
+    const int other_end = open(ptsname(terminal), O_RDWR | O_NOCTTY); // else the line is lost
+    std::filesystem::create_symlink(ptsname(terminal), "Qm_ic.log");
+    WriteKsLog("a");
+    std::array<char, 16> shown{};
+    EXPECT_GT(read(terminal, shown.data(), shown.size()), 0);
+    EXPECT_EQ(shown[0], 'a');
+    close(other_end);
+    close(terminal);
+}
+
+TEST_F(Trace, AFileThatMayNotGrowDoesNotEndTheHost) {
+    WriteKsLog("a");
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit small{5, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    WriteKsLog("bcd");
+    WriteKsLog("e");
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    EXPECT_EQ(log.text(), "a\r\nbc");
+    WriteKsLog("f");
+    EXPECT_EQ(log.text(), "a\r\nbcf\r\n");
 }
 
 TEST_F(Trace, TheLogFunctionsLeaveTheScratchLineAlone) {
