@@ -20,7 +20,7 @@ constexpr std::string_view kHexDigits = "0123456789ABCDEFabcdef";
 
 } // namespace
 
-std::vector<unsigned char> parse(std::string_view text) {
+WipedBytes parse(std::string_view text) {
     const std::string count_text(text.substr(0, kCountDigits));
     const int declared = decimal(count_text.c_str());
     const std::string_view behind = text.substr(std::min(kCountDigits, text.size()));
@@ -31,7 +31,7 @@ std::vector<unsigned char> parse(std::string_view text) {
 }
 
 void write(tlv::Bytes head, std::span<const tlv::Bytes> records, char* out, std::size_t out_size) {
-    std::vector<unsigned char> taken(head.begin(), head.end());
+    WipedBytes taken(head.begin(), head.end());
     for (const tlv::Bytes record : records) {
         if (kCountDigits + 2 * (taken.size() + record.size()) < out_size) {
             taken.insert(taken.end(), record.begin(), record.end());

@@ -4,10 +4,10 @@
 #pragma once
 
 #include "engine/tlv.h"
+#include "support/wiped.h"
 
 #include <span>
 #include <string_view>
-#include <vector>
 
 namespace qaven::application_data {
 
@@ -15,7 +15,7 @@ inline constexpr std::string_view kEmpty = "000000";
 
 // The bytes of a handed-in text. The count is cut to the digits that follow it, and to 8000; a
 // negative one counts as 0.
-std::vector<unsigned char> parse(std::string_view text);
+WipedBytes parse(std::string_view text);
 
 // Writes the text of head and records into out, leaving out whole every record that would not fit.
 void write(tlv::Bytes head, std::span<const tlv::Bytes> records, char* out, std::size_t out_size);

@@ -105,9 +105,9 @@ class IssuerResponse {
     }
 
     // The template that runs.
-    std::optional<std::vector<unsigned char>> script() const {
+    std::optional<WipedBytes> script() const {
         for (const auto& tag : kScriptTemplates) {
-            std::vector<unsigned char> value(kMaxTemplate);
+            WipedBytes value(kMaxTemplate);
             if (const auto length = tlv::extract(tag, bytes_, value)) {
                 value.resize(*length);
                 return value;

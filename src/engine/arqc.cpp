@@ -200,7 +200,7 @@ int generate_arqc(const Parameters& parameters, bool found_live) {
     std::array<char, kLengthTextSize> length{};
     std::snprintf(length.data(), length.size(), "%03d", static_cast<int>(list.size()));
     BoundedText(parameters.arqc_length, kLengthTextSize).append(length.data());
-    const std::string text = list.text();
+    const WipedText text = list.text();
     BoundedText(parameters.arqc, QAVEN_ARQC_SIZE).append(text);
     Qm_CloseDevice();
     trace::line(gbk::kArqcLengthFormat, static_cast<int>(list.size()));

@@ -16,6 +16,7 @@
 #include "support/hex.h"
 #include "support/operation.h"
 #include "support/qmlog.h"
+#include "support/wiped.h"
 
 #include <algorithm>
 #include <array>
@@ -80,19 +81,22 @@ constexpr std::array kFields{
     Field{'T', {{0x9C}}, kNone, std::nullopt, Form::kNotShown},
 };
 
-using Value = std::vector<unsigned char>;
+using Value = WipedBytes;
 
-std::string field_text(char letter, std::string_view value) {
-    return letter + three_digits(value.size()) + std::string(value);
+WipedText field_text(char letter, std::string_view value) {
+    WipedText text(1, letter);
+    text += three_digits(value.size());
+    text += value;
+    return text;
 }
 
-std::string text_of(const Value& value) {
+WipedText text_of(const Value& value) {
     const auto end = std::ranges::find(value, static_cast<unsigned char>(0));
     return {value.begin(), end};
 }
 
-std::string track2_field(char letter, const Value& value) {
-    std::string digits = hex::text(value);
+WipedText track2_field(char letter, const Value& value) {
+    WipedText digits = hex::text(value);
     std::string length = three_digits(digits.size());
     if (const auto separator = digits.find('D'); separator != std::string::npos) {
         digits[separator] = '=';
@@ -102,14 +106,17 @@ std::string track2_field(char letter, const Value& value) {
         // The length is corrected as a character, so 020 becomes 02/.
         --length.back();
     }
-    return letter + length + digits;
+    WipedText text(1, letter);
+    text += length;
+    text += digits;
+    return text;
 }
 
-std::string shown(const Field& field, const Value& value) {
+WipedText shown(const Field& field, const Value& value) {
     switch (field.form) {
     case Form::kPan: {
-        const std::string digits = hex::text(value);
-        return field_text(field.letter, digits.substr(0, digits.find('F')));
+        const WipedText digits = hex::text(value);
+        return field_text(field.letter, std::string_view(digits).substr(0, digits.find('F')));
     }
     case Form::kText:
         return field_text(field.letter, text_of(value));
@@ -126,7 +133,7 @@ std::string shown(const Field& field, const Value& value) {
 }
 
 // A field of the card's records; "000" when the card has no such object.
-std::string record_field(const Field& field, Bytes records) {
+WipedText record_field(const Field& field, Bytes records) {
     auto value = tlv::value_of(field.tag.view(), records);
     if (!field.otherwise.none() && (!value || text_of(*value).empty())) {
         value = tlv::value_of(field.otherwise.view(), records);
@@ -136,13 +143,13 @@ std::string record_field(const Field& field, Bytes records) {
 
 // A field that the card gives on request only; "000" when it refuses, nothing at all when its
 // answer lacks the object.
-std::string asked_field(const Field& field) {
+WipedText asked_field(const Field& field) {
     commands::Response answer;
     if (commands::get_data(*field.asked, answer) != 0) {
         return field_text(field.letter, "");
     }
     const auto value = tlv::value_of(field.tag.view(), answer.data());
-    return value ? shown(field, *value) : std::string();
+    return value ? shown(field, *value) : WipedText();
 }
 
 void write_user_info(std::string_view letters, Bytes records, char* out) {
@@ -178,6 +185,8 @@ std::vector<unsigned char> application_head(Bytes aid, const reading::Options& o
     return head;
 }
 
+constinit OneCard* one_card = nullptr;
+
 int fail(int result, int described, char* err_msg) {
     qm_closeicc();
     Qm_CloseDevice();
@@ -186,6 +195,25 @@ int fail(int result, int described, char* err_msg) {
 }
 
 } // namespace
+
+OneCard::OneCard() {
+    one_card = this;
+}
+
+OneCard::~OneCard() {
+    one_card = nullptr;
+}
+
+bool OneCard::has(tlv::Bytes records) {
+    const auto number = tlv::value_of(std::array<unsigned char, 1>{0x5A}, records);
+    if (!number) {
+        return true;
+    }
+    if (number_.empty()) {
+        number_ = *number;
+    }
+    return number_ == *number;
+}
 
 int read_card(const Request& request, const Outputs& outputs, session::AtSuccess at_success) {
     diagnostics::line("ZEB_ICC_GetInfo");
@@ -220,6 +248,10 @@ int read_card(const Request& request, const Outputs& outputs, session::AtSuccess
     }
 
     const auto data = reading::read_records(options.afl);
+    if (one_card != nullptr && !one_card->has(data.bytes())) {
+        session::end();
+        return fail(QAVEN_NO_CARD, QAVEN_NO_CARD, outputs.err_msg);
+    }
     application_data::write(application_head(choice.aid, options), data.records(), outputs.ic_data,
                             QAVEN_APPDATA_SIZE);
     write_user_info(text_or_empty(request.tag_list), data.bytes(), outputs.user_info);

@@ -3,7 +3,9 @@
 #pragma once
 
 #include "engine/session.h"
+#include "engine/tlv.h"
 #include "support/export.h"
+#include "support/wiped.h"
 
 // Appends the tag bytes of each of the count letters to tagsout (2 bytes for each letter); other
 // characters add nothing. Returns the number of bytes written.
@@ -37,6 +39,23 @@ struct Outputs {
     char* user_info;
     char* ic_data;
     char* err_msg;
+};
+
+// While one lives, every reading has to find the card that the first one found; a reading of
+// another card number (5A) ends the connection and fails with QAVEN_NO_CARD: the card that was read
+// is gone. One at a time.
+class OneCard {
+  public:
+    OneCard();
+    ~OneCard();
+    OneCard(const OneCard&) = delete;
+    OneCard& operator=(const OneCard&) = delete;
+
+    // Whether these records are of that card; records without a number may be.
+    bool has(tlv::Bytes records);
+
+  private:
+    WipedBytes number_;
 };
 
 // ZEB_ICC_GetInfo, with a say in what becomes of the connection after success.

@@ -30,7 +30,10 @@ constexpr int kWaitCryptogram = 10;
 constexpr int kWaitAuthentication = 12;
 constexpr int kWaitVerify = 5;
 
+// Of VERIFY the data is a PIN block.
 struct Command {
+    ~Command() { const WipedAtEnd wiped(bytes); }
+
     Staging bytes{};
     std::size_t length = kHeader;
 };
@@ -63,6 +66,7 @@ Header with_data(unsigned char cla, unsigned char ins, unsigned char p1, unsigne
 
 int exchange(Command command, int wait, std::size_t limit, Response& response) {
     std::array<unsigned char, apdu::kReplySize> reply{};
+    const WipedAtEnd wiped(reply);
     int length = 0;
     const int result = Qm_Icc_EXApdu(command.bytes.data(), static_cast<int>(command.length),
                                      reply.data(), &length, wait);

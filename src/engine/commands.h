@@ -8,6 +8,7 @@
 #pragma once
 
 #include "support/export.h"
+#include "support/wiped.h"
 
 #include <array>
 #include <cstddef>
@@ -76,6 +77,11 @@ enum class DataObject : unsigned char {
 class Response {
   public:
     static constexpr std::size_t kCapacity = 1024;
+
+    Response() = default;
+    ~Response() { const WipedAtEnd wiped(bytes_); }
+    Response(const Response&) = delete;
+    Response& operator=(const Response&) = delete;
 
     std::span<const unsigned char> data() const { return std::span(bytes_).first(length_); }
 

@@ -30,6 +30,7 @@ Kind kind_of(const commands::Response& response) {
 
 std::optional<Answer> parse(const commands::Response& response) {
     std::array<unsigned char, kMaxValue> value{};
+    const WipedAtEnd wiped(value);
     const auto length = tlv::extract(kFormat1, response.data(), value);
     if (!length) {
         return std::nullopt;
@@ -66,7 +67,7 @@ bool append_last_online_atc(TlvList& list) {
     return true;
 }
 
-std::optional<std::vector<unsigned char>> card_object(TlvList::Tag tag, Bytes application_data) {
+std::optional<WipedBytes> card_object(TlvList::Tag tag, Bytes application_data) {
     return tlv::value_of(Bytes(tag.begin(), tag.size()), application_data);
 }
 

@@ -5,10 +5,10 @@
 #include "engine/commands.h"
 #include "engine/tlv.h"
 #include "engine/tlv_list.h"
+#include "support/wiped.h"
 
 #include <array>
 #include <optional>
-#include <vector>
 
 namespace qaven::cryptogram {
 
@@ -24,10 +24,12 @@ Kind kind_of(const commands::Response& response);
 
 // A response of format 1.
 struct Answer {
+    ~Answer() { const WipedAtEnd wiped(cryptogram); }
+
     unsigned char cid;
     std::array<unsigned char, 2> atc;
     std::array<unsigned char, 8> cryptogram;
-    std::vector<unsigned char> iad; // issuer application data, empty when the card gives none
+    WipedBytes iad; // issuer application data, empty when the card gives none
 };
 
 // The content of template 80; nothing when the response has none.
@@ -43,8 +45,7 @@ bool append_last_online_atc(TlvList& list);
 bool append_card_object(TlvList& list, TlvList::Tag tag, tlv::Bytes application_data);
 
 // A card object's value, at most 256 bytes; nothing when the application data lacks it.
-std::optional<std::vector<unsigned char>> card_object(TlvList::Tag tag,
-                                                      tlv::Bytes application_data);
+std::optional<WipedBytes> card_object(TlvList::Tag tag, tlv::Bytes application_data);
 
 // 82: the length byte is always 2, the value goes as the card has it; false when the application
 // data lacks it.

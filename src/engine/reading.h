@@ -3,6 +3,7 @@
 
 #include "engine/tlv.h"
 #include "support/export.h"
+#include "support/wiped.h"
 
 #include <array>
 #include <cstddef>
@@ -58,9 +59,9 @@ class ApplicationData {
     void append_authentication_data(tlv::Bytes data);
 
   private:
-    std::vector<unsigned char> bytes_;
+    WipedBytes bytes_;
     std::vector<std::size_t> record_ends_;
-    std::vector<unsigned char> authentication_;
+    WipedBytes authentication_;
     bool full_ = false;
 };
 

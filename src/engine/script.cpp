@@ -4,10 +4,10 @@
 #include "engine/apdu.h"
 #include "qaven/qaven.h"
 #include "support/operation.h"
+#include "support/wiped.h"
 
 #include <algorithm>
 #include <array>
-#include <vector>
 
 namespace qaven::script {
 
@@ -33,8 +33,10 @@ std::size_t sent_length(Bytes command) {
 }
 
 int send(Bytes command) {
-    std::vector<unsigned char> bytes(command.begin(), command.end());
+    // A command of the issuer's can carry a new PIN.
+    WipedBytes bytes(command.begin(), command.end());
     std::array<unsigned char, apdu::kReplySize> reply{};
+    const WipedAtEnd wiped(reply);
     int reply_length = 0;
     return Qm_Icc_EXApdu(bytes.data(), static_cast<int>(sent_length(command)), reply.data(),
                          &reply_length, kWaitScript);

@@ -58,7 +58,7 @@ constexpr std::size_t kReadAhead = 4 + 255;
 
 // The records of a directory, each with zeros behind it that the scan may run into.
 struct Directory {
-    std::vector<std::vector<unsigned char>> records;
+    std::vector<WipedBytes> records;
     std::size_t scan_length = 0;
 };
 

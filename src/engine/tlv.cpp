@@ -84,8 +84,8 @@ std::optional<std::size_t> extract(Bytes tag, Bytes data, std::span<unsigned cha
     return taken;
 }
 
-std::optional<std::vector<unsigned char>> value_of(Bytes tag, Bytes data) {
-    std::vector<unsigned char> value(kMaxValue);
+std::optional<WipedBytes> value_of(Bytes tag, Bytes data) {
+    WipedBytes value(kMaxValue);
     const auto length = extract(tag, data, value);
     if (!length) {
         return std::nullopt;

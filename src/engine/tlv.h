@@ -5,13 +5,13 @@
 #pragma once
 
 #include "support/export.h"
+#include "support/wiped.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <vector>
 
 // The first occurrence of tag (taglen bytes) in buf (buflen bytes): a pointer to its first byte
 // inside buf, or null.
@@ -170,7 +170,7 @@ std::optional<std::size_t> extract(Bytes tag, Bytes data, std::span<unsigned cha
                                    Extent extent = Extent::kBounded);
 
 // The value of tag, at most 256 bytes, zero-filled likewise; nothing when tag is not there.
-std::optional<std::vector<unsigned char>> value_of(Bytes tag, Bytes data);
+std::optional<WipedBytes> value_of(Bytes tag, Bytes data);
 
 // The part of data that a value of the given length at the given place has.
 inline Bytes clipped(Bytes data, std::size_t offset, std::size_t length) {

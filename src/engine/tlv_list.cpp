@@ -22,7 +22,7 @@ void TlvList::append(Tag tag, std::initializer_list<unsigned char> value) {
 }
 
 void TlvList::append_with_length(Tag tag, unsigned char length, tlv::Bytes value) {
-    std::vector<unsigned char> object(tag);
+    WipedBytes object(tag);
     object.push_back(length);
     object.insert(object.end(), value.begin(), value.end());
     append_object(object);
@@ -34,7 +34,7 @@ void TlvList::append_object(tlv::Bytes object) {
     }
 }
 
-std::string TlvList::text() const {
+WipedText TlvList::text() const {
     return hex::text(bytes_);
 }
 

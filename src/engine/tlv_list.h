@@ -3,11 +3,10 @@
 #pragma once
 
 #include "engine/tlv.h"
+#include "support/wiped.h"
 
 #include <cstddef>
 #include <initializer_list>
-#include <string>
-#include <vector>
 
 namespace qaven {
 
@@ -32,10 +31,10 @@ class TlvList {
     std::size_t size() const { return bytes_.size(); }
 
     // The list as upper-case hexadecimal text.
-    std::string text() const;
+    WipedText text() const;
 
   private:
-    std::vector<unsigned char> bytes_;
+    WipedBytes bytes_;
 };
 
 } // namespace qaven

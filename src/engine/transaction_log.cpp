@@ -14,6 +14,7 @@
 #include "support/decimal.h"
 #include "support/hex.h"
 #include "support/operation.h"
+#include "support/wiped.h"
 
 #include <algorithm>
 #include <array>
@@ -91,8 +92,8 @@ std::array<Field, N> laid_out(std::array<Field, N> fields, Bytes format) {
     return fields;
 }
 
-std::string merchant_text(Bytes value, AfterNul after_nul) {
-    std::string text(value.begin(), value.end());
+WipedText merchant_text(Bytes value, AfterNul after_nul) {
+    WipedText text(value.begin(), value.end());
     if (after_nul == AfterNul::kBlank) {
         const auto end = std::ranges::find(text, '\0');
         std::fill(end, text.end(), '\0');
@@ -102,13 +103,15 @@ std::string merchant_text(Bytes value, AfterNul after_nul) {
 }
 
 // A log record, zeros behind it where a format asks for more than the card gave.
-std::string record_text(std::span<const Field> fields, Bytes padded_record, AfterNul after_nul) {
-    std::string text;
+WipedText record_text(std::span<const Field> fields, Bytes padded_record, AfterNul after_nul) {
+    WipedText text;
     for (const Field& field : fields) {
         const Bytes value = padded_record.subspan(field.offset, field.length);
-        const std::string shown =
+        const WipedText shown =
             field.form == Form::kText ? merchant_text(value, after_nul) : hex::text(value);
-        text += field.letter + three_digits(shown.size()) + shown;
+        text += field.letter;
+        text += three_digits(shown.size());
+        text += shown;
     }
     return text;
 }
@@ -155,7 +158,7 @@ int fail_selection(int result, char* out, char* error_text) {
 }
 
 void read_transaction_records(const LogEntry& entry, std::span<const Field> fields, char* out) {
-    std::string text;
+    WipedText text;
     std::size_t last_size = 0;
     int count = 0;
     commands::Response record;
@@ -163,7 +166,7 @@ void read_transaction_records(const LogEntry& entry, std::span<const Field> fiel
         if (commands::read_record(static_cast<unsigned char>(number), entry.sfi, record) != 0) {
             break;
         }
-        const std::string fresh = record_text(fields, record.padded(), AfterNul::kGoesOn);
+        const WipedText fresh = record_text(fields, record.padded(), AfterNul::kGoesOn);
         if (kCountBytes + text.size() + fresh.size() >= QAVEN_TXDETAIL_SIZE) {
             break;
         }
@@ -230,8 +233,8 @@ int records_wanted(int record_index, const LogEntry& entry) {
     return std::max(record_index, 1);
 }
 
-std::string load_record_text(std::span<const Field> fields, Bytes padded_record) {
-    std::string text;
+WipedText load_record_text(std::span<const Field> fields, Bytes padded_record) {
+    WipedText text;
     for (const FixedField& field : kLoadPrefix) {
         text += field.head;
         text += hex::text(padded_record.subspan(field.offset, field.length));

@@ -7,8 +7,8 @@
 
 namespace qaven::hex {
 
-std::string text(std::span<const unsigned char> bytes) {
-    std::string digits;
+WipedText text(std::span<const unsigned char> bytes) {
+    WipedText digits;
     digits.reserve(2 * bytes.size());
     for (const unsigned char byte : bytes) {
         std::array<unsigned char, 2> pair{};
@@ -18,8 +18,8 @@ std::string text(std::span<const unsigned char> bytes) {
     return digits;
 }
 
-std::vector<unsigned char> bytes(std::string_view text) {
-    std::vector<unsigned char> packed;
+WipedBytes bytes(std::string_view text) {
+    WipedBytes packed;
     packed.reserve(text.size() / 2);
     for (std::size_t at = 0; at + 1 < text.size(); at += 2) {
         std::array pair{static_cast<unsigned char>(text[at]),

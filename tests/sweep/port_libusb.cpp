@@ -1,6 +1,8 @@
 // The libusb functions on the virtual port.
 #include "port_libusb.h"
 
+#include "memory_watch.h"
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -544,58 +546,71 @@ std::span<unsigned char> transfer_buffer(unsigned char* data, int length) {
 extern "C" {
 
 int LIBUSB_CALL libusb_init(libusb_context** ctx) {
+    const qaven::test::Unwatched work;
     return LibusbCalls::init(ctx);
 }
 
 void LIBUSB_CALL libusb_exit(libusb_context* ctx) {
+    const qaven::test::Unwatched work;
     LibusbCalls::exit(ctx);
 }
 
 ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* ctx, libusb_device*** list) {
+    const qaven::test::Unwatched work;
     return LibusbCalls::get_device_list(ctx, list);
 }
 
 void LIBUSB_CALL libusb_free_device_list(libusb_device** list, int /*unreference*/) {
+    const qaven::test::Unwatched work;
     LibusbCalls::free_device_list(list);
 }
 
 int LIBUSB_CALL libusb_get_device_descriptor(libusb_device* device,
                                              libusb_device_descriptor* descriptor) {
+    const qaven::test::Unwatched work;
     return LibusbCalls::get_device_descriptor(device, *descriptor);
 }
 
 int LIBUSB_CALL libusb_get_config_descriptor(libusb_device* /*device*/, std::uint8_t config_index,
                                              libusb_config_descriptor** config) {
+    const qaven::test::Unwatched work;
     return LibusbCalls::get_config_descriptor(config_index, config);
 }
 
 void LIBUSB_CALL libusb_free_config_descriptor(libusb_config_descriptor* config) {
+    const qaven::test::Unwatched work;
     LibusbCalls::free_config_descriptor(config);
 }
 
 libusb_device_handle* LIBUSB_CALL libusb_open_device_with_vid_pid(libusb_context* ctx,
                                                                   std::uint16_t vendor_id,
                                                                   std::uint16_t product_id) {
+    const qaven::test::Unwatched work;
     return LibusbCalls::open(ctx, vendor_id, product_id);
 }
 
 void LIBUSB_CALL libusb_close(libusb_device_handle* handle) {
+    const qaven::test::Unwatched work;
     LibusbCalls::close(handle);
 }
 
 int LIBUSB_CALL libusb_kernel_driver_active(libusb_device_handle* handle, int interface) {
+    const qaven::test::Unwatched work;
     return LibusbCalls::kernel_driver_active(handle, interface);
 }
 
 int LIBUSB_CALL libusb_detach_kernel_driver(libusb_device_handle* handle, int interface) {
+    const qaven::test::Unwatched work;
     return LibusbCalls::detach_kernel_driver(handle, interface);
 }
 
 int LIBUSB_CALL libusb_claim_interface(libusb_device_handle* handle, int interface) {
+    const qaven::test::Unwatched work;
     return LibusbCalls::claim_interface(handle, interface);
 }
 
 int LIBUSB_CALL libusb_release_interface(libusb_device_handle* handle, int interface) {
+    const qaven::test::Unwatched work;
     return LibusbCalls::release_interface(handle, interface);
 }
 
@@ -606,6 +621,7 @@ int LIBUSB_CALL libusb_reset_device(libusb_device_handle* handle) {
 int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* dev_handle, unsigned char endpoint,
                                      unsigned char* data, int length, int* actual_length,
                                      unsigned int timeout) {
+    const qaven::test::Unwatched work;
     int ignored = 0;
     return LibusbCalls::bulk_transfer(dev_handle, endpoint, transfer_buffer(data, length),
                                       actual_length != nullptr ? *actual_length : ignored, timeout);
@@ -615,6 +631,7 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, std::uint8
                                         std::uint8_t request, std::uint16_t value,
                                         std::uint16_t index, unsigned char* data,
                                         std::uint16_t length, unsigned int timeout) {
+    const qaven::test::Unwatched work;
     const auto low = [](std::uint16_t number) { return static_cast<std::uint8_t>(number & 0xFFU); };
     const auto high = [](std::uint16_t number) { return static_cast<std::uint8_t>(number >> 8U); };
     const auto buffer = transfer_buffer(data, length);

@@ -1,6 +1,8 @@
 // The fake bus and the libusb functions on top of it.
 #include "fake_libusb.h"
 
+#include "memory_watch.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -562,6 +564,7 @@ std::span<unsigned char> transfer_buffer(unsigned char* data, int length) {
 extern "C" {
 
 int LIBUSB_CALL libusb_init(libusb_context** context) {
+    const qaven::test::Unwatched work;
     if (context != nullptr) {
         FakeLibusbCalls::bus().violation("init of a context of its own");
         *context = nullptr;
@@ -570,54 +573,66 @@ int LIBUSB_CALL libusb_init(libusb_context** context) {
 }
 
 void LIBUSB_CALL libusb_exit(libusb_context* context) {
+    const qaven::test::Unwatched work;
     FakeLibusbCalls::exit(context);
 }
 
 ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* context, libusb_device*** list) {
+    const qaven::test::Unwatched work;
     return FakeLibusbCalls::get_device_list(context, list);
 }
 
 void LIBUSB_CALL libusb_free_device_list(libusb_device** list, int unreference) {
+    const qaven::test::Unwatched work;
     FakeLibusbCalls::free_device_list(list, unreference);
 }
 
 int LIBUSB_CALL libusb_get_device_descriptor(libusb_device* device,
                                              libusb_device_descriptor* descriptor) {
+    const qaven::test::Unwatched work;
     return FakeLibusbCalls::get_device_descriptor(*device, *descriptor);
 }
 
 int LIBUSB_CALL libusb_get_config_descriptor(libusb_device* device, std::uint8_t index,
                                              libusb_config_descriptor** descriptor) {
+    const qaven::test::Unwatched work;
     return FakeLibusbCalls::get_config_descriptor(*device, index, descriptor);
 }
 
 void LIBUSB_CALL libusb_free_config_descriptor(libusb_config_descriptor* descriptor) {
+    const qaven::test::Unwatched work;
     FakeLibusbCalls::free_config_descriptor(descriptor);
 }
 
 libusb_device_handle* LIBUSB_CALL libusb_open_device_with_vid_pid(libusb_context* context,
                                                                   std::uint16_t vendor,
                                                                   std::uint16_t product) {
+    const qaven::test::Unwatched work;
     return FakeLibusbCalls::open(context, vendor, product);
 }
 
 void LIBUSB_CALL libusb_close(libusb_device_handle* handle) {
+    const qaven::test::Unwatched work;
     FakeLibusbCalls::close(handle);
 }
 
 int LIBUSB_CALL libusb_kernel_driver_active(libusb_device_handle* handle, int interface) {
+    const qaven::test::Unwatched work;
     return FakeLibusbCalls::kernel_driver_active(handle, interface);
 }
 
 int LIBUSB_CALL libusb_detach_kernel_driver(libusb_device_handle* handle, int interface) {
+    const qaven::test::Unwatched work;
     return FakeLibusbCalls::detach_kernel_driver(handle, interface);
 }
 
 int LIBUSB_CALL libusb_claim_interface(libusb_device_handle* handle, int interface) {
+    const qaven::test::Unwatched work;
     return FakeLibusbCalls::claim_interface(handle, interface);
 }
 
 int LIBUSB_CALL libusb_release_interface(libusb_device_handle* handle, int interface) {
+    const qaven::test::Unwatched work;
     return FakeLibusbCalls::release_interface(handle, interface);
 }
 
@@ -628,6 +643,7 @@ int LIBUSB_CALL libusb_reset_device(libusb_device_handle* handle) {
 int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint,
                                      unsigned char* data, int length, int* transferred,
                                      unsigned int timeout) {
+    const qaven::test::Unwatched work;
     int ignored = 0;
     return FakeLibusbCalls::bulk_transfer(handle, endpoint, transfer_buffer(data, length),
                                           transferred != nullptr ? *transferred : ignored, timeout);
@@ -637,6 +653,7 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, std::uint8
                                         std::uint8_t request, std::uint16_t value,
                                         std::uint16_t index, unsigned char* data,
                                         std::uint16_t length, unsigned int timeout) {
+    const qaven::test::Unwatched work;
     return FakeLibusbCalls::control_transfer(handle, type, request, value, index,
                                              transfer_buffer(data, length), timeout);
 }
