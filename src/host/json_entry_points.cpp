@@ -1,5 +1,6 @@
 // The JSON entry points and the driver lifecycle: JSON text in, one wrapper call or two, JSON text
 // out.
+#include "engine/card_info.h"
 #include "engine/session.h"
 #include "host/err.h"
 #include "host/lorim_pboc.h"
@@ -222,6 +223,8 @@ int read_card_information(const char* json, const Answer& answer) {
     report("aryInput:%s\n", transaction_data);
     report("isReadArqc:%s\n", read_arqc);
 
+    // The card information that a teller sees and the ARQC that pays are those of one card.
+    const qaven::card_info::OneCard one_card;
     std::array<char, QAVEN_USERINFO_SIZE> card_information{};
     if (const int result = getICCardInfo(kReaderName, tag_list, aid_list, card_information.data());
         result != 0) {

@@ -217,6 +217,22 @@ TEST_F(Json, AFailedArqcStepLeavesTheAnswerAloneAndFillsTheErrorText) {
     EXPECT_FALSE(session::live());
 }
 
+TEST_F(Json, AnArqcOfAnotherCardThanTheOneReadIsNoAnswer) {
+    const std::string other =
+        object("70", object("5A", "6214830123456789020F") + object("8C", kCdol1));
+    expect_reading(card, {transaction_record()});
+    expect_reading(card, {other});
+    EXPECT_EQ(call.run(QAVEN_getICCardInfo, info_input("true")), -1);
+    EXPECT_EQ(call.resmsg.text(), kOld);
+    EXPECT_EQ(call.errmsg.text(), gbk(kArqcFailed));
+    EXPECT_THAT(trace.text(), EndsWith("iRet:-1\n\r\n" + gbk("-获取ARQC失败-") + "\n\r\n"));
+    EXPECT_FALSE(session::live());
+    // The other card's turn comes with a call of its own.
+    expect_reading(card, {other});
+    EXPECT_EQ(call.run(QAVEN_getICCardInfo, info_input("false")), 0);
+    EXPECT_THAT(call.resmsg.text(), HasSubstr("A0196214830123456789020"));
+}
+
 TEST_F(Json, CodesOfCardAndReaderPassThrough) {
     expect_select(card);
     card.expect("80A80000 02 8300", "6985");
