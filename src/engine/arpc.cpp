@@ -73,9 +73,6 @@ class IssuerResponse {
             Qm_halftochar(digits.data(), packed.data(), &length);
             bytes_.assign(packed.begin(), packed.begin() + length);
         }
-        // Searches without a length bound end at this zero.
-        terminated_ = bytes_;
-        terminated_.push_back(0);
     }
 
     bool empty() const { return bytes_.empty(); }
@@ -92,7 +89,7 @@ class IssuerResponse {
 
     bool announces_script() const {
         return std::ranges::any_of(kScriptTemplates, [this](const auto& tag) {
-            return tlv::find(tag, terminated_, Extent::kZeroTerminated).has_value();
+            return tlv::find(tag, bytes_, Extent::kZeroTerminated).has_value();
         });
     }
 
@@ -118,7 +115,6 @@ class IssuerResponse {
 
   private:
     std::vector<unsigned char> bytes_;
-    std::vector<unsigned char> terminated_;
 };
 
 // Issuer script results in text form: tag DF31, length 05, result and position digits, script

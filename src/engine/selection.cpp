@@ -146,10 +146,11 @@ class DirectoryWalk {
         node->aidlen = static_cast<unsigned char>(taken.size());
 
         const auto at = tlv::find(kPriorityIndicator, entry.first(entry_length));
+        // Behind a length there is a value, if only of the zeros that follow every record.
         const Bytes priority =
             at ? tlv::clipped(entry, *at + kPriorityIndicator.size(), entry.size()) : Bytes();
         const auto length = tlv::read_length(priority, 0);
-        if (!length || length.value == 0 || length.end >= priority.size()) {
+        if (!length || length.value == 0) {
             // Only entries with a priority indicator are kept as separate nodes: the next entry is
             // written over this one.
             node->priority = 0;
@@ -203,7 +204,6 @@ int collect_next_occurrences(const SelectByName& select, Bytes aid, flist* list)
             ++count;
         }
     }
-    node->next = nullptr;
     return count;
 }
 

@@ -100,9 +100,7 @@ class Input {
     bool usable() const { return usable_; }
 
   private:
-    const cJSON* member(const char* key) const {
-        return usable_ ? cJSON_GetObjectItem(tree_.get(), key) : nullptr;
-    }
+    const cJSON* member(const char* key) const { return cJSON_GetObjectItem(tree_.get(), key); }
 
     bool expect(bool well_formed, const char* key) {
         if (usable_ && !well_formed) {

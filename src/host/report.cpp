@@ -20,9 +20,8 @@ std::string formatted(const char* format, va_list arguments) {
     if (length < 0) {
         return {};
     }
-    std::string text(static_cast<std::size_t>(length) + 1, '\0');
-    std::vsnprintf(text.data(), text.size(), format, arguments);
-    text.pop_back();
+    std::string text(static_cast<std::size_t>(length), '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, arguments); // its zero is the text's own
     return text;
 }
 

@@ -336,6 +336,18 @@ TEST_F(IssuerAnswer, ACdolTwoThatAsksForMoreThanACommandCarriesSendsNothing) {
     EXPECT_TRUE(session::live());
 }
 
+TEST_F(IssuerAnswer, ACdol2MayAskFor255Bytes) {
+    call.application_data = application_data_text(object("8D", "9F02FE9C01"));
+    card.expect(external_authenticate("00"), "9000");
+    card.expect("80AE4000 FF" + repeated("00", 254) + "33", "6985");
+    EXPECT_EQ(run(authentication("00")), 0x6985);
+}
+
+TEST_F(IssuerAnswer, AZeroByteEndsTheSearchForAScript) {
+    EXPECT_EQ(run(std::string(kIdentifier) + "0000" + object("72", "")), -206);
+    EXPECT_EQ(call.script_result.text(), "");
+}
+
 TEST_F(IssuerAnswer, AnEmptyResponseIsEmptyData) {
     EXPECT_EQ(run(""), -205);
     EXPECT_EQ(call.error_text.text(), gbk(" 空数据或非法数据 "));

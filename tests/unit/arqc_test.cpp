@@ -4,6 +4,8 @@
 #include "console.h"
 #include "engine/session.h"
 #include "engine/terminal_data.h"
+#include "engine/tlv_list.h"
+#include "hex.h"
 #include "host_calls.h"
 #include "payment_card.h"
 
@@ -218,6 +220,37 @@ TEST_F(Arqc, TheSequenceNumberBuildsFieldSixty) {
               "5F34021A2B" + std::string(kNoAip) + std::string(kTail));
     EXPECT_EQ(call.field60.text(), "\x60\x03"
                                    "01a");
+}
+
+TEST_F(Arqc, AnEmptySequenceNumberIsZeroInField60) {
+    EXPECT_EQ(card_part(object("5F34", "")), "5F3400" + std::string(kNoAip) + std::string(kTail));
+    EXPECT_EQ(call.field60.text(), "\x60\x03"
+                                   "000");
+}
+
+TEST_F(Arqc, AListOfLessThanAHundredBytesHasItsLengthInThreeDigits) {
+    EXPECT_EQ(run(object("8C", kCdol1), cryptogram_answer("80", "")), 0);
+    EXPECT_EQ(list().size(), 2U * 85U);
+    EXPECT_EQ(call.arqc_length.text(), "085");
+}
+
+TEST_F(Arqc, HandedInDigitsMayBeSmall) {
+    card.expect("80AE8000 03 190422", cryptogram_answer("80"));
+    card.expect(kGetLastOnlineAtc, "6A88");
+    call.application_data.set("000008"
+                              "8c029a03"
+                              "5f3401af");
+    EXPECT_EQ(call.run(), 0);
+    EXPECT_THAT(list(), HasSubstr("5F3401AF"));
+}
+
+TEST(OnlineList, AValueOf255BytesIsTheLongest) {
+    const Bytes longest = bytes(repeated("9A", 255));
+    const Bytes too_long = bytes(repeated("9A", 256));
+    qaven::TlvList list;
+    list.append({0x57}, longest);
+    list.append({0x58}, too_long);
+    EXPECT_EQ(std::string(list.text()), "57FF" + hex(longest));
 }
 
 TEST_F(Arqc, TheCardIsGivenTheHostsTextAndTheLogTheCompletedOne) {

@@ -333,6 +333,7 @@ TEST_F(Json, CardInformationPrintsItsLines) {
                   "\n"
                   "-ARQC:" +
                   field55() + "\n");
+    EXPECT_THAT(printed.out, EndsWith("\n"));
     EXPECT_EQ(printed.err, "");
 }
 

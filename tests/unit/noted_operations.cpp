@@ -2,12 +2,14 @@
 #include "noted_operations.h"
 
 #include <initializer_list>
+#include <utility>
 
 namespace {
 
 using Text = char*;
 
 std::vector<std::string> latest;
+qaven::test::HookCalls hook_calls;
 
 void note(std::initializer_list<const char*> texts) {
     latest.clear();
@@ -70,7 +72,26 @@ int noted_read_transaction_log(Text p1, Text p2, Text p3, Text p4, Text p5, Text
     return real_read_transaction_log(p1, p2, p3, p4, p5, p6, p7, p8, p9, p10, p11, p12, p13);
 }
 
+int real_close_card() __asm__("__real__Z11qm_closeiccv");
+int noted_close_card() __asm__("__wrap__Z11qm_closeiccv");
+void real_close_reader() __asm__("__real__Z14Qm_CloseDevicev");
+void noted_close_reader() __asm__("__wrap__Z14Qm_CloseDevicev");
+
+int noted_close_card() {
+    ++hook_calls.card;
+    return real_close_card();
+}
+
+void noted_close_reader() {
+    ++hook_calls.reader;
+    real_close_reader();
+}
+
 namespace qaven::test {
+
+HookCalls take_hook_calls() {
+    return std::exchange(hook_calls, {});
+}
 
 const std::vector<std::string>& noted_texts() {
     return latest;

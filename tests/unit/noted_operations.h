@@ -1,5 +1,6 @@
 // Stands between the wrappers and the card operations, where the linker puts it, and notes what the
-// operations are called with: positions that they do not read show nowhere else.
+// operations are called with: positions that they do not read show nowhere else. Likewise between
+// the operations and the close hooks, which do nothing that could be seen.
 #pragma once
 
 #include <string>
@@ -10,5 +11,14 @@ namespace qaven::test {
 // The texts that the latest card operation was called with, from position 1 to its last input.
 // Positions without a text stand as "(none)".
 const std::vector<std::string>& noted_texts();
+
+// How often the close hooks for card and reader have been called since this was last asked.
+struct HookCalls {
+    int card = 0;
+    int reader = 0;
+
+    bool operator==(const HookCalls&) const = default;
+};
+HookCalls take_hook_calls();
 
 } // namespace qaven::test

@@ -75,6 +75,12 @@ TEST_F(Trace, AHexDumpEndsWithABlank) {
     EXPECT_EQ(log.text(), "HEX: 0A FF \r\n");
 }
 
+TEST_F(Trace, AHexDumpOfOneByte) {
+    WriteKsLogHex(data.data(), 1);
+    WriteKsTitleLogHex("ATR", data.data(), 1);
+    EXPECT_EQ(log.text(), "HEX: 00 \r\nATR(HEX): 00 \r\n");
+}
+
 TEST_F(Trace, AHexDumpIsNeverWrapped) {
     WriteKsLogHex(data.data(), 100);
     EXPECT_EQ(log.text(), "HEX: " + dump(0, 100) + "\r\n");

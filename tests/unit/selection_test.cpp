@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <deque>
 #include <string>
 #include <string_view>
@@ -270,6 +271,34 @@ TEST_F(Directory, WithoutAnyPriorityGivesItsLastEntry) {
     EXPECT_EQ(walk(), 2);
     EXPECT_THAT(list.aids(), ElementsAre(kCredit));
     EXPECT_EQ(head_priority(), 0);
+}
+
+TEST_F(Directory, AShorterAidLeavesNothingOfALongerOneThatItIsWrittenOver) {
+    expect_directory({record(entry("A000000333010101") + entry("A000000333"))});
+    EXPECT_EQ(walk(), 2);
+    EXPECT_EQ(hex(std::span(list.head()->aid)), "A000000333" + repeated("00", 11));
+}
+
+TEST_F(Directory, TheCallersHeadMayHoldAnythingInFront) {
+    Bytes name = exact(kPse);
+    Bytes fci = exact("88");
+    Bytes aid = exact(kDebit);
+    alist candidates{};
+    flist selected{};
+    for (const bool by_name : {true, false}) {
+        std::memset(&candidates, 0xEE, sizeof candidates);
+        if (by_name) {
+            card.expect(kSelectPse, kNoFile);
+            EXPECT_EQ(qmcx_PseAppSelect(name.data(), 14, &candidates), 0);
+        } else {
+            EXPECT_EQ(qmcx_checkADF(fci.data(), 1, &candidates), 0);
+        }
+        EXPECT_EQ(candidates.next, nullptr);
+    }
+    std::memset(&selected, 0xEE, sizeof selected);
+    card.expect(select(kDebit), kNoFile);
+    EXPECT_EQ(qmcx_AidAppSelect(1, aid.data(), 7, &selected), 0);
+    EXPECT_EQ(selected.next, nullptr);
 }
 
 TEST_F(Directory, TreatsAnEmptyPriorityLikeNone) {
@@ -556,6 +585,15 @@ TEST_F(Directory, HeldByTheCallerIsWalkedWithoutSelectingIt) {
     Bytes fci = exact("6F15 840E315041592E5359532E4444463031 A503 880101");
     EXPECT_EQ(qmcx_checkADF(fci.data(), static_cast<unsigned char>(fci.size()), list.head()), 2);
     EXPECT_THAT(list.aids(), ElementsAre(kDebit, kCredit, ""));
+}
+
+TEST_F(Directory, HeldByTheCallerIsTheFirstOfEightLevels) {
+    expect_records({record(directory_entry(kPse))});
+    for (int level = 1; level < 8; ++level) {
+        expect_directory({record(directory_entry(kPse))});
+    }
+    Bytes fci = exact("6F15 840E315041592E5359532E4444463031 A503 880101");
+    EXPECT_EQ(qmcx_checkADF(fci.data(), static_cast<unsigned char>(fci.size()), list.head()), 0);
 }
 
 TEST_F(Directory, HeldByTheCallerMayBeBroken) {

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <string>
@@ -132,6 +133,14 @@ TEST(FindTag, StepsOverLengthsOfTwoAndThreeBytes) {
     EXPECT_EQ(position_in("5A", "57 82 0102" + repeated("5A", 258) + "5A 01 62"), 262);
     EXPECT_EQ(position_in("5A", "70 81 03 5A 01 62"), 3);
     EXPECT_EQ(position_in("5A", "70 82 0003 5A 01 62"), 4);
+}
+
+TEST(FindTag, NoTagIsNowhere) {
+    Bytes data = exact("01 01 5A 00");
+    for (const int length : {0, -1}) {
+        const Bytes tag = exact("01");
+        EXPECT_EQ(qmcx_findtag(tag.data(), length, data.data(), 4), nullptr) << length;
+    }
 }
 
 TEST(FindTag, OtherLongFormsAreLengthsThemselves) {
@@ -353,6 +362,20 @@ TEST(TagValue, OfAZeroTerminatedListIsFoundBeforeTheZeroOnly) {
 }
 
 // --- extraction with a capacity, as the engine does it ---
+
+TEST(Extract, TakesAllThatFits) {
+    for (const std::size_t capacity : {255U, 256U, 257U, 1024U, 1025U}) {
+        for (const std::size_t length : {256U, 257U, 1024U, 1025U}) {
+            const std::array<std::uint8_t, 2> field{static_cast<std::uint8_t>(length / 256),
+                                                    static_cast<std::uint8_t>(length % 256)};
+            const Bytes data = exact("5A 82" + hex(field) + repeated("62", length));
+            Bytes out = room(capacity);
+            EXPECT_EQ(tlv::extract(exact("5A"), data, out), std::min(capacity, length))
+                << capacity << ' ' << length;
+            EXPECT_EQ(out.back(), capacity <= length ? 0x62 : 0xEE) << capacity << ' ' << length;
+        }
+    }
+}
 
 TEST(Extract, CutsLengthAndCopyToItsCapacity) {
     const Bytes data = exact("5A 82 0102" + repeated("62", 258));

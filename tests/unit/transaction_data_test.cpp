@@ -241,6 +241,13 @@ TEST_F(Completed, AShortMerchantIsFollowedByZeroBytes) {
     EXPECT_EQ(for_arqc("V00304A"), completed_text("000000", "161355", "V02004A" + zeros(17)));
 }
 
+TEST_F(Completed, NothingStandsBehindTheHostsMerchant) {
+    Bytes in = exact_text("V003ABC");
+    Bytes out = room(92);
+    EXPECT_EQ(GetTransData(in.data(), out.data()), 0);
+    EXPECT_EQ(hex(std::span(out).last(2)), "EEEE");
+}
+
 TEST_F(Completed, ALongMerchantIsCutTo20Bytes) {
     EXPECT_EQ(for_arqc("V025ABCDEFGHIJKLMNOPQRSTUVWXY"),
               completed_text("000000", "161355", "V020ABCDEFGHIJKLMNOPQRST"));
@@ -370,6 +377,12 @@ TEST(Converted, AnUnknownLetterIsPackedLikeAnyOther) {
 TEST(Converted, AnOddDigitLeavesItsByteUnwritten) {
     EXPECT_EQ(converted("T0013"), "5401EE");
     EXPECT_EQ(converted("P00512345T00203"), "50031234EE540103");
+}
+
+TEST(Converted, AnOddDigitLeavesItsByteInTheEnginesOwnBufferToo) {
+    Bytes out = room(4);
+    EXPECT_EQ(transaction_data::convert("P003123", out), 4U);
+    EXPECT_EQ(hex(out), "500212EE");
 }
 
 TEST(Converted, AnOddDigitUsedToBeDropped) {

@@ -12,6 +12,7 @@
 namespace session = qaven::session;
 
 using namespace qaven::test;
+using testing::EndsWith;
 using testing::SizeIs;
 
 namespace {
@@ -190,6 +191,14 @@ TEST_F(TransactionLog, AMerchantIsHandedOnAsTheCardStoresIt) {
 TEST_F(TransactionLog, ARecordThatIsShorterThanItsFormatEndsInZeros) {
     EXPECT_EQ(one_record("9F4F06 9A03 9F4E03", "1904"),
               "P000Q000R000S006190400T000U000V000W003   X000");
+}
+
+TEST_F(TransactionLog, ARecordShowsNothingOfALongerOneBefore) {
+    expect_log("9F4F05 9A03 9F3602", object("9F4D", "0B02"));
+    expect_record(1, "190422 0012");
+    expect_record(2, "190423");
+    EXPECT_EQ(call.run(), 0);
+    EXPECT_THAT(call.detail.text(), EndsWith("S006190423T000U000V000W000X0040000"));
 }
 
 TEST_F(TransactionLog, TheSecondCountIsThatOfTheLastRecordModulo256) {

@@ -97,6 +97,12 @@ TEST_F(Wrappers, CardInformationComesFromTheOperation) {
     EXPECT_FALSE(session::live());
 }
 
+TEST_F(Wrappers, TheDataOfALargeCardHaveABufferOfTheirOwn) {
+    expect_reading(card, {repeated("9A0101", 333), repeated("9A0101", 333), transaction_record()});
+    EXPECT_EQ(card_information("|A", "A000000333"), 0);
+    EXPECT_EQ(info.text(), "A0196214830123456789012");
+}
+
 TEST_F(Wrappers, AnEmptyAidListIsOneAttemptWithTheUnionPayPrefix) {
     expect_nothing_selected("A000000333");
     EXPECT_EQ(card_information("A", ""), -23);
