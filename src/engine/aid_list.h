@@ -2,10 +2,10 @@
 #pragma once
 
 #include "qaven/qaven.h"
-#include "support/utils.h"
 
-#include <list>
+#include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace qaven {
 
@@ -13,16 +13,15 @@ namespace qaven {
 // another than "no single application"; that is the result.
 template <typename Operation>
 int for_each_aid(const char* aid_list, Operation operation) {
-    std::list<std::string> aids;
-    Split(aid_list, aids, '|');
-    int result = QAVEN_NO_CARD;
-    for (const std::string& aid : aids) {
-        result = operation(aid);
-        if (result != QAVEN_NO_APPLICATION) {
-            break;
+    std::string_view rest = aid_list;
+    while (true) {
+        const std::size_t bar = rest.find('|');
+        const int result = operation(std::string(rest.substr(0, bar)));
+        if (result != QAVEN_NO_APPLICATION || bar == std::string_view::npos) {
+            return result;
         }
+        rest.remove_prefix(bar + 1);
     }
-    return result;
 }
 
 } // namespace qaven

@@ -6,10 +6,10 @@
 #include "host/lorim_pboc.h"
 #include "host/report.h"
 #include "support/boundary.h"
-#include "support/operation.h"
 #include "support/bounded_text.h"
 #include "support/diagnostics.h"
 #include "support/gbk_text.h"
+#include "support/operation.h"
 #include "support/qmlog.h"
 
 #include <cjson/cJSON.h>

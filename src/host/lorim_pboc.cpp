@@ -6,8 +6,8 @@
 #include "host/err.h"
 #include "host/report.h"
 #include "support/boundary.h"
-#include "support/operation.h"
 #include "support/diagnostics.h"
+#include "support/operation.h"
 
 #include <algorithm>
 #include <array>

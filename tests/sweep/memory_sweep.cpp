@@ -1,8 +1,6 @@
 // Every allocation of every operation fails once: the call then gives -16 and leaves the answer
 // alone, or gives the whole answer; nothing is still held, and the next transaction works. How many
 // allocations there are is the compiler's business, so no table is compared.
-//
-//     qaven-memory-sweep [--all]    --all: every allocation, not a sample
 #include "command_line.h"
 #include "desk.h"
 #include "memory_watch.h"
@@ -20,8 +18,6 @@
 namespace qaven::sweep {
 
 namespace {
-
-constexpr std::size_t sampled = 7; // a sample is one allocation in so many
 
 constexpr int out_of_memory = QAVEN_ILLEGAL_DATA;
 
@@ -79,8 +75,6 @@ Outcome read_load_log(const std::string& input, std::size_t failing, bool& faile
 
 class Sweep {
   public:
-    explicit Sweep(std::size_t stride) : stride_(stride) {}
-
     void run() {
         const std::string answer = issuers_answer();
         sweep({"information", false, json_call(QAVEN_getICCardInfo), arqc_});
@@ -117,7 +111,7 @@ class Sweep {
         const Outcome good = run_case(step, 0, failed);
         std::size_t refused = 0;
         std::size_t unharmed = 0;
-        for (std::size_t nth = 1;; nth += stride_) {
+        for (std::size_t nth = 1;; ++nth) {
             const Outcome outcome = run_case(step, nth, failed);
             if (!failed) {
                 break;
@@ -162,12 +156,11 @@ class Sweep {
                                            {"isReadArqc", "true"}});
     const SetUp set_up_{.name = "debit", .profile = "debit"};
     const test::IssuerDesk issuer_{set_up_.profile};
-    std::size_t stride_;
     Demands demands_{"memory", {std::chrono::seconds{60}, 200}};
 };
 
-int sweep_memory(const CommandLine& line) {
-    Sweep sweep(line.thorough ? 1 : sampled);
+int sweep_memory(const CommandLine& /*line*/) {
+    Sweep sweep;
     sweep.run();
     return sweep.complaints() == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
