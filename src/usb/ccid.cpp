@@ -3,6 +3,7 @@
 
 #include "support/boundary.h"
 #include "support/diagnostics.h"
+#include "support/wiped.h"
 #include "usb/link_state.h"
 
 #include <algorithm>
@@ -159,6 +160,7 @@ int CCID::GetSlotStatus(unsigned char* status) {
 
 int CCID::send_apdu(std::span<const unsigned char> apdu) {
     std::array<unsigned char, kPacket> packet{};
+    const qaven::WipedAtEnd wiped(packet);
     put_header(Message::kTransferBlock, static_cast<int>(apdu.size()), packet);
     auto rest = apdu;
     const auto fill_behind = [&](std::size_t from) {
@@ -215,6 +217,7 @@ int CCID::interact_apdu(unsigned char* apdu, int len, unsigned char* resp, int* 
 int CCID::receive_response(unsigned char* resp, int* resp_len, int timeout_ms) {
     auto& link = qaven::link::of(this);
     std::array<unsigned char, 2 * kPacket> packet{};
+    const qaven::WipedAtEnd wiped(packet);
     int result = Myusb::readTimeout(packet.data(), kPacketSize, timeout_ms);
     if (result != 0) {
         // Whatever a failed read left behind is no reply.

@@ -149,7 +149,7 @@ class Sweep {
         return outcome;
     }
 
-    const Request request_;
+    const Request request_{};
     const std::string arqc_ = json_object({{"TagList", request_.letters},
                                            {"AIDList", request_.aids},
                                            {"aryInput", request_.transaction},

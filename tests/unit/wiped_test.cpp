@@ -13,6 +13,7 @@
 #include <functional>
 #include <pthread.h>
 #include <string>
+#include <string_view>
 #include <vector>
 
 using namespace qaven::test;
@@ -44,7 +45,8 @@ class Wiped : public OperationTest {
         pthread_join(thread, nullptr);
         pthread_attr_destroy(&attributes);
         for (const std::string& secret : secrets) {
-            run.places += std::ranges::search(stack, secret).empty() ? 0U : 1U;
+            const std::string_view left(stack.data(), stack.size());
+            run.places += left.find(secret) != std::string_view::npos ? 1U : 0U;
         }
         return run.places;
     }
