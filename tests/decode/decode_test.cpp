@@ -1,9 +1,15 @@
 // Values of cards, issuers and the library, and what is said about them.
+#include "decode/bytes.h"
+#include "decode/money.h"
 #include "golden.h"
 #include "samples.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <fstream>
+#include <set>
 
 using namespace tool::test;
 using testing::HasSubstr;
@@ -49,6 +55,31 @@ TEST(DecodedDate, IsADateOrSaysThatItIsNone) {
     EXPECT_THAT(decoded("5F2403991231"), HasSubstr("1999-12-31"));
     EXPECT_THAT(decoded("9A03301331"), HasSubstr("(not a date)"));
     EXPECT_THAT(decoded("9A03201904"), HasSubstr("as YYYYMM, 2019-04"));
+}
+
+TEST(DecodedResponseCode, IsSaidInWords) {
+    EXPECT_THAT(decoded("8A023132"), HasSubstr("\"12\" (declined: invalid transaction)"));
+    for (const char* const code :
+         {"00", "01", "02", "04", "05", "10", "11", "12", "14", "31", "40", "41", "51",
+          "54", "55", "61", "65", "75", "91", "96", "Y1", "Z1", "Y2", "Z2", "Y3", "Z3"}) {
+        const std::string object = std::string({'\x8A', '\x02', code[0], code[1]});
+        EXPECT_THAT(decoded(tool::hex(tool::bytes_of(object))),
+                    HasSubstr(std::string("\"") + code + "\" ("));
+    }
+}
+
+TEST(DecodedCountry, HasANameForEveryCodeThatIsGiven) {
+    std::ifstream file("/usr/share/iso-codes/json/iso_3166-1.json");
+    ASSERT_TRUE(file) << "the package iso-codes is missing";
+    std::set<std::string> names;
+    const auto countries = nlohmann::json::parse(file)["3166-1"];
+    for (const auto& country : countries) {
+        const std::string name(tool::country_name(country["numeric"].get<std::string>()));
+        EXPECT_NE(name, "") << country;
+        names.insert(name);
+    }
+    EXPECT_GE(countries.size(), 249U);
+    EXPECT_EQ(names.size(), countries.size());
 }
 
 TEST(DecodedTrack2, InFullOnlyWhenAskedFor) {
