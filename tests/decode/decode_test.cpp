@@ -178,6 +178,53 @@ TEST(DecodedObjects, StopWhereTheyStopMakingSense) {
     EXPECT_THAT(decoded("95x5", "tlv"), HasSubstr("! at character 2: no hexadecimal digit"));
 }
 
+TEST(DecodedAnswerToReset, HasTimesInTheirUnits) {
+    // At 3.57 MHz: 372 cycles an etu without TA1, 512/16 with 95.
+    EXPECT_THAT(decoded("3B4002", "atr"), HasSubstr("extra guard time 2: 14 etu, 1.46 ms\n"));
+    EXPECT_THAT(decoded("3B40FF", "atr"), HasSubstr("shortest guard time: 12 etu, 1.25 ms\n"));
+    EXPECT_THAT(decoded("3BC0FF0141", "atr"), HasSubstr("shortest guard time: 11 etu, 1.15 ms\n"));
+    EXPECT_THAT(decoded("3B80400A", "atr"),
+                HasSubstr("waiting time (T=0) 10: 9600 etu, 1000.34 ms\n"));
+    EXPECT_THAT(decoded("3B9095400A", "atr"),
+                HasSubstr("waiting time (T=0) 10: 153600 etu, 1376.81 ms\n"));
+    EXPECT_THAT(decoded("3B804000", "atr"), HasSubstr("waiting time (T=0) 0: reserved\n"));
+    EXPECT_THAT(decoded("3B8081214560", "atr"),
+                HasSubstr("block waiting time 4: 1601.68 ms; "
+                          "character waiting time 5: 43 etu, 4.48 ms\n"));
+    EXPECT_THAT(decoded("3B808121A580", "atr"), HasSubstr("block waiting time 10: reserved; "));
+}
+
+TEST(DecodedAnswerToReset, HasTheObjectsOfItsHistoricalBytes) {
+    const std::string objects = decoded("3B0F"
+                                        "8012156F31C0730102034254457381"
+                                        "07",
+                                        "atr");
+    EXPECT_THAT(objects, HasSubstr("category 80: COMPACT-TLV objects\n"));
+    EXPECT_THAT(objects, HasSubstr("12 country code: 156 (China)\n"));
+    EXPECT_THAT(objects, HasSubstr("31 card service data: C0\n"));
+    EXPECT_THAT(objects, HasSubstr("73 card capabilities: 010203\n"));
+    EXPECT_THAT(objects, HasSubstr("42 initial access data: 5445\n"));
+    EXPECT_THAT(objects, HasSubstr("! at byte 15: object 73 is longer than the historical bytes"));
+    EXPECT_THAT(decoded("3B0480829000", "atr"), HasSubstr("82 status indicator: 9000 (success)\n"));
+    EXPECT_THAT(decoded("3B0380810F", "atr"),
+                HasSubstr("81 status indicator: life cycle 0F (terminated)\n"));
+    EXPECT_THAT(decoded("3B0400079000", "atr"),
+                HasSubstr("status indicator: life cycle 07 (activated), 9000 (success)\n"));
+    EXPECT_THAT(decoded("3B0200FF", "atr"), HasSubstr("! at byte 4: the status indicator has 3"));
+    EXPECT_THAT(decoded("3B021002", "atr"), HasSubstr("category 10: DIR data reference 02\n"));
+    EXPECT_THAT(decoded("3B080056414243444546", "atr"), HasSubstr("! at byte 3: object 56"));
+}
+
+TEST(DecodedAnswerToReset, HasARightCheckByteUnlessItHasNone) {
+    EXPECT_THAT(decoded("3B800180", "atr"), HasSubstr("! TCK 80: the check byte is wrong"));
+    EXPECT_THAT(decoded("3B800180"), HasSubstr("! TCK 80: the check byte is wrong"));
+    EXPECT_THAT(decoded("3B8001", "atr"),
+                HasSubstr("! at byte 3: the check byte (TCK) is missing"));
+    EXPECT_THAT(decoded("3B800F", "atr"),
+                HasSubstr("! at byte 3: the check byte (TCK) is missing"));
+    EXPECT_THAT(decoded("3B8000", "atr"), Not(HasSubstr("!")));
+}
+
 TEST(DecodedStatusWord, IsSaidInWords) {
     EXPECT_THAT(decoded("9000"), HasSubstr("success"));
     EXPECT_THAT(decoded("6110"), HasSubstr("16 more bytes"));

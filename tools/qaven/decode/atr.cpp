@@ -1,10 +1,14 @@
 // The answer to reset.
 #include "decode/atr.h"
 
+#include "decode/money.h"
+#include "decode/status_words.h"
 #include "decode/text.h"
+#include "decode/values.h"
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <functional>
 #include <numeric>
 
@@ -71,6 +75,34 @@ Atr parse(Bytes atr) {
     return result;
 }
 
+// The default clock of readers.
+constexpr std::int64_t kClock = 3'570'000;
+
+// What one etu lasts: clock / baud cycles.
+struct Rates {
+    std::int64_t clock = kClockRates[0];
+    std::int64_t baud = 1;
+};
+
+Rates rates_of(const Atr& atr) {
+    if (atr.groups.empty() || !atr.groups[0].bytes[0]) {
+        return {};
+    }
+    const Rates rates{kClockRates.at(*atr.groups[0].bytes[0] >> 4U),
+                      kBaudRates.at(*atr.groups[0].bytes[0] & 0x0FU)};
+    return rates.clock == 0 || rates.baud == 0 ? Rates() : rates;
+}
+
+std::string milliseconds(std::int64_t cycles, std::int64_t baud = 1) {
+    const std::int64_t hundredths = (cycles * 100'000 / baud + kClock / 2) / kClock;
+    return std::to_string(hundredths / 100) + '.' + std::to_string(hundredths / 10 % 10) +
+           std::to_string(hundredths % 10) + " ms";
+}
+
+std::string etu_text(std::int64_t count, const Rates& rates) {
+    return std::to_string(count) + " etu, " + milliseconds(count * rates.clock, rates.baud);
+}
+
 std::string rates_text(unsigned char ta1) {
     const int clock = kClockRates.at(ta1 >> 4U);
     const int baud = kBaudRates.at(ta1 & 0x0FU);
@@ -81,8 +113,34 @@ std::string rates_text(unsigned char ta1) {
            std::to_string(clock / baud) + " clock cycles a bit";
 }
 
-std::string guard_text(unsigned char tc1) {
-    return tc1 == 0xFF ? "shortest guard time" : "extra guard time " + std::to_string(tc1);
+// Between the beginnings of two characters to the card (ISO/IEC 7816-3, 8.3).
+std::string guard_text(unsigned char tc1, unsigned protocol, const Rates& rates) {
+    constexpr int kUsual = 12;
+    if (tc1 == 0xFF) {
+        return "shortest guard time: " + etu_text(protocol == 1 ? kUsual - 1 : kUsual, rates);
+    }
+    return "extra guard time " + std::to_string(tc1) + ": " + etu_text(kUsual + tc1, rates);
+}
+
+// ISO/IEC 7816-3, 10.2.
+std::string work_waiting_text(unsigned char tc2, const Rates& rates) {
+    const std::string head = "waiting time (T=0) " + std::to_string(tc2);
+    return tc2 == 0 ? head + ": reserved"
+                    : head + ": " + etu_text(std::int64_t{960} * tc2 * rates.baud, rates);
+}
+
+// ISO/IEC 7816-3, 11.4.3.
+std::string block_waiting_text(unsigned char tb3, const Rates& rates) {
+    constexpr unsigned kLongest = 9;
+    const unsigned block = tb3 >> 4U;
+    const unsigned character = tb3 & 0x0FU;
+    return "block waiting time " + std::to_string(block) + ": " +
+           (block > kLongest
+                ? "reserved"
+                : milliseconds(11 * rates.clock + rates.baud * (std::int64_t{960} * 372 << block),
+                               rates.baud)) +
+           "; character waiting time " + std::to_string(character) + ": " +
+           etu_text(11 + (std::int64_t{1} << character), rates);
 }
 
 std::string specific_text(unsigned char ta2) {
@@ -90,35 +148,34 @@ std::string specific_text(unsigned char ta2) {
            ((ta2 & 0x10U) != 0 ? ", rates not those of TA1" : "");
 }
 
-std::string block_protocol_text(std::size_t which, unsigned char byte) {
+std::string block_protocol_text(std::size_t which, unsigned char byte, const Rates& rates) {
     if (which == 0) {
         return "longest block to the card: " + std::to_string(byte);
     }
     if (which == 1) {
-        return "block waiting time " + std::to_string(byte >> 4U) + ", character waiting time " +
-               std::to_string(byte & 0x0FU);
+        return block_waiting_text(byte, rates);
     }
     return std::string((byte & 1U) != 0 ? "CRC" : "LRC") + " as error detection";
 }
 
-// number: of the group, from 1; protocol: of the group before it.
+// number: of the group, from 1; protocol: of the group before it, for the first one its own.
 std::string interface_text(std::size_t number, std::size_t which, unsigned char byte,
-                           unsigned protocol) {
+                           unsigned protocol, const Rates& rates) {
     if (which == 3) {
         return "protocol T=" + std::to_string(byte & 0x0FU);
     }
     if (number == 1) {
         return which == 0   ? rates_text(byte)
                : which == 1 ? (byte == 0 ? "VPP not connected" : "programming voltage (VPP)")
-                            : guard_text(byte);
+                            : guard_text(byte, protocol, rates);
     }
     if (number == 2) {
         return which == 0   ? specific_text(byte)
                : which == 1 ? "programming voltage (VPP)"
-                            : "waiting time (T=0) " + std::to_string(byte);
+                            : work_waiting_text(byte, rates);
     }
     if (protocol == 1) {
-        return block_protocol_text(which, byte);
+        return block_protocol_text(which, byte, rates);
     }
     if (protocol == 15) {
         return which == 0 ? "clock stop and supply voltages" : "standard or proprietary use";
@@ -127,19 +184,118 @@ std::string interface_text(std::size_t number, std::size_t which, unsigned char 
 }
 
 void explain_groups(const Atr& atr, Outline& out) {
+    const Rates rates = rates_of(atr);
     unsigned protocol = 0;
     for (std::size_t k = 0; k < atr.groups.size(); ++k) {
         const Group& group = atr.groups[k];
+        const unsigned own = group.bytes[3] ? *group.bytes[3] & 0x0FU : protocol;
         for (std::size_t which = 0; which < group.bytes.size(); ++which) {
             if (const auto byte = group.bytes.at(which)) {
                 out.line(std::string("T") + "ABCD"[which] + std::to_string(k + 1) + ' ' +
-                         hex(*byte, 2) + ": " + interface_text(k + 1, which, *byte, protocol));
+                         hex(*byte, 2) + ": " +
+                         interface_text(k + 1, which, *byte, k == 0 ? own : protocol, rates));
             }
         }
-        protocol = group.bytes[3] ? *group.bytes[3] & 0x0FU : protocol;
+        protocol = own;
     }
     if (atr.groups.empty() || !atr.groups[0].bytes[3]) {
         out.line("no TD1: protocol T=0");
+    }
+}
+
+// ISO/IEC 7816-4, 7.4.10.
+std::string life_cycle_text(unsigned char status) {
+    const std::string_view words = status == 0                   ? "not given"
+                                   : status == 1                 ? "creation"
+                                   : status == 3                 ? "initialisation"
+                                   : status == 4 || status == 6  ? "deactivated"
+                                   : status == 5 || status == 7  ? "activated"
+                                   : status >= 12 && status < 16 ? "terminated"
+                                                                 : "proprietary or reserved";
+    return "life cycle " + hex(status, 2) + " (" + std::string(words) + ')';
+}
+
+std::string card_status_text(Bytes value) {
+    std::string text = "status indicator: ";
+    if (value.size() % 2 == 1) {
+        text += life_cycle_text(value[0]);
+        value = value.subspan(1);
+    }
+    if (value.size() == 2) {
+        const unsigned status = value[0] * 256U + value[1];
+        text += (text.ends_with(' ') ? "" : ", ") + hex(status, 4) + " (" +
+                (status == 0 ? "not given" : status_text(status)) + ')';
+    }
+    return text;
+}
+
+std::string historical_object_text(unsigned tag, Bytes value, Privacy& privacy) {
+    constexpr std::array<std::string_view, 9> kNames{
+        "reserved",          "country code",        "issuer identification number",
+        "card service data", "initial access data", "card issuer's data",
+        "pre-issuing data",  "card capabilities",   "status indicator"};
+    constexpr unsigned kCountry = 1;
+    constexpr unsigned kStatus = 8;
+    if (tag == kStatus && !value.empty() && value.size() <= 3) {
+        return card_status_text(value);
+    }
+    std::string text = std::string(tag < kNames.size() ? kNames.at(tag) : "unknown object") + ": ";
+    const std::string digits = hex(value);
+    if (value.empty()) {
+        return text + "empty";
+    }
+    return text + (tag == kCountry && digits.size() == 4
+                       ? country_text(std::string_view(digits).substr(0, 3))
+                       : value_text(Form::kBytes, value, "", privacy));
+}
+
+// COMPACT-TLV. start: in the answer.
+void explain_historical_objects(Bytes data, std::size_t start, Outline& out) {
+    for (std::size_t at = 0; at < data.size();) {
+        const unsigned head = data[at];
+        const std::size_t size = head & 0x0FU;
+        if (size > data.size() - at - 1) {
+            out.problem("at byte " + std::to_string(start + at) + ": object " + hex(head, 2) +
+                        " is longer than the historical bytes");
+            return;
+        }
+        out.line(hex(head, 2) + ' ' +
+                 historical_object_text(head >> 4U, data.subspan(at + 1, size), out.privacy()));
+        at += 1 + size;
+    }
+}
+
+// start: in the answer (ISO/IEC 7816-4, 8.1.1).
+void explain_historical(Bytes historical, std::size_t start, Outline& out) {
+    constexpr unsigned kStatusBehind = 0x00;
+    constexpr unsigned kDirectory = 0x10;
+    constexpr unsigned kObjects = 0x80;
+    constexpr std::size_t kStatus = 3;
+    const unsigned category = historical[0];
+    const bool has_objects = category == kObjects || category == kStatusBehind;
+    if (!has_objects && category != kDirectory) {
+        out.line("historical bytes " + hex(historical) + ' ' +
+                 in_quotes(characters_of(historical)));
+        return;
+    }
+    out.line("historical bytes " + hex(historical));
+    const auto nest = out.nest();
+    Bytes objects = historical.subspan(1);
+    if (category == kDirectory) {
+        out.line("category 10: DIR data reference " + hex(objects));
+        return;
+    }
+    out.line("category " + hex(category, 2) + ": COMPACT-TLV objects" +
+             (category == kStatusBehind ? ", status indicator behind them" : ""));
+    if (category == kStatusBehind && objects.size() < kStatus) {
+        out.problem("at byte " + std::to_string(start + historical.size()) +
+                    ": the status indicator has 3 bytes");
+        return;
+    }
+    const Bytes status = category == kStatusBehind ? objects.last(kStatus) : Bytes();
+    explain_historical_objects(objects.first(objects.size() - status.size()), start + 1, out);
+    if (!status.empty()) {
+        out.line(card_status_text(status));
     }
 }
 
@@ -174,8 +330,17 @@ void explain_atr(Bytes atr, Outline& out) {
     const Bytes behind = atr.subspan(std::min(parsed.historical_at, atr.size()));
     const Bytes historical = behind.first(std::min(parsed.historical_size, behind.size()));
     if (!historical.empty() && parsed.historical_at != 0) {
-        out.line("historical bytes " + hex(historical) + ' ' +
-                 in_quotes(characters_of(historical)));
+        if (historical.size() == parsed.historical_size) {
+            explain_historical(historical, parsed.historical_at, out);
+        } else {
+            out.line("historical bytes " + hex(historical) + ' ' +
+                     in_quotes(characters_of(historical)));
+        }
+    }
+    if (parsed.cut_at && parsed.has_check_byte && *parsed.cut_at + 1 == parsed.size()) {
+        out.problem("at byte " + std::to_string(*parsed.cut_at) +
+                    ": the check byte (TCK) is missing; only an answer with T=0 alone has none");
+        return;
     }
     if (parsed.cut_at) {
         out.problem("at byte " + std::to_string(*parsed.cut_at) + ": the answer ends too early");
@@ -184,8 +349,12 @@ void explain_atr(Bytes atr, Outline& out) {
     if (parsed.has_check_byte) {
         const unsigned sum = std::accumulate(
             atr.begin() + 1, atr.begin() + static_cast<long>(parsed.size()), 0U, std::bit_xor<>{});
-        out.line("TCK " + hex(atr[parsed.size() - 1], 2) +
-                 (sum == 0 ? ": the check byte is right" : ": the check byte is wrong"));
+        const std::string check_byte = "TCK " + hex(atr[parsed.size() - 1], 2);
+        if (sum == 0) {
+            out.line(check_byte + ": the check byte is right");
+        } else {
+            out.problem(check_byte + ": the check byte is wrong");
+        }
     }
     if (atr.size() > parsed.size()) {
         out.problem("at byte " + std::to_string(parsed.size()) +
