@@ -9,6 +9,7 @@
 #include "engine/issuer_decision.h"
 #include "engine/script.h"
 #include "engine/session.h"
+#include "engine/tags.h"
 #include "engine/terminal_data.h"
 #include "engine/transaction_data.h"
 #include "qaven/qaven.h"
@@ -40,13 +41,9 @@ constexpr std::size_t kMaxResponseDigits = 2046;
 constexpr std::size_t kMaxCdolData = 255;
 constexpr std::size_t kMaxTemplate = 1024;
 
-constexpr std::array<unsigned char, 1> kCdol2{0x8D};
-constexpr std::array<unsigned char, 1> kIssuerAuthentication{0x91};
-constexpr std::array<unsigned char, 2> kScriptIdentifier{0x9F, 0x18};
-
 // Template 72 is meant for after the second GENERATE AC and 71 for before it; both run after it,
 // and only one of them.
-constexpr std::array<std::array<unsigned char, 1>, 2> kScriptTemplates{{{0x72}, {0x71}}};
+constexpr std::array kScriptTemplates{kTag72IssuerScript2, kTag71IssuerScript1};
 
 constexpr std::size_t kAuthenticationLength = 10;
 constexpr std::size_t kArcOffset = 8;
@@ -80,7 +77,7 @@ class IssuerResponse {
     // The first ten bytes of tag 91 and the length that the issuer gave it.
     std::optional<std::size_t> authentication_data(AuthenticationData& data) const {
         std::array<unsigned char, 256> value{};
-        const auto length = tlv::extract(kIssuerAuthentication, bytes_, value);
+        const auto length = tlv::extract(kTag91IssuerAuthenticationData, bytes_, value);
         if (length) {
             std::copy_n(value.begin(), data.size(), data.begin());
         }
@@ -95,7 +92,7 @@ class IssuerResponse {
 
     std::optional<std::array<unsigned char, 4>> script_identifier() const {
         std::array<unsigned char, 256> value{};
-        if (!tlv::extract(kScriptIdentifier, bytes_, value)) {
+        if (!tlv::extract(kTag9F18IssuerScriptIdentifier, bytes_, value)) {
             return std::nullopt;
         }
         return std::array{value[0], value[1], value[2], value[3]};
@@ -184,7 +181,8 @@ Converted convert_completed(const char* tx_data) {
 
 // The terminal data store with the issuer's authorisation response code in front of it.
 std::vector<unsigned char> cdol2_store(const AuthenticationData& data, Bytes converted) {
-    std::vector<unsigned char> store{0x8A, 0x02, data[kArcOffset], data[kArcOffset + 1]};
+    std::vector<unsigned char> store{kTag8AArc.bytes()[0], 0x02, data[kArcOffset],
+                                     data[kArcOffset + 1]};
     const auto packed = terminal_data::pack(converted);
     store.insert(store.end(), packed.begin(), packed.end());
     return store;
@@ -211,16 +209,16 @@ TlvList tc_list(const cryptogram::Answer& answer, Bytes application_data, Bytes 
     TlvList list;
     cryptogram::append_answer(list, answer);
     cryptogram::append_last_online_atc(list);
-    list.append({0x9A}, Bytes(YYMMDD).first(3));
+    list.append(kTag9ATransactionDate, Bytes(YYMMDD).first(3));
     cryptogram::append_type(list, converted);
-    cryptogram::append_amount(list, {0x9F, 0x02}, 'P', converted);
-    list.append({0x5F, 0x2A}, terminal_data::kCurrencyCode);
-    cryptogram::append_card_object(list, {0x5A}, application_data);
-    cryptogram::append_card_object(list, {0x5F, 0x34}, application_data);
+    cryptogram::append_amount(list, kTag9F02AmountAuthorised, 'P', converted);
+    list.append(kTag5F2ACurrencyCode, terminal_data::kCurrencyCode);
+    cryptogram::append_card_object(list, kTag5APan, application_data);
+    cryptogram::append_card_object(list, kTag5F34PanSequenceNumber, application_data);
     cryptogram::append_aip(list, application_data);
-    list.append({0x9F, 0x1A}, terminal_data::kCountryCode);
-    cryptogram::append_amount(list, {0x9F, 0x03}, 'Q', converted);
-    list.append({0x9F, 0x33}, terminal_data::kCapabilities);
+    list.append(kTag9F1ATerminalCountryCode, terminal_data::kCountryCode);
+    cryptogram::append_amount(list, kTag9F03AmountOther, 'Q', converted);
+    list.append(kTag9F33TerminalCapabilities, terminal_data::kCapabilities);
     return list;
 }
 
@@ -274,7 +272,7 @@ int run(const Parameters& parameters) {
     const Converted converted = convert_completed(parameters.tx_data);
 
     std::array<unsigned char, 256> cdol2{};
-    const auto cdol2_length = tlv::extract(kCdol2, application_data, cdol2);
+    const auto cdol2_length = tlv::extract(kTag8DCdol2, application_data, cdol2);
     if (!cdol2_length) {
         return fail(QAVEN_NO_CDOL2, parameters);
     }

@@ -11,6 +11,7 @@
 #include "engine/reading.h"
 #include "engine/selection.h"
 #include "engine/session.h"
+#include "engine/tags.h"
 #include "engine/terminal_data.h"
 #include "engine/transaction_data.h"
 #include "qaven/qaven.h"
@@ -64,7 +65,7 @@ int read_card(const Parameters& parameters) {
 
 // Brings a card that was read in an earlier connection back to where GENERATE AC is due.
 int restore_application(Bytes application_data, Bytes store) {
-    const auto aid = cryptogram::card_object({0x4F}, application_data);
+    const auto aid = cryptogram::card_object(kTag4FAid, application_data);
     if (!aid) {
         return QAVEN_NO_TAG;
     }
@@ -77,7 +78,7 @@ int restore_application(Bytes application_data, Bytes store) {
 }
 
 int build_cdol1_data(Bytes application_data, Bytes store, std::vector<unsigned char>& cdol1_data) {
-    const auto cdol1 = cryptogram::card_object({0x8C}, application_data);
+    const auto cdol1 = cryptogram::card_object(kTag8CCdol1, application_data);
     if (!cdol1) {
         trace::line("ireturn:%d\n", QAVEN_NO_TAG);
         return QAVEN_NO_TAG;
@@ -135,30 +136,32 @@ TlvList field55(const cryptogram::Answer& answer, Bytes application_data, Bytes 
     }
     cryptogram::append_answer(list, answer);
     if (!cryptogram::append_last_online_atc(list)) {
-        list.append({0x9F, 0x13}, {0x00, 0x00});
+        list.append(kTag9F13LastOnlineAtc, {0x00, 0x00});
         WriteKsLog(gbk::kTerminalVerificationResults);
     }
-    list.append({0x9A}, Bytes(YYMMDD).first(3));
+    list.append(kTag9ATransactionDate, Bytes(YYMMDD).first(3));
     if (!cryptogram::append_type(list, converted)) {
         WriteKsLog(gbk::kTransactionType);
     }
-    if (!cryptogram::append_amount(list, {0x9F, 0x02}, 'P', converted)) {
+    if (!cryptogram::append_amount(list, kTag9F02AmountAuthorised, 'P', converted)) {
         WriteKsLog(gbk::kAuthorisedAmount);
     }
     // The currency is the terminal's, whatever the host's text says.
-    list.append({0x5F, 0x2A}, terminal_data::kCurrencyCode);
-    cryptogram::append_card_object(list, {0x5A}, application_data);
-    if (const auto sequence_number = cryptogram::card_object({0x5F, 0x34}, application_data)) {
-        list.append({0x5F, 0x34}, *sequence_number);
+    list.append(kTag5F2ACurrencyCode, terminal_data::kCurrencyCode);
+    cryptogram::append_card_object(list, kTag5APan, application_data);
+    if (const auto sequence_number =
+            cryptogram::card_object(kTag5F34PanSequenceNumber, application_data)) {
+        list.append(kTag5F34PanSequenceNumber, *sequence_number);
         write_field60(sequence_number->empty() ? 0 : sequence_number->front(), field60);
     }
     if (!cryptogram::append_aip(list, application_data)) {
-        list.append({0x82}, {0x7C, 0x00});
+        list.append(kTag82Aip, {0x7C, 0x00});
     }
-    list.append({0x9F, 0x1A}, terminal_data::kCountryCode);
-    cryptogram::append_amount(list, {0x9F, 0x03}, 'Q', converted);
-    list.append({0x9F, 0x33}, terminal_data::kCapabilities);
-    const bool product = cryptogram::append_card_object(list, {0x9F, 0x63}, application_data);
+    list.append(kTag9F1ATerminalCountryCode, terminal_data::kCountryCode);
+    cryptogram::append_amount(list, kTag9F03AmountOther, 'Q', converted);
+    list.append(kTag9F33TerminalCapabilities, terminal_data::kCapabilities);
+    const bool product =
+        cryptogram::append_card_object(list, kTag9F63CardProduct, application_data);
     trace::line(gbk::kCardProductFormat, product ? 0 : static_cast<int>(QAVEN_NO_TAG));
     return list;
 }

@@ -6,6 +6,7 @@
 #include "engine/error_text.h"
 #include "engine/reading.h"
 #include "engine/selection.h"
+#include "engine/tags.h"
 #include "engine/terminal_data.h"
 #include "qaven/qaven.h"
 #include "support/boundary.h"
@@ -33,14 +34,6 @@ namespace {
 using commands::DataObject;
 using tlv::Bytes;
 
-// A tag of one or two bytes; all zero for none.
-struct Tag {
-    std::array<unsigned char, 2> bytes;
-
-    Bytes view() const { return Bytes(bytes).first(bytes[1] != 0 ? 2U : 1U); }
-    bool none() const { return bytes[0] == 0; }
-};
-
 // How a field's value reads in the card information text.
 enum class Form {
     kPan,       // hexadecimal digits up to the first F
@@ -63,22 +56,22 @@ constexpr Tag kNone{};
 
 // The order of the fields in the card information text.
 constexpr std::array kFields{
-    Field{'A', {{0x5A}}, kNone, std::nullopt, Form::kPan},
-    Field{'B', {{0x5F, 0x20}}, {{0x9F, 0x0B}}, std::nullopt, Form::kText},
-    Field{'C', {{0x9F, 0x62}}, kNone, std::nullopt, Form::kHex},
-    Field{'D', {{0x9F, 0x61}}, kNone, std::nullopt, Form::kText},
-    Field{'E', {{0x57}}, kNone, std::nullopt, Form::kTrack2},
-    Field{'F', {{0x9F, 0x1F}}, kNone, std::nullopt, Form::kText},
-    Field{'G', {{0x9F, 0x79}}, kNone, DataObject::kCashBalance, Form::kHex},
-    Field{'H', {{0x9F, 0x77}}, kNone, DataObject::kCashBalanceLimit, Form::kHex},
-    Field{'I', {{0x5F, 0x24}}, kNone, std::nullopt, Form::kHex},
-    Field{'J', {{0x5F, 0x34}}, kNone, std::nullopt, Form::kFirstByte},
-    Field{'K', {{0x9F, 0x78}}, kNone, DataObject::kCashTransactionLimit, Form::kHex},
-    Field{'L', {{0xDF, 0x20}}, kNone, std::nullopt, Form::kText},
-    Field{'M', {{0xDF, 0x21}}, kNone, std::nullopt, Form::kText},
-    Field{'N', {{0xDF, 0x22}}, kNone, std::nullopt, Form::kText},
-    Field{'O', {{0xDF, 0x23}}, kNone, std::nullopt, Form::kText},
-    Field{'T', {{0x9C}}, kNone, std::nullopt, Form::kNotShown},
+    Field{'A', kTag5APan, kNone, std::nullopt, Form::kPan},
+    Field{'B', kTag5F20CardholderName, kTag9F0BCardholderNameExtended, std::nullopt, Form::kText},
+    Field{'C', kTag9F62CardholderIdType, kNone, std::nullopt, Form::kHex},
+    Field{'D', kTag9F61CardholderIdNumber, kNone, std::nullopt, Form::kText},
+    Field{'E', kTag57Track2, kNone, std::nullopt, Form::kTrack2},
+    Field{'F', kTag9F1FTrack1DiscretionaryData, kNone, std::nullopt, Form::kText},
+    Field{'G', kTag9F79CashBalance, kNone, DataObject::kCashBalance, Form::kHex},
+    Field{'H', kTag9F77CashBalanceLimit, kNone, DataObject::kCashBalanceLimit, Form::kHex},
+    Field{'I', kTag5F24ExpirationDate, kNone, std::nullopt, Form::kHex},
+    Field{'J', kTag5F34PanSequenceNumber, kNone, std::nullopt, Form::kFirstByte},
+    Field{'K', kTag9F78CashTransactionLimit, kNone, DataObject::kCashTransactionLimit, Form::kHex},
+    Field{'L', kTagDF20IssuerData, kNone, std::nullopt, Form::kText},
+    Field{'M', kTagDF21IssuerData, kNone, std::nullopt, Form::kText},
+    Field{'N', kTagDF22IssuerData, kNone, std::nullopt, Form::kText},
+    Field{'O', kTagDF23IssuerData, kNone, std::nullopt, Form::kText},
+    Field{'T', kTag9CTransactionType, kNone, std::nullopt, Form::kNotShown},
 };
 
 using Value = WipedBytes;
@@ -134,9 +127,9 @@ WipedText shown(const Field& field, const Value& value) {
 
 // A field of the card's records; "000" when the card has no such object.
 WipedText record_field(const Field& field, Bytes records) {
-    auto value = tlv::value_of(field.tag.view(), records);
-    if (!field.otherwise.none() && (!value || text_of(*value).empty())) {
-        value = tlv::value_of(field.otherwise.view(), records);
+    auto value = tlv::value_of(field.tag, records);
+    if (field.otherwise.size() > 0 && (!value || text_of(*value).empty())) {
+        value = tlv::value_of(field.otherwise, records);
     }
     return value ? shown(field, *value) : field_text(field.letter, "");
 }
@@ -148,7 +141,7 @@ WipedText asked_field(const Field& field) {
     if (commands::get_data(*field.asked, answer) != 0) {
         return field_text(field.letter, "");
     }
-    const auto value = tlv::value_of(field.tag.view(), answer.data());
+    const auto value = tlv::value_of(field.tag, answer.data());
     return value ? shown(field, *value) : WipedText();
 }
 
@@ -169,7 +162,7 @@ std::vector<unsigned char> tags_of(std::string_view letters) {
     for (const char letter : letters) {
         const auto field = std::ranges::find(kFields, letter, &Field::letter);
         if (field != kFields.end()) {
-            const Bytes tag = field->tag.view();
+            const Bytes tag = field->tag;
             tags.insert(tags.end(), tag.begin(), tag.end());
         }
     }
@@ -178,10 +171,14 @@ std::vector<unsigned char> tags_of(std::string_view letters) {
 
 // AID and AIP, which lead the application data.
 std::vector<unsigned char> application_head(Bytes aid, const reading::Options& options) {
-    std::vector<unsigned char> head{0x4F, static_cast<unsigned char>(aid.size())};
-    head.insert(head.end(), aid.begin(), aid.end());
-    head.insert(head.end(), {0x82, static_cast<unsigned char>(options.aip.size())});
-    head.insert(head.end(), options.aip.begin(), options.aip.end());
+    std::vector<unsigned char> head;
+    const auto append = [&head](Tag tag, Bytes value) {
+        head.insert(head.end(), tag.bytes().begin(), tag.bytes().end());
+        head.push_back(static_cast<unsigned char>(value.size()));
+        head.insert(head.end(), value.begin(), value.end());
+    };
+    append(kTag4FAid, aid);
+    append(kTag82Aip, options.aip);
     return head;
 }
 
@@ -205,7 +202,7 @@ OneCard::~OneCard() {
 }
 
 bool OneCard::has(tlv::Bytes records) {
-    const auto number = tlv::value_of(std::array<unsigned char, 1>{0x5A}, records);
+    const auto number = tlv::value_of(kTag5APan, records);
     if (!number) {
         return true;
     }

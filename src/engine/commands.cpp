@@ -2,6 +2,7 @@
 #include "engine/commands.h"
 
 #include "engine/apdu.h"
+#include "engine/tags.h"
 #include "qaven/qaven.h"
 #include "support/diagnostics.h"
 
@@ -100,35 +101,31 @@ std::span<const unsigned char> host_bytes(const unsigned char* data, std::size_t
     return data != nullptr ? std::span(data, length) : std::span<const unsigned char>();
 }
 
-struct TagBytes {
-    unsigned char high;
-    unsigned char low;
-};
-
-TagBytes data_object_tag(unsigned char which) {
+Tag data_object_tag(unsigned char which) {
     switch (static_cast<DataObject>(which)) {
     case DataObject::kLastOnlineAtc:
-        return {0x9F, 0x13};
+        return kTag9F13LastOnlineAtc;
     case DataObject::kPinTryCounter:
-        return {0x9F, 0x17};
+        return kTag9F17PinTryCounter;
     case DataObject::kLogFormat:
-        return {0x9F, 0x4F};
+        return kTag9F4FLogFormat;
     case DataObject::kCashBalance:
-        return {0x9F, 0x79};
+        return kTag9F79CashBalance;
     case DataObject::kCashBalanceLimit:
-        return {0x9F, 0x77};
+        return kTag9F77CashBalanceLimit;
     case DataObject::kCashTransactionLimit:
-        return {0x9F, 0x78};
+        return kTag9F78CashTransactionLimit;
     case DataObject::kLoadLogFormat:
-        return {0xDF, 0x4F};
+        return kTagDF4FLoadLogFormat;
     }
     // Every other selector asks for the application transaction counter.
-    return {0x9F, 0x36};
+    return kTag9F36Atc;
 }
 
 int get_data_object(unsigned char which, Response& response) {
-    const TagBytes tag = data_object_tag(which);
-    return exchange(command({0x80, 0xCA, tag.high, tag.low, 0x00}), kWaitRead, kShortResponse,
+    const Tag object = data_object_tag(which);
+    const auto tag = object.bytes();
+    return exchange(command({0x80, 0xCA, tag[0], tag[1], 0x00}), kWaitRead, kShortResponse,
                     response);
 }
 

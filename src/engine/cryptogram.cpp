@@ -1,6 +1,7 @@
 // Reading GENERATE AC answers and the list objects that both cryptogram steps share.
 #include "engine/cryptogram.h"
 
+#include "engine/tags.h"
 #include "engine/terminal_data.h"
 
 #include <algorithm>
@@ -11,7 +12,6 @@ namespace {
 
 using tlv::Bytes;
 
-constexpr std::array<unsigned char, 1> kFormat1{0x80};
 constexpr std::size_t kCidByte = 2;
 constexpr unsigned char kKindBits = 0xC0;
 constexpr std::size_t kMaxValue = 256;
@@ -31,7 +31,7 @@ Kind kind_of(const commands::Response& response) {
 std::optional<Answer> parse(const commands::Response& response) {
     std::array<unsigned char, kMaxValue> value{};
     const WipedAtEnd wiped(value);
-    const auto length = tlv::extract(kFormat1, response.data(), value);
+    const auto length = tlv::extract(kTag80ResponseFormat1, response.data(), value);
     if (!length) {
         return std::nullopt;
     }
@@ -48,14 +48,14 @@ std::optional<Answer> parse(const commands::Response& response) {
 }
 
 void append_answer(TlvList& list, const Answer& answer) {
-    list.append({0x9F, 0x26}, answer.cryptogram);
-    list.append({0x9F, 0x27}, {answer.cid});
+    list.append(kTag9F26ApplicationCryptogram, answer.cryptogram);
+    list.append(kTag9F27Cid, {answer.cid});
     if (!answer.iad.empty()) {
-        list.append({0x9F, 0x10}, answer.iad);
+        list.append(kTag9F10Iad, answer.iad);
     }
-    list.append({0x9F, 0x37}, Bytes(gRnd).first(kRandomLength));
-    list.append({0x9F, 0x36}, answer.atc);
-    list.append({0x95}, terminal_data::kTvr);
+    list.append(kTag9F37UnpredictableNumber, Bytes(gRnd).first(kRandomLength));
+    list.append(kTag9F36Atc, answer.atc);
+    list.append(kTag95Tvr, terminal_data::kTvr);
 }
 
 bool append_last_online_atc(TlvList& list) {
@@ -67,11 +67,11 @@ bool append_last_online_atc(TlvList& list) {
     return true;
 }
 
-std::optional<WipedBytes> card_object(TlvList::Tag tag, Bytes application_data) {
-    return tlv::value_of(Bytes(tag.begin(), tag.size()), application_data);
+std::optional<WipedBytes> card_object(Tag tag, Bytes application_data) {
+    return tlv::value_of(tag, application_data);
 }
 
-bool append_card_object(TlvList& list, TlvList::Tag tag, Bytes application_data) {
+bool append_card_object(TlvList& list, Tag tag, Bytes application_data) {
     const auto value = card_object(tag, application_data);
     if (value) {
         list.append(tag, *value);
@@ -80,14 +80,14 @@ bool append_card_object(TlvList& list, TlvList::Tag tag, Bytes application_data)
 }
 
 bool append_aip(TlvList& list, Bytes application_data) {
-    const auto aip = card_object({0x82}, application_data);
+    const auto aip = card_object(kTag82Aip, application_data);
     if (aip) {
-        list.append_with_length({0x82}, kAipLength, *aip);
+        list.append_with_length(kTag82Aip, kAipLength, *aip);
     }
     return aip.has_value();
 }
 
-bool append_amount(TlvList& list, TlvList::Tag tag, char letter, Bytes converted) {
+bool append_amount(TlvList& list, Tag tag, char letter, Bytes converted) {
     auto amount = terminal_data::kNoAmount;
     const bool present = terminal_data::letter_value(letter, converted, amount);
     list.append(tag, amount);
@@ -97,7 +97,7 @@ bool append_amount(TlvList& list, TlvList::Tag tag, char letter, Bytes converted
 bool append_type(TlvList& list, Bytes converted) {
     std::array type{terminal_data::kDefaultType};
     const bool present = terminal_data::letter_value('T', converted, type);
-    list.append({0x9C}, type);
+    list.append(kTag9CTransactionType, type);
     return present;
 }
 

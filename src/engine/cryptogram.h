@@ -3,6 +3,7 @@
 #pragma once
 
 #include "engine/commands.h"
+#include "engine/tags.h"
 #include "engine/tlv.h"
 #include "engine/tlv_list.h"
 #include "support/wiped.h"
@@ -42,10 +43,10 @@ void append_answer(TlvList& list, const Answer& answer);
 bool append_last_online_atc(TlvList& list);
 
 // A card object as found; false when the application data lacks it.
-bool append_card_object(TlvList& list, TlvList::Tag tag, tlv::Bytes application_data);
+bool append_card_object(TlvList& list, Tag tag, tlv::Bytes application_data);
 
 // A card object's value, at most 256 bytes; nothing when the application data lacks it.
-std::optional<WipedBytes> card_object(TlvList::Tag tag, tlv::Bytes application_data);
+std::optional<WipedBytes> card_object(Tag tag, tlv::Bytes application_data);
 
 // 82: the length byte is always 2, the value goes as the card has it; false when the application
 // data lacks it.
@@ -53,7 +54,7 @@ bool append_aip(TlvList& list, tlv::Bytes application_data);
 
 // An amount of the converted transaction data under its EMV tag, zeros when the letter is absent;
 // returns whether it was there.
-bool append_amount(TlvList& list, TlvList::Tag tag, char letter, tlv::Bytes converted);
+bool append_amount(TlvList& list, Tag tag, char letter, tlv::Bytes converted);
 
 // 9C: the first byte of T in the converted transaction data, else the default type; returns whether
 // it was there.

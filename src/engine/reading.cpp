@@ -3,6 +3,7 @@
 
 #include "engine/commands.h"
 #include "engine/dol.h"
+#include "engine/tags.h"
 #include "qaven/qaven.h"
 #include "support/operation.h"
 
@@ -17,10 +18,6 @@ namespace {
 
 using tlv::Bytes;
 
-constexpr std::array<unsigned char, 2> kPdol{0x9F, 0x38};
-constexpr std::array<unsigned char, 1> kFormat1{0x80};
-constexpr std::array<unsigned char, 1> kAip{0x82};
-constexpr std::array<unsigned char, 1> kRecordTemplate{0x70};
 constexpr unsigned char kCommandTemplate = 0x83;
 
 constexpr std::size_t kMaxPdolData = 253;
@@ -33,7 +30,7 @@ int command_data(const tlv::HostBuffer& fci, const tlv::HostBuffer& terminal_dat
     std::array<unsigned char, kMaxPdolData> values{};
     std::size_t length = 0;
     std::array<unsigned char, 256> pdol{};
-    if (const auto pdol_length = tlv::extract(kPdol, fci.bytes, pdol, fci.extent)) {
+    if (const auto pdol_length = tlv::extract(kTag9F38Pdol, fci.bytes, pdol, fci.extent)) {
         const auto built = dol::build(terminal_data.bytes, std::span(pdol).first(*pdol_length),
                                       values, terminal_data.extent);
         if (built.result != 0) {
@@ -53,8 +50,8 @@ void take_aip(Bytes response, std::size_t offset, Options& options) {
 }
 
 int parse_response(Bytes response, Options& options) {
-    if (const auto format1 = tlv::find(kFormat1, response)) {
-        const auto length = tlv::read_length(response, *format1 + kFormat1.size());
+    if (const auto format1 = tlv::find(kTag80ResponseFormat1, response)) {
+        const auto length = tlv::read_length(response, *format1 + kTag80ResponseFormat1.size());
         if (!length || length.value < options.aip.size()) {
             return QAVEN_EMPTY_DATA;
         }
@@ -64,12 +61,12 @@ int parse_response(Bytes response, Options& options) {
         options.afl.assign(afl.begin(), afl.end());
         return 0;
     }
-    const auto aip = tlv::find(kAip, response);
+    const auto aip = tlv::find(kTag82Aip, response);
     if (!aip) {
         return QAVEN_EMPTY_DATA;
     }
     // Format 2 is not taken; an AIP too short to be one is handed out all the same.
-    const auto length = tlv::read_length(response, *aip + kAip.size());
+    const auto length = tlv::read_length(response, *aip + kTag82Aip.size());
     if (length && length.value < options.aip.size()) {
         take_aip(response, length.end, options);
     }
@@ -86,11 +83,11 @@ constexpr unsigned char kHighestSfi = 240;
 // What of a record enters the offline authentication data. The record's zeroed area goes on behind
 // it, so a length that runs past the record gives zeros as far as that area goes.
 Bytes authentication_part(Bytes padded_record, std::size_t record_length, bool value_only) {
-    const auto at = tlv::find(kRecordTemplate, padded_record.first(record_length));
+    const auto at = tlv::find(kTag70RecordTemplate, padded_record.first(record_length));
     if (!at) {
         return {};
     }
-    const std::size_t field = *at + kRecordTemplate.size();
+    const std::size_t field = *at + kTag70RecordTemplate.size();
     const auto length = tlv::read_length(padded_record.first(record_length), field);
     if (!length) {
         return {};

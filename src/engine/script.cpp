@@ -2,6 +2,7 @@
 #include "engine/script.h"
 
 #include "engine/apdu.h"
+#include "engine/tags.h"
 #include "qaven/qaven.h"
 #include "support/operation.h"
 #include "support/wiped.h"
@@ -15,7 +16,6 @@ namespace {
 
 using tlv::Bytes;
 
-constexpr std::array<unsigned char, 1> kCommand{0x86};
 constexpr std::size_t kCommandHeader = 5;
 constexpr std::size_t kLcByte = 4;
 constexpr int kWaitScript = 10;
@@ -47,9 +47,9 @@ int send(Bytes command) {
 Outcome execute(tlv::Bytes script) {
     Outcome outcome{0, 0};
     Bytes rest = script;
-    while (const auto at = tlv::find(kCommand, rest)) {
+    while (const auto at = tlv::find(kTag86IssuerScriptCommand, rest)) {
         const Bytes object = rest.subspan(*at);
-        const Bytes field = object.subspan(kCommand.size());
+        const Bytes field = object.subspan(kTag86IssuerScriptCommand.size());
         const auto length = tlv::read_length(field, 0);
         if (!length) {
             ++outcome.count;
@@ -70,7 +70,7 @@ Outcome execute(tlv::Bytes script) {
             }
         }
         // The step to the next command takes the length field for one byte, whatever it is.
-        rest = tlv::clipped(object, kCommand.size() + 1 + size, object.size());
+        rest = tlv::clipped(object, kTag86IssuerScriptCommand.size() + 1 + size, object.size());
     }
     return outcome;
 }

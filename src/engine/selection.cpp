@@ -1,6 +1,7 @@
 // The directory walk and the selection by AID.
 #include "engine/selection.h"
 
+#include "engine/tags.h"
 #include "engine/tlv.h"
 #include "support/operation.h"
 #include "support/utils.h"
@@ -16,10 +17,6 @@ namespace {
 
 using tlv::Bytes;
 
-constexpr std::array<unsigned char, 1> kDirectorySfi{0x88};
-constexpr std::array<unsigned char, 1> kDirectoryEntry{0x61};
-constexpr std::array<unsigned char, 1> kPriorityIndicator{0x87};
-constexpr std::array<unsigned char, 1> kDfName{0x84};
 constexpr unsigned char kAdfName = 0x4F;
 constexpr unsigned char kDdfName = 0x9D;
 
@@ -76,9 +73,9 @@ class DirectoryWalk {
     }
 
     int walk(Bytes fci, alist* node, int depth) {
-        const auto at = tlv::find(kDirectorySfi, fci);
+        const auto at = tlv::find(kTag88Sfi, fci);
         // The SFI of a directory is one byte; the tag's own object must say so.
-        const Bytes sfi = at ? tlv::clipped(fci, *at + kDirectorySfi.size(), 2) : Bytes();
+        const Bytes sfi = at ? tlv::clipped(fci, *at + kTag88Sfi.size(), 2) : Bytes();
         if (sfi.size() != 2 || sfi[0] != 1) {
             return 0;
         }
@@ -114,8 +111,9 @@ class DirectoryWalk {
     // directory named on the way fills it too, but does not move it.
     void scan(Bytes record, std::size_t scan_length, alist*& node, int depth, int& count) {
         std::size_t from = 0;
-        while (const auto found = tlv::find(
-                   kDirectoryEntry, tlv::clipped(record.first(scan_length), from, scan_length))) {
+        while (const auto found =
+                   tlv::find(kTag61ApplicationTemplate,
+                             tlv::clipped(record.first(scan_length), from, scan_length))) {
             const std::size_t entry = from + *found;
             const std::size_t object = entry + 2;
             const std::size_t entry_length = record[entry + 1];
@@ -145,10 +143,10 @@ class DirectoryWalk {
         std::ranges::copy(taken, node->aid);
         node->aidlen = static_cast<unsigned char>(taken.size());
 
-        const auto at = tlv::find(kPriorityIndicator, entry.first(entry_length));
+        const auto at = tlv::find(kTag87PriorityIndicator, entry.first(entry_length));
         // Behind a length there is a value, if only of the zeros that follow every record.
         const Bytes priority =
-            at ? tlv::clipped(entry, *at + kPriorityIndicator.size(), entry.size()) : Bytes();
+            at ? tlv::clipped(entry, *at + kTag87PriorityIndicator.size(), entry.size()) : Bytes();
         const auto length = tlv::read_length(priority, 0);
         if (!length || length.value == 0) {
             // Only entries with a priority indicator are kept as separate nodes: the next entry is
@@ -261,8 +259,9 @@ int select_by_aid(const SelectByName& select, int partial, std::span<const unsig
     if (first != 0 && first != kFileInvalidated) {
         return 0;
     }
-    const auto at = tlv::find(kDfName, response.data());
-    const auto name = at ? tlv::read_length(response.data(), *at + kDfName.size()) : tlv::Length{};
+    const auto at = tlv::find(kTag84DfName, response.data());
+    const auto name =
+        at ? tlv::read_length(response.data(), *at + kTag84DfName.size()) : tlv::Length{};
     if (name.value == 0 || aid.size() > name.value) {
         return 0;
     }

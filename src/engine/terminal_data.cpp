@@ -1,6 +1,7 @@
 // Packing the terminal data store, and the globals that the cryptogram steps read back.
 #include "engine/terminal_data.h"
 
+#include "engine/tags.h"
 #include "support/gbk_text.h"
 #include "support/operation.h"
 #include "support/utils.h"
@@ -55,8 +56,8 @@ using StoreArea = std::array<unsigned char, kStoreSize + kScratchSize - kMerchan
 // Appends primitive data objects.
 class StoreWriter {
   public:
-    void append(std::initializer_list<unsigned char> tag, Bytes value) {
-        put(Bytes(tag.begin(), tag.size()));
+    void append(Tag tag, Bytes value) {
+        put(tag);
         store_[size_++] = static_cast<unsigned char>(value.size());
         put(value);
     }
@@ -135,10 +136,10 @@ std::size_t append_merchant(Scratch& scratch, StoreWriter& writer) {
     if (!length) {
         std::array<unsigned char, kMerchantLength> name{};
         std::ranges::copy(std::string_view(gbk::kExampleMerchantName), name.begin());
-        writer.append({0x9F, 0x4E}, name);
+        writer.append(kTag9F4EMerchantName, name);
         return 0;
     }
-    writer.append({0x9F, 0x4E}, scratch.first(kMerchantLength));
+    writer.append(kTag9F4EMerchantName, scratch.first(kMerchantLength));
     const std::size_t excess = std::max(*length, kMerchantLength) - kMerchantLength;
     writer.leave_behind(scratch.from(kMerchantLength, excess));
     return excess;
@@ -152,24 +153,24 @@ struct Packed {
 Packed pack_area(Bytes converted) {
     Scratch scratch(converted);
     StoreWriter writer;
-    writer.append({0x9F, 0x02}, value_or(scratch, 'P', kNoAmount));
-    writer.append({0x9F, 0x03}, value_or(scratch, 'Q', kNoAmount));
-    writer.append({0x9F, 0x1A}, kCountryCode);
-    writer.append({0x95}, kTvr);
-    writer.append({0x5F, 0x2A}, value_or(scratch, 'R', kCurrencyCode));
-    writer.append({0x9C}, value_or(scratch, 'T', kDefaultTypeValue));
+    writer.append(kTag9F02AmountAuthorised, value_or(scratch, 'P', kNoAmount));
+    writer.append(kTag9F03AmountOther, value_or(scratch, 'Q', kNoAmount));
+    writer.append(kTag9F1ATerminalCountryCode, kCountryCode);
+    writer.append(kTag95Tvr, kTvr);
+    writer.append(kTag5F2ACurrencyCode, value_or(scratch, 'R', kCurrencyCode));
+    writer.append(kTag9CTransactionType, value_or(scratch, 'T', kDefaultTypeValue));
     set_date(scratch);
-    writer.append({0x9A}, Bytes(YYMMDD).first(kDateLength));
+    writer.append(kTag9ATransactionDate, Bytes(YYMMDD).first(kDateLength));
     set_time(scratch);
-    writer.append({0x9F, 0x21}, Bytes(HHMMSS).first(kTimeLength));
+    writer.append(kTag9F21TransactionTime, Bytes(HHMMSS).first(kTimeLength));
     set_random();
-    writer.append({0x9F, 0x37}, Bytes(gRnd).first(kRandomLength));
-    writer.append({0x9F, 0x66}, kQualifiers);
-    writer.append({0x9F, 0x7A}, kVlpSupported);
-    writer.append({0x9F, 0x7B}, kVlpLimit);
+    writer.append(kTag9F37UnpredictableNumber, Bytes(gRnd).first(kRandomLength));
+    writer.append(kTag9F66TerminalTransactionQualifiers, kQualifiers);
+    writer.append(kTag9F7AVlpSupport, kVlpSupported);
+    writer.append(kTag9F7BVlpLimit, kVlpLimit);
     const std::size_t excess = append_merchant(scratch, writer);
     scratch.clear();
-    writer.append({0xDF, 0x69}, value_or(scratch, 'Z', kSmAlgorithm));
+    writer.append(kTagDF69SmAlgorithm, value_or(scratch, 'Z', kSmAlgorithm));
     writer.terminate();
     constexpr std::size_t kBehindMerchant = 5; // the last object and the zero byte
     return {writer.area(), kStoreSize + std::max(excess, kBehindMerchant) - kBehindMerchant};

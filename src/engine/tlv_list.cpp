@@ -22,7 +22,7 @@ void TlvList::append(Tag tag, std::initializer_list<unsigned char> value) {
 }
 
 void TlvList::append_with_length(Tag tag, unsigned char length, tlv::Bytes value) {
-    WipedBytes object(tag);
+    WipedBytes object(tag.bytes().begin(), tag.bytes().end());
     object.push_back(length);
     object.insert(object.end(), value.begin(), value.end());
     append_object(object);

@@ -2,6 +2,7 @@
 // builds both.
 #pragma once
 
+#include "engine/tags.h"
 #include "engine/tlv.h"
 #include "support/wiped.h"
 
@@ -14,8 +15,6 @@ class TlvList {
   public:
     // A host's text buffer of 1024 characters takes this many bytes in hex.
     static constexpr std::size_t kMaxSize = 511;
-
-    using Tag = std::initializer_list<unsigned char>;
 
     // Appends tag, one length byte and value. An object that would take the list past its size, or
     // whose length does not fit one byte, is left out.

@@ -6,6 +6,7 @@
 #include "engine/reading.h"
 #include "engine/selection.h"
 #include "engine/session.h"
+#include "engine/tags.h"
 #include "engine/terminal_data.h"
 #include "engine/tlv.h"
 #include "qaven/qaven.h"
@@ -35,25 +36,30 @@ enum class Form { kHex, kText };
 // One field of a log record: what names it in a card's log format, and where the format puts it.
 struct Field {
     char letter;
-    std::array<unsigned char, 2> tag;
-    unsigned char tag_length;
+    Tag tag;
     Form form = Form::kHex;
     unsigned char offset = 0;
     unsigned char length = 0;
 };
 
 constexpr std::array kTransactionFields{
-    Field{'P', {0x9F, 0x02}, 2}, Field{'Q', {0x9F, 0x03}, 2},
-    Field{'R', {0x5F, 0x2A}, 2}, Field{'S', {0x9A}, 1},
-    Field{'T', {0x9C}, 1},       Field{'U', {0x9F, 0x21}, 2},
-    Field{'V', {0x9F, 0x1A}, 2}, Field{'W', {0x9F, 0x4E}, 2, Form::kText},
-    Field{'X', {0x9F, 0x36}, 2},
+    Field{'P', kTag9F02AmountAuthorised},
+    Field{'Q', kTag9F03AmountOther},
+    Field{'R', kTag5F2ACurrencyCode},
+    Field{'S', kTag9ATransactionDate},
+    Field{'T', kTag9CTransactionType},
+    Field{'U', kTag9F21TransactionTime},
+    Field{'V', kTag9F1ATerminalCountryCode},
+    Field{'W', kTag9F4EMerchantName, Form::kText},
+    Field{'X', kTag9F36Atc},
 };
 
 constexpr std::array kLoadFields{
-    Field{'S', {0x9A}, 1},       Field{'T', {0x9F, 0x21}, 2},
-    Field{'U', {0x9F, 0x1A}, 2}, Field{'V', {0x9F, 0x4E}, 2, Form::kText},
-    Field{'W', {0x9F, 0x36}, 2},
+    Field{'S', kTag9ATransactionDate},
+    Field{'T', kTag9F21TransactionTime},
+    Field{'U', kTag9F1ATerminalCountryCode},
+    Field{'V', kTag9F4EMerchantName, Form::kText},
+    Field{'W', kTag9F36Atc},
 };
 
 // What a load log puts where a merchant name is shorter than its field.
@@ -80,7 +86,7 @@ std::array<Field, N> laid_out(std::array<Field, N> fields, Bytes format) {
         }
         const unsigned char length = rest[entry - 1];
         const auto field = std::ranges::find_if(fields, [&](const Field& candidate) {
-            return candidate.tag_length == tag_length && candidate.tag == tag;
+            return std::ranges::equal(candidate.tag.bytes(), Bytes(tag).first(tag_length));
         });
         if (field != fields.end()) {
             field->offset = static_cast<unsigned char>(offset);
@@ -138,9 +144,6 @@ std::optional<LogEntry> log_entry(Bytes tag, Bytes fci, const LogEntry& usual) {
     }
     return LogEntry{value[0], value[1]};
 }
-
-constexpr std::array<unsigned char, 2> kTransactionLogEntry{0x9F, 0x4D};
-constexpr std::array<unsigned char, 2> kLoadLogEntry{0xDF, 0x4D};
 
 // The output's two leading count bytes.
 constexpr std::size_t kCountBytes = 2;
@@ -200,7 +203,7 @@ int read_transactions(const char* aid_text, char* out, char* error_text) {
         return 0;
     }
     const auto fields = laid_out(kTransactionFields, format.data());
-    const auto entry = log_entry(kTransactionLogEntry, choice.fci, kUsualTransactionLog);
+    const auto entry = log_entry(kTag9F4DLogEntry, choice.fci, kUsualTransactionLog);
     if (!entry) {
         write_no_log(out);
         return 0;
@@ -274,7 +277,7 @@ int read_loads(const char* aid_text, int record_index, char* out) {
         return QAVEN_NO_LOAD_LOG;
     }
     const auto fields = laid_out(kLoadFields, format.data());
-    const auto entry = log_entry(kLoadLogEntry, fci.data(), kUsualLoadLog);
+    const auto entry = log_entry(kTagDF4DLoadLogEntry, fci.data(), kUsualLoadLog);
     if (!entry || record_index >= kFirstRefusedIndex) {
         return QAVEN_NO_LOAD_LOG;
     }

@@ -248,8 +248,8 @@ TEST(OnlineList, AValueOf255BytesIsTheLongest) {
     const Bytes longest = bytes(repeated("9A", 255));
     const Bytes too_long = bytes(repeated("9A", 256));
     qaven::TlvList list;
-    list.append({0x57}, longest);
-    list.append({0x58}, too_long);
+    list.append(qaven::Tag{0x57}, longest);
+    list.append(qaven::Tag{0x58}, too_long);
     EXPECT_EQ(std::string(list.text()), "57FF" + hex(longest));
 }
 
