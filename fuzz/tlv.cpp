@@ -151,7 +151,7 @@ void search_list(const Bytes& tag, const Bytes& tags, Bytes list) {
 void search_text(const Bytes& tag, const Bytes& data) {
     const std::vector<char> text = Input::text(data);
     const auto application_data = qaven::application_data::parse(text.data());
-    extract(tag, application_data);
+    extract(tag, Bytes(application_data.begin(), application_data.end()));
 }
 
 } // namespace

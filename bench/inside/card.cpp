@@ -29,7 +29,7 @@ Inserted inserted;
 constexpr int kNotFound = 0x6A83;
 
 std::string byte_hex(std::size_t value) {
-    return hex::text(std::array{static_cast<unsigned char>(value)});
+    return std::string(hex::text(std::array{static_cast<unsigned char>(value)}));
 }
 
 std::string object(const std::string& tag, const std::string& value) {

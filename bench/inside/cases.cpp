@@ -20,7 +20,7 @@ namespace qaven::bench {
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using Bytes = qaven::WipedBytes;
 
 void demand(bool holds, const char* what) {
     if (!holds) {
