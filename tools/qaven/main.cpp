@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -76,6 +77,10 @@ int misused(const std::string& command, const std::string& sentence) {
 int finished(const std::string& command, int status) {
     if (tool::output_written()) {
         return status;
+    }
+    // Whoever reads has seen enough, like head: no more of a failure than for any other program.
+    if (tool::output_reader_gone()) {
+        std::raise(SIGPIPE);
     }
     complain(command, tool::kNotWritten);
     return tool::kFailed;

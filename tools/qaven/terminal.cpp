@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <poll.h>
 #include <unistd.h>
 
 namespace tool {
@@ -102,6 +103,11 @@ void print_table(const std::vector<Row>& rows) {
 
 bool output_written() {
     return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+}
+
+bool output_reader_gone() {
+    pollfd output{.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};
+    return poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
 }
 
 void say_waiting(bool quiet, std::string_view what) {

@@ -30,6 +30,8 @@ void print_table(const std::vector<Row>& rows);
 
 // False when something that was printed could not be written to standard output.
 bool output_written();
+// True when standard output is a pipe that nobody reads any more.
+bool output_reader_gone();
 inline constexpr const char* kNotWritten = "cannot write to standard output";
 
 // "qaven: waiting for ..." on standard error.
