@@ -65,6 +65,9 @@ TEST(DecodeCommand, ExplainsItself) {
     EXPECT_EQ(ending.status, 0);
     EXPECT_THAT(ending.output, HasSubstr("usage: qaven decode"));
     EXPECT_THAT(ending.output, HasSubstr("cardinfo"));
+    for (const char* const problem : {"fixed one", "calendar", "check byte", "64 levels"}) {
+        EXPECT_THAT(ending.output, HasSubstr(problem));
+    }
     EXPECT_THAT(run({"trace", "--help"}).output, HasSubstr("usage: qaven trace"));
 }
 

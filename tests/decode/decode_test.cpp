@@ -12,6 +12,7 @@
 #include <set>
 
 using namespace tool::test;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -223,6 +224,24 @@ TEST(DecodedAnswerToReset, HasARightCheckByteUnlessItHasNone) {
     EXPECT_THAT(decoded("3B800F", "atr"),
                 HasSubstr("! at byte 3: the check byte (TCK) is missing"));
     EXPECT_THAT(decoded("3B8000", "atr"), Not(HasSubstr("!")));
+}
+
+TEST(DecodedUnknownValue, IsShownWithoutItsLongEnd) {
+    const std::string number = "zz " + std::string(2'000'000, '7');
+    const std::string blanks = "zz " + std::string(2'000'000, '-');
+    const std::string rest = " (1999003 more characters left out)\n";
+    EXPECT_EQ(decoded(number), "! at character 0: nothing tells what this is: \"zz 777777" +
+                                   std::string(991, '*') + '"' + rest);
+    EXPECT_THAT(decoded(blanks), EndsWith("---\"" + rest));
+    for (const std::string& text : {"{\"x\":\"" + blanks + "\"}", "{\"x\":" + blanks}) {
+        EXPECT_THAT(decoded(text), HasSubstr(" more characters left out)\n"));
+        EXPECT_LT(decoded(text).size(), 1200U);
+    }
+    EXPECT_LT(decoded("95" + blanks, "tlv").size(), 1200U);
+    EXPECT_THAT(decoded("zz " + std::string(997, '-')), Not(HasSubstr("left out")));
+    // The cut goes through the number, whose first eight digits would tell it.
+    const std::string ahead = "zz " + std::string(985, '.');
+    EXPECT_FALSE(shows(decoded(ahead + kAccountNumber), kAccountNumber, 8));
 }
 
 TEST(DecodedStatusWord, IsSaidInWords) {

@@ -44,7 +44,7 @@ void explain_status(std::string_view text, Outline& out) {
 }
 
 void explain_nothing(std::string_view text, Outline& out) {
-    out.line(in_quotes(out.privacy().guarded(text)));
+    out.line(out.excerpt(text));
 }
 
 constexpr auto kKeys = std::to_array<Key>({
@@ -90,8 +90,7 @@ bool is_nested_too_deep(std::string_view json) {
 void explain_member(const Member& member, Outline& out) {
     const Key* const known = find_key(member.key);
     if (known == nullptr) {
-        out.line(readable(out.privacy().guarded(member.key)) + ": " +
-                 in_quotes(out.privacy().guarded(member.value)));
+        out.line(readable(out.privacy().guarded(member.key)) + ": " + out.excerpt(member.value));
         return;
     }
     out.line(member.key + ": " + std::string(known->what));
@@ -165,8 +164,7 @@ void explain_sequence_field(std::string_view text, Outline& out) {
         out.line("PAN sequence number: " +
                  readable(out.privacy().guarded(text.substr(kHead.size()))));
     } else {
-        out.problem("begins with other bytes than 60 03: " +
-                    in_quotes(out.privacy().guarded(text)));
+        out.problem("begins with other bytes than 60 03: " + out.excerpt(text));
     }
 }
 
@@ -192,7 +190,7 @@ void explain_json(std::string_view text, Outline& out) {
     if (!members) {
         out.problem(
             std::string(is_nested_too_deep(text) ? "nested too deep: " : "not a JSON object: ") +
-            in_quotes(out.privacy().guarded(text)));
+            out.excerpt(text));
         return;
     }
     for (const Member& member : *members) {

@@ -52,6 +52,11 @@ void print_usage(std::ostream& out) {
         out << "  " << form.name << std::string(11 - form.name.size(), ' ') << form.what << '\n';
     }
     out << "\n"
+           "A line with ! names what makes no sense: bytes that are missing or too many, a wrong\n"
+           "length of a data object that has a fixed one, a day that the calendar does not have,\n"
+           "a wrong check digit or check byte, JSON nested deeper than 64 levels. Of an unknown\n"
+           "value the first 1000 characters are shown.\n"
+           "\n"
            "Exit status: 0 the value makes sense to its end, 1 it does not, 2 wrong use.\n";
 }
 
@@ -146,8 +151,7 @@ bool decode(std::string_view text, const InputForm* form, Outline& out) {
         form = guessed_form(text);
     }
     if (form == nullptr) {
-        out.problem("at character 0: nothing tells what this is: " +
-                    in_quotes(out.privacy().guarded(text)));
+        out.problem("at character 0: nothing tells what this is: " + out.excerpt(text));
         return false;
     }
     out.line(std::string(form->what));

@@ -49,8 +49,7 @@ void from_digits(std::string_view text, Outline& out) {
     Explain(data.bytes, out);
     if (data.stranger_at) {
         out.problem("at character " + std::to_string(*data.stranger_at) +
-                    ": no hexadecimal digit: " +
-                    in_quotes(out.privacy().guarded(text.substr(*data.stranger_at))));
+                    ": no hexadecimal digit: " + out.excerpt(text.substr(*data.stranger_at)));
     } else if (data.odd) {
         out.problem("at character " + std::to_string(text.size() - 1) +
                     ": the last digit has no partner");

@@ -4,6 +4,7 @@
 #include "decode/privacy.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tool {
@@ -36,6 +37,9 @@ class Outline {
     void distrust() { distrusted_ = true; }
 
     bool has_problems() const { return has_problems_; }
+
+    // What nobody can take apart, guarded and in quotes; of a long text its beginning.
+    std::string excerpt(std::string_view text);
 
     Privacy& privacy() { return privacy_; }
 
