@@ -152,10 +152,10 @@ class Search {
 
 } // namespace
 
-bool proves_older_answer(std::span<const unsigned char, CCID::kPacketSize> packet,
+bool proves_older_answer(std::span<const unsigned char, CCID::kHeaderSize> header,
                          unsigned char type_of_answer, unsigned char bseq) {
-    const unsigned char type = packet[CCID::kTypeByte];
-    const unsigned char answered = packet[CCID::kSequenceByte];
+    const unsigned char type = header[CCID::kTypeByte];
+    const unsigned char answered = header[CCID::kSequenceByte];
     const bool of_other_type =
         type != type_of_answer && (type == CCID::kDataBlock || type == CCID::kSlotStatus);
     return of_other_type || (answered != 0 && answered != bseq);

@@ -6,9 +6,9 @@
 
 namespace qaven::in_step {
 
-// Whether a packet that was read as the answer to a command with this bSeq answers an older one
-// instead. A reply that is missing or zero proves nothing.
-bool proves_older_answer(std::span<const unsigned char, CCID::kPacketSize> packet,
+// Whether a message with this header, read as the answer to a command with this bSeq, answers an
+// older one instead. A reply that is missing or zero proves nothing.
+bool proves_older_answer(std::span<const unsigned char, CCID::kHeaderSize> header,
                          unsigned char type_of_answer, unsigned char bseq);
 
 // Asks for the slot's state and drops what comes until the answer to that question has come; a line

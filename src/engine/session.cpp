@@ -39,6 +39,10 @@ link::State& connection() {
 // answered through it.
 constinit bool reader_gone = false;
 
+// No command has been sent since the opening. What another host left, its own power-on and slot
+// status, can look like the answers to those of the opening; the first command tells.
+constinit bool only_opened = false;
+
 // A connection of this process ended disturbed: what it left in the reader may still come.
 constinit bool left_disturbed = false;
 
@@ -87,14 +91,17 @@ Welcome welcome() {
         diagnostics::text("%02x ", byte);
     }
     diagnostics::text("\n");
-    return {status[CCID::kStatusByte] != CCID::kNoCardPresent,
-            in_step::proves_older_answer(atr, CCID::kDataBlock, power_on) ||
-                in_step::proves_older_answer(status, CCID::kSlotStatus, question)};
+    return {
+        status[CCID::kStatusByte] != CCID::kNoCardPresent,
+        in_step::proves_older_answer(atr.first<CCID::kHeaderSize>(), CCID::kDataBlock, power_on) ||
+            in_step::proves_older_answer(std::span(status).first<CCID::kHeaderSize>(),
+                                         CCID::kSlotStatus, question)};
 }
 
 void open(int interface) {
     ccid.open(kReaderVendor, kReaderProduct, interface);
     reader_gone = false;
+    only_opened = true;
 }
 
 // Gets in step and asks anew, as if the reader had just been opened. Empty when older answers still
@@ -150,6 +157,22 @@ int settle() {
     return LIBUSB_ERROR_TIMEOUT;
 }
 
+int send_command(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len,
+                 int timeout_ms) {
+    const auto bseq = static_cast<unsigned char>(ccid.seq);
+    connection().reply_header.fill(0); // one that does not come proves nothing
+    const int result = ccid.interact_apdu(cmd, cmd_len, resp, resp_len, timeout_ms);
+    if (!std::exchange(only_opened, false) ||
+        !in_step::proves_older_answer(connection().reply_header, CCID::kDataBlock, bseq)) {
+        return result;
+    }
+    // What the card answered is among the messages that are dropped now. The first command of a
+    // connection is a SELECT, which can be sent again.
+    connection().disturbed = true;
+    const int settled = settle();
+    return settled != 0 ? settled : ccid.interact_apdu(cmd, cmd_len, resp, resp_len, timeout_ms);
+}
+
 } // namespace
 
 int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len, int timeout_ms) {
@@ -162,7 +185,7 @@ int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len
     operation::count_exchange();
     int result = settle();
     if (result == 0) {
-        result = ccid.interact_apdu(cmd, cmd_len, resp, resp_len, timeout_ms);
+        result = send_command(cmd, cmd_len, resp, resp_len, timeout_ms);
     }
     reader_gone = reader_gone || result == LIBUSB_ERROR_NO_DEVICE;
     return result;

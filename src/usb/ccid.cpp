@@ -224,6 +224,7 @@ int CCID::receive_response(unsigned char* resp, int* resp_len, int timeout_ms) {
         packet.fill(0);
     }
     const std::span header = std::span(packet).first<kHeader>();
+    std::ranges::copy(header, link.reply_header.begin());
     const std::uint32_t announced = announced_length(header);
     const std::uint64_t further = packets_after_first(announced);
     const std::uint64_t needed = kFirstPacketData + kPacket * further;

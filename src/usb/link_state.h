@@ -3,6 +3,7 @@
 // operations.
 #pragma once
 
+#include <array>
 #include <chrono>
 
 namespace qaven::link {
@@ -14,6 +15,8 @@ struct State {
 
     bool numbers_replies = false;  // a reply since then carried another bSeq than 0
     bool reply_unfinished = false; // the rest of the last reply is still to come
+
+    std::array<unsigned char, 10> reply_header{}; // of the last reply to a command APDU
 };
 
 // Makes an object the library's own; at load.
