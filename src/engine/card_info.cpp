@@ -202,14 +202,20 @@ OneCard::~OneCard() {
 }
 
 bool OneCard::has(tlv::Bytes records) {
-    const auto number = tlv::value_of(kTag5APan, records);
-    if (!number) {
+    // The record with the number may be one that could not be read; track 2 has it too.
+    const bool same_number = matches(number_, kTag5APan, records);
+    return matches(track2_, kTag57Track2, records) && same_number;
+}
+
+bool OneCard::matches(WipedBytes& known, tlv::Bytes tag, tlv::Bytes records) {
+    const auto value = tlv::value_of(tag, records);
+    if (!value) {
         return true;
     }
-    if (number_.empty()) {
-        number_ = *number;
+    if (known.empty()) {
+        known = *value;
     }
-    return number_ == *number;
+    return known == *value;
 }
 
 int read_card(const Request& request, const Outputs& outputs, session::AtSuccess at_success) {

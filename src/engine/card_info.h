@@ -42,8 +42,8 @@ struct Outputs {
 };
 
 // While one lives, every reading has to find the card that the first one found; a reading of
-// another card number (5A) ends the connection and fails with QAVEN_NO_CARD: the card that was read
-// is gone. One at a time.
+// another card number (5A) or track 2 (57) ends the connection and fails with QAVEN_NO_CARD: the
+// card that was read is gone. One at a time.
 class OneCard {
   public:
     OneCard();
@@ -55,7 +55,10 @@ class OneCard {
     bool has(tlv::Bytes records);
 
   private:
-    WipedBytes number_;
+    static bool matches(WipedBytes& known, tlv::Bytes tag, tlv::Bytes records);
+
+    WipedBytes number_; // 5A
+    WipedBytes track2_; // 57
 };
 
 // ZEB_ICC_GetInfo, with a say in what becomes of the connection after success.
