@@ -212,8 +212,9 @@ TEST_F(DisturbedConnection, AnOperationThatFindsALostSessionOpensAnew) {
     lose_the_first_record();
     usb.on_packet = [&, answer = usb.on_packet](std::span<const std::uint8_t> packet) {
         if (packet[6] == 3) {
-            usb.on_packet = answer;
             usb.answer(slot_status(3, 0x01));
+        } else {
+            answer(packet);
         }
     };
     const session::Visit visit;
