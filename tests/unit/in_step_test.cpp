@@ -16,6 +16,7 @@
 #include <array>
 #include <cstdlib>
 #include <future>
+#include <memory>
 #include <thread>
 
 namespace operation = qaven::operation;
@@ -298,14 +299,14 @@ TEST_F(Opening, MissingAndZeroRepliesProveNothing) {
 }
 
 TEST_F(Opening, AReaderThatStaysOutOfStepIsResetOnceAndUsedAfterThat) {
-    int claims = 0;
-    usb.on_claim = [&, claim = usb.on_claim](int interface) {
-        ++claims;
+    const auto claims = std::make_shared<int>(0);
+    usb.on_claim = [claims, claim = usb.on_claim](int interface) {
+        ++*claims;
         claim(interface);
     };
     // Until it is reset the reader repeats an old answer and nothing else.
-    usb.on_packet = [&, answer = usb.on_packet](std::span<const std::uint8_t> packet) {
-        if (claims > 1) {
+    usb.on_packet = [this, claims, answer = usb.on_packet](std::span<const std::uint8_t> packet) {
+        if (*claims > 1) {
             answer(packet);
         } else {
             usb.answer(data_block(77, kFirstRecord));
