@@ -3,34 +3,16 @@
 #include "at_the_counter.h"
 
 #include "fixed_clock.h"
-
-#include <fstream>
-#include <iterator>
-#include <sstream>
+#include "recorded.h"
 
 using namespace qaven::test;
 
 namespace {
 
-std::vector<std::string> lines_of(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
 class Trace : public AtTheCounter {
   protected:
-    // Line by line first, which says more when they differ.
     static void expect_trace(const std::string& name) {
-        std::ifstream file(std::string(QAVEN_EXPECTED_TRACES) + "/" + name, std::ios::binary);
-        ASSERT_TRUE(file) << name;
-        const std::string expected{std::istreambuf_iterator<char>(file), {}};
-        const std::string traced = trace_text();
-        EXPECT_EQ(lines_of(traced), lines_of(expected)) << name;
-        EXPECT_EQ(traced == expected, true) << name;
+        expect_recorded(trace_text(), name);
         clear_trace();
     }
 };
