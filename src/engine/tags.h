@@ -14,7 +14,7 @@ class Tag {
     // No tag at all.
     constexpr Tag() = default;
 
-    explicit consteval Tag(unsigned int number)
+    explicit constexpr Tag(unsigned int number)
         : bytes_{static_cast<unsigned char>(number > 0xFF ? number >> 8U : number),
                  static_cast<unsigned char>(number > 0xFF ? number : 0)},
           size_(number > 0xFF ? 2 : 1) {}
