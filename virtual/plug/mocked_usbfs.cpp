@@ -166,12 +166,10 @@ void MockedUsbfs::Hub::insert(Place& place) {
         fail("cannot add " + place.sysfs_path, error);
     }
     announce(place.sysfs_path, "add");
-    for (const auto& path : interface_paths(place.sysfs_path, *place.device)) {
-        announce(path, "add");
-    }
 }
 
-// For programs that are running already.
+// For programs that are running already. Each event is a chance to meet one that is just ending,
+// which umockdev does not survive; the device's own is what libusb and udev's users wait for.
 void MockedUsbfs::Hub::announce(const std::string& sysfs_path, const char* action) {
     umockdev_testbed_uevent(testbed_.get(), ("/sys" + sysfs_path).c_str(), action);
 }
@@ -180,12 +178,11 @@ void MockedUsbfs::Hub::announce(const std::string& sysfs_path, const char* actio
 void MockedUsbfs::Hub::pull(Place& place) {
     {
         const std::lock_guard lock(testbed_mutex_);
-        auto paths = interface_paths(place.sysfs_path, *place.device);
-        paths.push_back(place.sysfs_path);
-        for (const auto& path : paths) {
-            announce(path, "remove");
+        for (const auto& path : interface_paths(place.sysfs_path, *place.device)) {
             umockdev_testbed_remove_device(testbed_.get(), ("/sys" + path).c_str());
         }
+        announce(place.sysfs_path, "remove");
+        umockdev_testbed_remove_device(testbed_.get(), ("/sys" + place.sysfs_path).c_str());
     }
     if (place.settings.replug_after) {
         place.replug_at = Clock::now() + *place.settings.replug_after;
