@@ -12,6 +12,17 @@ macro(compile_for_tests)
   endif()
 endmacro()
 
+# What nearly every test includes, compiled once: with it a file of tests compiles in half the time.
+function(precompile_for_tests)
+  file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/precompiled.cpp "int main() {}\n")
+  add_executable(qaven-precompiled EXCLUDE_FROM_ALL ${CMAKE_CURRENT_BINARY_DIR}/precompiled.cpp)
+  target_link_libraries(qaven-precompiled PRIVATE qaven_warnings GTest::gtest GTest::gmock)
+  target_precompile_headers(qaven-precompiled PRIVATE
+    <gmock/gmock.h> <gtest/gtest.h>
+    <algorithm> <array> <cstdint> <cstdio> <cstdlib> <cstring> <filesystem> <fstream> <functional>
+    <map> <memory> <optional> <span> <sstream> <string> <string_view> <thread> <utility> <vector>)
+endfunction()
+
 # measured_test(NAME name [SECONDS n] COMMAND program|target argument...): a test that fails when it
 # takes more processor time than these seconds (default: 10), or than eight times as many in a build
 # that is not optimised.
@@ -34,6 +45,7 @@ endfunction()
 # suite(target label [SECONDS n]): all tests of a GoogleTest program in one process, which takes a
 # fraction of the time of a process each.
 function(suite target label)
+  target_precompile_headers(${target} REUSE_FROM qaven-precompiled)
   measured_test(NAME ${label} ${ARGN} COMMAND ${target})
   set_tests_properties(${label} PROPERTIES LABELS ${label} TIMEOUT 300)
 endfunction()
