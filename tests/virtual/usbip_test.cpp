@@ -766,38 +766,40 @@ TEST_F(OverTheNetwork, NoneOfManyRepliesIsForgotten) {
 class HandOnTheDesk : public testing::Test {
   protected:
     HandOnTheDesk() {
-        server_.add(*desk_.reader());
+        server_.add(*devices_.reader());
         server_.plug_all();
     }
 
-    std::string last(std::string_view line) { return hand_.obey(line).back(); }
+    std::string last(std::string_view line) { return commands_.execute(line).back(); }
 
-    Desk desk_{Options{},
-               {.card = [](const fs::path&) { return std::make_unique<EchoCard>(); },
-                .save = nullptr,
-                .idcard = nullptr}};
+    DeviceSet devices_{Options{},
+                       {.card = [](const fs::path&) { return std::make_unique<EchoCard>(); },
+                        .save = nullptr,
+                        .idcard = nullptr}};
     UsbipServer server_{{}};
-    Hand hand_{server_, desk_, 2};
+    ControlCommands commands_{server_, devices_, 2};
 };
 
 TEST_F(HandOnTheDesk, PullsTheReaderOutAndPlugsItIn) {
     EXPECT_EQ(last("unplug"), "ok");
     EXPECT_EQ(last("unplug"), "error: 1-1 is not plugged in");
     EXPECT_EQ(last("fault after=0:stall"), "error: 1-1 is not plugged in");
-    EXPECT_EQ(hand_.obey("status"), (std::vector<std::string>{"1-1 2F7A:4417 unplugged", "ok"}));
+    EXPECT_EQ(commands_.execute("status"),
+              (std::vector<std::string>{"1-1 2F7A:4417 unplugged", "ok"}));
     EXPECT_EQ(last("plug 1-1"), "ok");
     EXPECT_EQ(last("plug"), "error: 1-1 is plugged in already");
-    EXPECT_EQ(hand_.obey("status"), (std::vector<std::string>{"1-1 2F7A:4417 on offer", "ok"}));
+    EXPECT_EQ(commands_.execute("status"),
+              (std::vector<std::string>{"1-1 2F7A:4417 on offer", "ok"}));
     EXPECT_EQ(last("plug 1-9"), "error: there is no device 1-9");
 }
 
 TEST_F(HandOnTheDesk, TakesTheCardOutAndPutsItIn) {
-    EXPECT_TRUE(desk_.reader()->card_present(2));
+    EXPECT_TRUE(devices_.reader()->card_present(2));
     EXPECT_EQ(last("card out"), "ok");
-    EXPECT_FALSE(desk_.reader()->card_present(2));
+    EXPECT_FALSE(devices_.reader()->card_present(2));
     EXPECT_EQ(last("card out"), "error: the card is out already");
     EXPECT_EQ(last("  card   in "), "ok");
-    EXPECT_TRUE(desk_.reader()->card_present(2));
+    EXPECT_TRUE(devices_.reader()->card_present(2));
     EXPECT_EQ(last("card in"), "error: the card is in already");
 }
 
@@ -810,9 +812,9 @@ TEST_F(HandOnTheDesk, ExplainsWhatItUnderstands) {
     for (const auto* const line : {"", "card", "card up", "plug 1-1 1-2", "quit now", "dance"}) {
         EXPECT_EQ(last(line).substr(0, 21), "error: the lines are:") << line;
     }
-    EXPECT_FALSE(hand_.quitting());
+    EXPECT_FALSE(commands_.quitting());
     EXPECT_EQ(last("quit"), "ok");
-    EXPECT_TRUE(hand_.quitting());
+    EXPECT_TRUE(commands_.quitting());
 }
 
 // The vhci-hcd module as its files show it, in a folder.

@@ -182,7 +182,7 @@ int print_help() {
     return EXIT_SUCCESS;
 }
 
-int run(const Options& options, const Makers& makers) {
+int run(const Options& options, const DeviceFactory& factory) {
     if (dlopen(preload_library, RTLD_LAZY | RTLD_NOLOAD) == nullptr) {
         throw std::runtime_error(std::string(preload_library) + " could not be loaded");
     }
@@ -192,14 +192,14 @@ int run(const Options& options, const Makers& makers) {
     prctl(PR_SET_TIMERSLACK, 1);
     unsetenv(marker);
 
-    Desk desk(options, makers);
+    DeviceSet devices(options, factory);
     std::optional<MockedUsbfs> usbfs;
     {
         const ShortTemporaryFolder short_folder;
         usbfs.emplace();
     }
     PlugSettings plain;
-    plain.capture = desk.capture();
+    plain.capture = devices.capture();
     PlugSettings settings = plain;
     settings.driver = options.driver;
     settings.held = options.held;
@@ -207,23 +207,23 @@ int run(const Options& options, const Makers& makers) {
     settings.faults = options.faults;
     settings.replug_after = options.replug_after;
     // libusb lists the device that came last first; that is to be the reader with the card.
-    if (desk.second_reader() != nullptr) {
-        usbfs->plug(*desk.second_reader(), plain);
+    if (devices.second_reader() != nullptr) {
+        usbfs->plug(*devices.second_reader(), plain);
     }
-    if (desk.reader() != nullptr) {
-        usbfs->plug(*desk.reader(), settings);
+    if (devices.reader() != nullptr) {
+        usbfs->plug(*devices.reader(), settings);
     }
-    if (desk.idcard_reader() != nullptr) {
-        usbfs->plug(*desk.idcard_reader(), plain);
+    if (devices.idcard_reader() != nullptr) {
+        usbfs->plug(*devices.idcard_reader(), plain);
     }
     const int status = run_command(options.command, signals);
-    desk.save();
+    devices.save();
     return status;
 }
 
 } // namespace
 
-int launch(int argc, char** argv, const Makers& makers) {
+int launch(int argc, char** argv, const DeviceFactory& factory) {
     try {
         const Options options =
             parse_options(std::span<const char* const>(argv, static_cast<std::size_t>(argc))
@@ -232,12 +232,12 @@ int launch(int argc, char** argv, const Makers& makers) {
             return print_help();
         }
         if (options.usbip) {
-            return serve_usbip(options, makers);
+            return serve_usbip(options, factory);
         }
         if (environment(marker).empty()) {
             start_again_under_preload(argv);
         }
-        return run(options, makers);
+        return run(options, factory);
     } catch (const UsageError& error) {
         std::fprintf(stderr,
                      "qaven-virtual-reader: %s\n"

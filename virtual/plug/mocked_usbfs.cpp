@@ -50,7 +50,7 @@ class MockedUsbfs::Hub {
 
   private:
     // A port of the hub, and the device that belongs there.
-    struct Place {
+    struct PortSlot {
         Hub* hub = nullptr;
         virtual_usb::Device* device = nullptr;
         PlugSettings settings;
@@ -61,12 +61,12 @@ class MockedUsbfs::Hub {
     // What a handler of one node is connected with.
     struct Connection {
         Hub* hub = nullptr;
-        Place* place = nullptr;
+        PortSlot* slot = nullptr;
         std::shared_ptr<UsbfsNode> node;
         std::map<UMockdevIoctlClient*, ClientId> ids;
     };
     // What tells that a client's file was closed.
-    struct Farewell {
+    struct DisconnectContext {
         Connection* connection = nullptr;
         UMockdevIoctlClient* client = nullptr;
     };
@@ -77,10 +77,10 @@ class MockedUsbfs::Hub {
                              gpointer data);
     static void on_closed(gpointer data, GObject* client);
 
-    void insert(Place& place);
-    void insert_again(Place& place);
+    void insert(PortSlot& slot);
+    void insert_again(PortSlot& slot);
     void announce(const std::string& sysfs_path, const char* action);
-    void pull(Place& place);
+    void pull(PortSlot& slot);
     void serve();
     std::optional<TimePoint> advance(TimePoint now, std::vector<ClientRef>& released);
 
@@ -91,7 +91,7 @@ class MockedUsbfs::Hub {
     std::condition_variable changed_;
     bool ending_ = false;
     unsigned last_number_ = 1;
-    std::list<Place> places_;
+    std::list<PortSlot> slots_;
     std::list<Connection> connections_;
     Ref<UMockdevTestbed> testbed_; // falls before the connections that its clients refer to
     std::vector<Ref<UMockdevIoctlBase>> handlers_;
@@ -121,19 +121,19 @@ MockedUsbfs::Hub::~Hub() {
 }
 
 void MockedUsbfs::Hub::plug(virtual_usb::Device& device, const PlugSettings& settings) {
-    Place* place = nullptr;
+    PortSlot* slot = nullptr;
     {
         const std::lock_guard lock(mutex_);
-        place = &places_.emplace_back();
-        place->hub = this;
-        place->device = &device;
-        place->settings = settings;
-        place->sysfs_path = port_path(places_.size());
+        slot = &slots_.emplace_back();
+        slot->hub = this;
+        slot->device = &device;
+        slot->settings = settings;
+        slot->sysfs_path = port_path(slots_.size());
     }
-    insert(*place);
+    insert(*slot);
 }
 
-void MockedUsbfs::Hub::insert(Place& place) {
+void MockedUsbfs::Hub::insert(PortSlot& slot) {
     Connection* connection = nullptr;
     std::string node_name;
     auto handler = Ref<UMockdevIoctlBase>::adopt(umockdev_ioctl_base_new());
@@ -144,12 +144,12 @@ void MockedUsbfs::Hub::insert(Place& place) {
         const std::string path = root_ + node_name;
         g_mkdir_with_parents(path.substr(0, path.rfind('/')).c_str(),
                              S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH);
-        place.node = std::make_shared<UsbfsNode>(*place.device, place.settings, number, path);
-        place.settings.faults.clear(); // they happen once, not again after a replug
+        slot.node = std::make_shared<UsbfsNode>(*slot.device, slot.settings, number, path);
+        slot.settings.faults.clear(); // they happen once, not again after a replug
         connection = &connections_.emplace_back();
         connection->hub = this;
-        connection->place = &place;
-        connection->node = place.node;
+        connection->slot = &slot;
+        connection->node = slot.node;
     }
     g_signal_connect(handler.get(), "handle-ioctl", G_CALLBACK(&Hub::on_ioctl), connection);
     g_signal_connect(handler.get(), "client-connected", G_CALLBACK(&Hub::on_connected), connection);
@@ -159,13 +159,13 @@ void MockedUsbfs::Hub::insert(Place& place) {
         fail("cannot attach to " + node_name, error);
     }
     const std::string description =
-        sysfs_description(place.sysfs_path, place.node->number(), *place.device);
+        sysfs_description(slot.sysfs_path, slot.node->number(), *slot.device);
     const std::lock_guard lock(testbed_mutex_);
     handlers_.push_back(std::move(handler));
     if (umockdev_testbed_add_from_string(testbed_.get(), description.c_str(), &error) == FALSE) {
-        fail("cannot add " + place.sysfs_path, error);
+        fail("cannot add " + slot.sysfs_path, error);
     }
-    announce(place.sysfs_path, "add");
+    announce(slot.sysfs_path, "add");
 }
 
 // For programs that are running already. Each event is a chance to meet one that is just ending,
@@ -175,17 +175,17 @@ void MockedUsbfs::Hub::announce(const std::string& sysfs_path, const char* actio
 }
 
 // Called right when the device has left its port: the host must not find it in sysfs any more.
-void MockedUsbfs::Hub::pull(Place& place) {
+void MockedUsbfs::Hub::pull(PortSlot& slot) {
     {
         const std::lock_guard lock(testbed_mutex_);
-        for (const auto& path : interface_paths(place.sysfs_path, *place.device)) {
+        for (const auto& path : interface_paths(slot.sysfs_path, *slot.device)) {
             umockdev_testbed_remove_device(testbed_.get(), ("/sys" + path).c_str());
         }
-        announce(place.sysfs_path, "remove");
-        umockdev_testbed_remove_device(testbed_.get(), ("/sys" + place.sysfs_path).c_str());
+        announce(slot.sysfs_path, "remove");
+        umockdev_testbed_remove_device(testbed_.get(), ("/sys" + slot.sysfs_path).c_str());
     }
-    if (place.settings.replug_after) {
-        place.replug_at = Clock::now() + *place.settings.replug_after;
+    if (slot.settings.replug_after) {
+        slot.replug_at = Clock::now() + *slot.settings.replug_after;
     }
 }
 
@@ -201,10 +201,10 @@ gboolean MockedUsbfs::Hub::on_ioctl(UMockdevIoctlBase* /*handler*/, UMockdevIoct
         const bool was_plugged = node.plugged();
         node.handle(connection.ids[client], client);
         if (was_plugged && !node.plugged()) {
-            hub.pull(*connection.place);
+            hub.pull(*connection.slot);
         }
         released = node.take_released();
-        time_matters = node.wake() || connection.place->replug_at;
+        time_matters = node.wake() || connection.slot->replug_at;
     }
     if (time_matters) {
         hub.changed_.notify_all();
@@ -219,25 +219,25 @@ void MockedUsbfs::Hub::on_connected(UMockdevIoctlBase* /*handler*/, UMockdevIoct
         const std::lock_guard lock(connection.hub->mutex_);
         connection.ids[client] = connection.node->add_client();
     }
-    auto farewell = std::make_unique<Farewell>();
-    farewell->connection = &connection;
-    farewell->client = client;
-    g_object_weak_ref(G_OBJECT(client), &Hub::on_closed, farewell.release());
+    auto context = std::make_unique<DisconnectContext>();
+    context->connection = &connection;
+    context->client = client;
+    g_object_weak_ref(G_OBJECT(client), &Hub::on_closed, context.release());
 }
 
 void MockedUsbfs::Hub::on_closed(gpointer data, GObject* /*client*/) {
-    const std::unique_ptr<Farewell> farewell(static_cast<Farewell*>(data));
-    Connection& connection = *farewell->connection;
+    const std::unique_ptr<DisconnectContext> context(static_cast<DisconnectContext*>(data));
+    Connection& connection = *context->connection;
     std::vector<ClientRef> released;
     const std::lock_guard lock(connection.hub->mutex_);
-    const auto id = connection.ids.extract(farewell->client);
+    const auto id = connection.ids.extract(context->client);
     connection.node->remove_client(id.mapped());
     released = connection.node->take_released();
 }
 
-void MockedUsbfs::Hub::insert_again(Place& place) {
+void MockedUsbfs::Hub::insert_again(PortSlot& slot) {
     try {
-        insert(place);
+        insert(slot);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "the device does not come back: %s\n", error.what());
     }
@@ -248,10 +248,10 @@ void MockedUsbfs::Hub::serve() {
     std::unique_lock lock(mutex_);
     while (!ending_) {
         const TimePoint now = Clock::now();
-        const auto due = std::find_if(places_.begin(), places_.end(), [now](const Place& place) {
-            return place.replug_at && *place.replug_at <= now;
+        const auto due = std::find_if(slots_.begin(), slots_.end(), [now](const PortSlot& slot) {
+            return slot.replug_at && *slot.replug_at <= now;
         });
-        if (due != places_.end()) {
+        if (due != slots_.end()) {
             due->replug_at.reset();
             lock.unlock();
             insert_again(*due);
@@ -276,13 +276,13 @@ void MockedUsbfs::Hub::serve() {
 std::optional<TimePoint> MockedUsbfs::Hub::advance(TimePoint now,
                                                    std::vector<ClientRef>& released) {
     std::optional<TimePoint> next;
-    for (auto& place : places_) {
-        if (!place.node) {
+    for (auto& slot : slots_) {
+        if (!slot.node) {
             continue;
         }
-        place.node->advance(now);
-        std::ranges::move(place.node->take_released(), std::back_inserter(released));
-        for (const auto& when : {place.node->wake(), place.replug_at}) {
+        slot.node->advance(now);
+        std::ranges::move(slot.node->take_released(), std::back_inserter(released));
+        for (const auto& when : {slot.node->wake(), slot.replug_at}) {
             if (when && (!next || *when < *next)) {
                 next = when;
             }

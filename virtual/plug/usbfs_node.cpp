@@ -22,9 +22,9 @@ using virtual_usb::Urb;
 // Holds what another program holds; open files count up from 1.
 constexpr ClientId foreign_client = 0;
 
-constexpr std::chrono::milliseconds patience_with_closing{100};
+constexpr std::chrono::milliseconds release_grace{100};
 
-void give(UMockdevIoctlClient* client, long result) {
+void complete_ioctl(UMockdevIoctlClient* client, long result) {
     if (result < 0) {
         umockdev_ioctl_client_complete(client, -1, static_cast<gint>(-result));
     } else {
@@ -42,7 +42,7 @@ std::unique_ptr<virtual_usb::Capture> make_capture(const PlugSettings& settings,
 }
 
 // The interface that has to be claimed for a control transfer, if any.
-std::optional<std::uint8_t> interface_asked(const virtual_usb::Setup& setup) {
+std::optional<std::uint8_t> required_interface(const virtual_usb::Setup& setup) {
     const bool vendor = (setup.request_type & USB_TYPE_MASK) == USB_TYPE_VENDOR;
     if (vendor || (setup.request_type & USB_RECIP_MASK) != USB_RECIP_INTERFACE) {
         return std::nullopt;
@@ -92,7 +92,7 @@ std::optional<Urb> to_urb(const usbdevfs_urb& raw, std::span<const std::uint8_t>
 
 UsbfsNode::UsbfsNode(virtual_usb::Device& device, const PlugSettings& settings, unsigned number,
                      const std::string& path)
-    : gate_(path), capture_(make_capture(settings, number)),
+    : fifo_(path), capture_(make_capture(settings, number)),
       port_(device, capture_.get(), settings.faults), number_(number),
       last_client_(foreign_client) {
     for (const auto interface : port_.interfaces()) {
@@ -131,7 +131,7 @@ void UsbfsNode::remove_client(ClientId id) {
 
 void UsbfsNode::advance(TimePoint now) {
     port_.advance(now);
-    settle();
+    deliver_completions();
 }
 
 std::optional<TimePoint> UsbfsNode::wake() const {
@@ -150,7 +150,7 @@ void UsbfsNode::handle(ClientId id, UMockdevIoctlClient* client) {
     const auto result = answer(id, client, umockdev_ioctl_client_get_arg(client), request);
     advance(Clock::now());
     if (result) {
-        give(client, *result);
+        complete_ioctl(client, *result);
     }
 }
 
@@ -199,7 +199,7 @@ std::optional<long> UsbfsNode::claim(ClientId id, UMockdevIoctlClient* client,
     waiting_claims_.push_back({.client = id,
                                .interface = interface,
                                .waiting = ClientRef::share(client),
-                               .deadline = Clock::now() + patience_with_closing});
+                               .deadline = Clock::now() + release_grace});
     return std::nullopt;
 }
 
@@ -367,7 +367,7 @@ long UsbfsNode::submit(ClientId id, UMockdevIoctlData* arg) {
     }
     std::optional<std::uint8_t> interface;
     if (urb->type == TransferType::control) {
-        interface = interface_asked(virtual_usb::parse_setup(urb->setup));
+        interface = required_interface(virtual_usb::parse_setup(urb->setup));
     } else {
         interface = port_.interface_of(urb->endpoint);
         if (!interface) {
@@ -420,8 +420,8 @@ bool UsbfsNode::reap(Client& client, UMockdevIoctlData* arg) {
     return true;
 }
 
-// Hands finished transfers to those who submitted them and sets the gate.
-void UsbfsNode::settle() {
+// Hands finished transfers to those who submitted them; the node is writable while there are any.
+void UsbfsNode::deliver_completions() {
     auto& finished = port_.completions();
     for (; !finished.empty(); finished.pop_front()) {
         auto submission = submissions_.extract(finished.front().urb.id);
@@ -443,11 +443,11 @@ void UsbfsNode::settle() {
         }
         something = something || !client.done.empty();
     }
-    gate_.set(something);
-    settle_claims();
+    fifo_.set_writable(something);
+    retry_claims();
 }
 
-void UsbfsNode::settle_claims() {
+void UsbfsNode::retry_claims() {
     auto all = std::exchange(waiting_claims_, {});
     for (auto& one : all) {
         const int result = claims_.claim(one.client, one.interface);
@@ -462,7 +462,7 @@ void UsbfsNode::settle_claims() {
 }
 
 void UsbfsNode::complete(ClientRef client, long result) {
-    give(client.get(), result);
+    complete_ioctl(client.get(), result);
     released_.push_back(std::move(client));
 }
 

@@ -1,10 +1,10 @@
 // One device in one port as usbfs shows it: claims, transfers and their collection, ioctl by ioctl.
 #pragma once
 
-#include "virtual/plug/gate.h"
 #include "virtual/plug/host_memory.h"
 #include "virtual/plug/interface_claims.h"
 #include "virtual/plug/mocked_usbfs.h"
+#include "virtual/plug/writable_fifo.h"
 #include "virtual/usb/capture.h"
 #include "virtual/usb/port.h"
 
@@ -80,11 +80,11 @@ class UsbfsNode {
     long driver_name(UMockdevIoctlData* arg);
     long driver_ioctl(UMockdevIoctlData* arg);
     long disconnect_and_claim(ClientId id, UMockdevIoctlData* arg);
-    void settle();
-    void settle_claims();
+    void deliver_completions();
+    void retry_claims();
     void complete(ClientRef client, long result);
 
-    Gate gate_;
+    WritableFifo fifo_;
     std::unique_ptr<virtual_usb::Capture> capture_;
     virtual_usb::Port port_;
     unsigned number_;

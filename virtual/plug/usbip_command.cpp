@@ -1,4 +1,4 @@
-// Waiting for hosts, lines and signals at once.
+// Waits for hosts, commands and signals at once.
 #include "virtual/plug/usbip_command.h"
 
 #include <netdb.h>
@@ -33,7 +33,7 @@ constexpr std::size_t longest_line = 4096;
 
 constexpr int waiting_hosts = 8;
 
-void say(const std::string& line) {
+void print_line(const std::string& line) {
     std::printf("%s\n", line.c_str());
     std::fflush(stdout);
 }
@@ -79,7 +79,7 @@ unsigned port_of(const Fd& listener) {
                      : reinterpret_cast<const sockaddr_in&>(address).sin_port);
 }
 
-void greet(UsbipServer& server, const Fd& listener) {
+void accept_host(UsbipServer& server, const Fd& listener) {
     Fd stream(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (stream) {
         // Replies are small and each one is waited for.
@@ -151,9 +151,9 @@ void wait(std::vector<pollfd>& events, std::optional<virtual_usb::TimePoint> unt
     }
 }
 
-void loop(UsbipServer& server, Hand& hand, const Fd& listener, const Fd& signals) {
+void loop(UsbipServer& server, ControlCommands& commands, const Fd& listener, const Fd& signals) {
     Lines lines;
-    while (!hand.quitting()) {
+    while (!commands.quitting()) {
         // A negative number is none to poll.
         std::vector<pollfd> events{
             {.fd = signals.get(), .events = POLLIN, .revents = 0},
@@ -166,11 +166,11 @@ void loop(UsbipServer& server, Hand& hand, const Fd& listener, const Fd& signals
         }
         if (events[1].revents != 0) {
             for (const auto& line : lines.read()) {
-                std::ranges::for_each(hand.obey(line), say);
+                std::ranges::for_each(commands.execute(line), print_line);
             }
         }
         if (events[2].revents != 0) {
-            greet(server, listener);
+            accept_host(server, listener);
         }
         server.serve(Clock::now());
     }
@@ -178,22 +178,22 @@ void loop(UsbipServer& server, Hand& hand, const Fd& listener, const Fd& signals
 
 } // namespace
 
-std::vector<std::string> Hand::obey(std::string_view line) {
+std::vector<std::string> ControlCommands::execute(std::string_view line) {
     std::istringstream text{std::string(line)};
     std::vector<std::string> words;
     for (std::string word; text >> word;) {
         words.push_back(word);
     }
     try {
-        auto said = carry_out(words);
-        said.emplace_back("ok");
-        return said;
+        auto output = dispatch(words);
+        output.emplace_back("ok");
+        return output;
     } catch (const std::exception& error) {
         return {std::string("error: ") + error.what()};
     }
 }
 
-std::vector<std::string> Hand::carry_out(const std::vector<std::string>& words) {
+std::vector<std::string> ControlCommands::dispatch(const std::vector<std::string>& words) {
     const std::string verb = words.empty() ? "" : words[0];
     const std::string what = words.size() > 1 ? words[1] : "";
     const std::string bus_id = words.size() > 1 ? words[1] : first_bus_id;
@@ -216,53 +216,54 @@ std::vector<std::string> Hand::carry_out(const std::vector<std::string>& words) 
     return {};
 }
 
-void Hand::move_card(bool in) {
-    if (desk_.card() == nullptr) {
+void ControlCommands::move_card(bool in) {
+    if (devices_.card() == nullptr) {
         throw std::runtime_error("there is no card");
     }
-    virtual_reader::Reader& reader = *desk_.reader();
+    virtual_reader::Reader& reader = *devices_.reader();
     if (reader.card_present(slot_) == in) {
         throw std::runtime_error(in ? "the card is in already" : "the card is out already");
     }
     if (in) {
-        reader.insert_card(slot_, *desk_.card());
+        reader.insert_card(slot_, *devices_.card());
     } else {
         reader.remove_card(slot_);
     }
 }
 
-int serve_usbip(const Options& options, const Makers& makers) {
+int serve_usbip(const Options& options, const DeviceFactory& factory) {
     // Transfers are answered by waking up; the default slack of 50 microseconds would come on top.
     prctl(PR_SET_TIMERSLACK, 1);
     const Fd signals = termination();
-    Desk desk(options, makers);
+    DeviceSet devices(options, factory);
     UsbipServer::Settings settings;
     if (options.attach) {
         settings.vhci.emplace();
     }
-    settings.capture = desk.capture();
+    settings.capture = devices.capture();
     settings.replug_after = options.replug_after;
     UsbipServer server(std::move(settings));
-    if (desk.reader() != nullptr) {
-        server.add(*desk.reader(), options.faults);
+    if (devices.reader() != nullptr) {
+        server.add(*devices.reader(), options.faults);
     }
-    if (desk.second_reader() != nullptr) {
-        server.add(*desk.second_reader());
+    if (devices.second_reader() != nullptr) {
+        server.add(*devices.second_reader());
     }
-    if (desk.idcard_reader() != nullptr) {
-        server.add(*desk.idcard_reader());
+    if (devices.idcard_reader() != nullptr) {
+        server.add(*devices.idcard_reader());
     }
     server.plug_all();
 
     Fd listener;
     if (!options.attach) {
         listener = listen_at(options.listen);
-        say("listening at " + options.listen.host + " port " + std::to_string(port_of(listener)));
+        print_line("listening at " + options.listen.host + " port " +
+                   std::to_string(port_of(listener)));
     }
-    std::ranges::for_each(server.status(), say);
-    Hand hand(server, desk, options.slot);
-    loop(server, hand, listener, signals);
-    desk.save();
+    std::ranges::for_each(server.status(), print_line);
+    ControlCommands commands(server, devices, options.slot);
+    loop(server, commands, listener, signals);
+    devices.save();
     return EXIT_SUCCESS;
 }
 

@@ -1,8 +1,8 @@
-// qaven-virtual-reader usbip: the loop around the server, and the lines by which a tester or a
-// script moves readers and cards.
+// qaven-virtual-reader usbip: the loop around the server, and the commands on standard input that
+// plug and unplug readers and insert and remove cards.
 #pragma once
 
-#include "virtual/plug/desk.h"
+#include "virtual/plug/device_set.h"
 #include "virtual/plug/options.h"
 #include "virtual/plug/usbip_server.h"
 
@@ -13,26 +13,25 @@
 namespace qaven::virtual_plug {
 
 // Serves until a signal or the line "quit" ends it. Returns the exit status.
-int serve_usbip(const Options& options, const Makers& makers);
+int serve_usbip(const Options& options, const DeviceFactory& factory);
 
-// The hand that moves things.
-class Hand {
+// The commands on standard input.
+class ControlCommands {
   public:
-    Hand(UsbipServer& server, Desk& desk, unsigned slot)
-        : server_(server), desk_(desk), slot_(slot) {}
+    ControlCommands(UsbipServer& server, DeviceSet& devices, unsigned slot)
+        : server_(server), devices_(devices), slot_(slot) {}
 
-    // Carries out one line; returns what there is to say: information first, "ok" or "error: ..."
-    // last.
-    [[nodiscard]] std::vector<std::string> obey(std::string_view line);
+    // Executes one line. Returns the lines to print: information first, "ok" or "error: ..." last.
+    [[nodiscard]] std::vector<std::string> execute(std::string_view line);
 
     [[nodiscard]] bool quitting() const { return quitting_; }
 
   private:
-    [[nodiscard]] std::vector<std::string> carry_out(const std::vector<std::string>& words);
+    [[nodiscard]] std::vector<std::string> dispatch(const std::vector<std::string>& words);
     void move_card(bool in);
 
     UsbipServer& server_;
-    Desk& desk_;
+    DeviceSet& devices_;
     unsigned slot_; // of the card
     bool quitting_ = false;
 };

@@ -30,32 +30,32 @@ constexpr std::size_t most_connections = 64;
 UsbipServer::UsbipServer(Settings settings) : settings_(std::move(settings)) {}
 
 void UsbipServer::add(virtual_usb::Device& device, std::vector<virtual_usb::Fault> faults) {
-    Place& place = places_.emplace_back();
-    place.bus_id = std::to_string(bus) + '-' + std::to_string(places_.size());
-    place.number = first_number + static_cast<unsigned>(places_.size()) - 1;
-    place.device = &device;
-    place.faults = std::move(faults);
+    PortSlot& slot = slots_.emplace_back();
+    slot.bus_id = std::to_string(bus) + '-' + std::to_string(slots_.size());
+    slot.number = first_number + static_cast<unsigned>(slots_.size()) - 1;
+    slot.device = &device;
+    slot.faults = std::move(faults);
 }
 
 void UsbipServer::plug_all() {
-    std::for_each(places_.rbegin(), places_.rend(), [this](Place& place) { plug(place); });
+    std::for_each(slots_.rbegin(), slots_.rend(), [this](PortSlot& slot) { plug(slot); });
 }
 
-UsbipServer::Place& UsbipServer::find(const std::string& bus_id) {
-    const auto found = std::ranges::find(places_, bus_id, &Place::bus_id);
-    if (found == places_.end()) {
+UsbipServer::PortSlot& UsbipServer::find(const std::string& bus_id) {
+    const auto found = std::ranges::find(slots_, bus_id, &PortSlot::bus_id);
+    if (found == slots_.end()) {
         throw std::runtime_error("there is no device " + bus_id);
     }
     return *found;
 }
 
-UsbipServer::Place* UsbipServer::find_plugged(const std::string& bus_id) {
-    const auto found = std::ranges::find(places_, bus_id, &Place::bus_id);
-    return found != places_.end() && found->port ? &*found : nullptr;
+UsbipServer::PortSlot* UsbipServer::find_plugged(const std::string& bus_id) {
+    const auto found = std::ranges::find(slots_, bus_id, &PortSlot::bus_id);
+    return found != slots_.end() && found->port ? &*found : nullptr;
 }
 
-usbip::Offer UsbipServer::offer(const Place& place) {
-    return {.bus_id = place.bus_id, .bus = bus, .number = place.number, .device = place.device};
+usbip::Offer UsbipServer::offer(const PortSlot& slot) {
+    return {.bus_id = slot.bus_id, .bus = bus, .number = slot.number, .device = slot.device};
 }
 
 void UsbipServer::accept(Fd stream) {
@@ -65,95 +65,95 @@ void UsbipServer::accept(Fd stream) {
 }
 
 void UsbipServer::plug(const std::string& bus_id) {
-    Place& place = find(bus_id);
-    if (place.port) {
+    PortSlot& slot = find(bus_id);
+    if (slot.port) {
         throw std::runtime_error(bus_id + " is plugged in already");
     }
-    plug(place);
+    plug(slot);
 }
 
-void UsbipServer::plug(Place& place) {
+void UsbipServer::plug(PortSlot& slot) {
     std::optional<Vhci::Attachment> attachment;
     if (settings_.vhci) {
         attachment =
-            settings_.vhci->attach(usbip::device_id(bus, place.number), place.device->speed());
+            settings_.vhci->attach(usbip::device_id(bus, slot.number), slot.device->speed());
     }
-    place.replug_at.reset();
+    slot.replug_at.reset();
     if (settings_.capture != nullptr) {
-        place.capture = std::make_unique<virtual_usb::Capture>(
+        slot.capture = std::make_unique<virtual_usb::Capture>(
             *settings_.capture, static_cast<std::uint16_t>(bus),
-            static_cast<std::uint8_t>(place.number));
+            static_cast<std::uint8_t>(slot.number));
     }
     // Faults happen once, not again after a replug.
-    place.port = std::make_unique<virtual_usb::Port>(*place.device, place.capture.get(),
-                                                     std::exchange(place.faults, {}));
+    slot.port = std::make_unique<virtual_usb::Port>(*slot.device, slot.capture.get(),
+                                                    std::exchange(slot.faults, {}));
     if (attachment) {
-        place.vhci_port = attachment->port;
+        slot.vhci_port = attachment->port;
         Connection& connection = connections_.emplace_back();
         connection.stream = std::move(attachment->stream);
-        import(connection, place);
+        import(connection, slot);
     }
 }
 
-void UsbipServer::import(Connection& connection, Place& place) {
-    place.port->reset();
-    place.imported = true;
-    connection.place = &place;
-    connection.link = std::make_unique<UsbipLink>(*place.port, usbip::device_id(bus, place.number));
+void UsbipServer::import(Connection& connection, PortSlot& slot) {
+    slot.port->reset();
+    slot.imported = true;
+    connection.slot = &slot;
+    connection.link = std::make_unique<UsbipLink>(*slot.port, usbip::device_id(bus, slot.number));
 }
 
 void UsbipServer::unplug(const std::string& bus_id) {
-    Place& place = find(bus_id);
-    if (!place.port) {
+    PortSlot& slot = find(bus_id);
+    if (!slot.port) {
         throw std::runtime_error(bus_id + " is not plugged in");
     }
-    pull(place);
+    pull(slot);
 }
 
 void UsbipServer::add_fault(const std::string& bus_id, const virtual_usb::Fault& fault) {
-    Place& place = find(bus_id);
-    if (!place.port) {
+    PortSlot& slot = find(bus_id);
+    if (!slot.port) {
         throw std::runtime_error(bus_id + " is not plugged in");
     }
-    place.port->add_fault(fault);
+    slot.port->add_fault(fault);
 }
 
 // The host learns of it from the end of the connection.
-void UsbipServer::pull(Place& place) {
-    place.port->unplug();
+void UsbipServer::pull(PortSlot& slot) {
+    slot.port->unplug();
     for (auto& connection : connections_) {
-        if (connection.place == &place) {
+        if (connection.slot == &slot) {
             connection.link.reset();
             shutdown(connection.stream.get(), SHUT_RDWR);
             connection.over = true;
-            connection.place = nullptr;
+            connection.slot = nullptr;
         }
     }
-    place.port.reset();
-    place.vhci_port.reset();
-    place.imported = false;
+    slot.port.reset();
+    slot.vhci_port.reset();
+    slot.imported = false;
 }
 
 // The host went away, or talks nonsense.
 void UsbipServer::end(Connection& connection) {
     connection.over = true;
-    Place* const place = std::exchange(connection.place, nullptr);
-    if (place == nullptr) {
+    PortSlot* const slot = std::exchange(connection.slot, nullptr);
+    if (slot == nullptr) {
         return;
     }
     connection.link.reset();
     if (settings_.vhci) {
-        pull(*place);
+        pull(*slot);
     } else {
-        place->port->reset();
-        place->imported = false;
+        slot->port->reset();
+        slot->imported = false;
     }
 }
 
 std::vector<std::string> UsbipServer::status() const {
     std::vector<std::string> lines;
-    for (const auto& place : places_) {
-        const auto descriptor = place.device->device_descriptor();
+    for (const auto& slot : slots_) {
+        const auto descriptor = slot.device->device_descriptor();
         const auto id = [&descriptor](std::size_t at) {
             constexpr std::size_t digits_and_end = 5;
             std::array<char, digits_and_end> text{};
@@ -162,14 +162,14 @@ std::vector<std::string> UsbipServer::status() const {
             return std::string(text.data());
         };
         std::string where = "unplugged";
-        if (place.vhci_port) {
-            where = "plugged into port " + std::to_string(*place.vhci_port) + " of vhci-hcd";
-        } else if (place.imported) {
+        if (slot.vhci_port) {
+            where = "plugged into port " + std::to_string(*slot.vhci_port) + " of vhci-hcd";
+        } else if (slot.imported) {
             where = "plugged in at a host";
-        } else if (place.port) {
+        } else if (slot.port) {
             where = "on offer";
         }
-        lines.push_back(place.bus_id + ' ' + id(8) + ':' + id(10) + ' ' + where);
+        lines.push_back(slot.bus_id + ' ' + id(8) + ':' + id(10) + ' ' + where);
     }
     return lines;
 }
@@ -189,9 +189,9 @@ void UsbipServer::add_to(std::vector<pollfd>& waiting) const {
 
 std::optional<TimePoint> UsbipServer::wake() const {
     std::optional<TimePoint> earliest;
-    for (const auto& place : places_) {
-        const auto port_wakes = place.port ? place.port->wake() : std::nullopt;
-        for (const auto& when : {port_wakes, place.replug_at}) {
+    for (const auto& slot : slots_) {
+        const auto port_wakes = slot.port ? slot.port->wake() : std::nullopt;
+        for (const auto& when : {port_wakes, slot.replug_at}) {
             if (when && (!earliest || *when < *earliest)) {
                 earliest = when;
             }
@@ -212,11 +212,11 @@ void UsbipServer::serve(TimePoint now) {
         if (!connection.over) {
             write(connection);
         }
-        Place* const place = connection.place;
-        if (place != nullptr && place->port && !place->port->plugged()) { // by a fault
-            pull(*place);
+        PortSlot* const slot = connection.slot;
+        if (slot != nullptr && slot->port && !slot->port->plugged()) { // by a fault
+            pull(*slot);
             if (settings_.replug_after) {
-                place->replug_at = now + *settings_.replug_after;
+                slot->replug_at = now + *settings_.replug_after;
             }
         }
     }
@@ -224,11 +224,11 @@ void UsbipServer::serve(TimePoint now) {
 }
 
 void UsbipServer::replug(TimePoint now) {
-    for (auto& place : places_) {
-        if (place.replug_at && *place.replug_at <= now) {
-            place.replug_at.reset();
+    for (auto& slot : slots_) {
+        if (slot.replug_at && *slot.replug_at <= now) {
+            slot.replug_at.reset();
             try {
-                plug(place);
+                plug(slot);
             } catch (const std::runtime_error& error) {
                 std::fprintf(stderr, "the device does not come back: %s\n", error.what());
             }
@@ -293,9 +293,9 @@ void UsbipServer::answer_questions(Connection& connection) {
 
 void UsbipServer::answer_list(Connection& connection) const {
     std::vector<usbip::Offer> offers;
-    for (const auto& place : places_) {
-        if (place.port && !place.imported) {
-            offers.push_back(offer(place));
+    for (const auto& slot : slots_) {
+        if (slot.port && !slot.imported) {
+            offers.push_back(offer(slot));
         }
     }
     const auto reply = usbip::list_reply(offers);
@@ -303,15 +303,15 @@ void UsbipServer::answer_list(Connection& connection) const {
 }
 
 void UsbipServer::answer_import(Connection& connection, const std::string& bus_id) {
-    Place* const place = find_plugged(bus_id);
-    const bool busy = place != nullptr && place->imported;
+    PortSlot* const slot = find_plugged(bus_id);
+    const bool busy = slot != nullptr && slot->imported;
     virtual_usb::Bytes reply;
-    if (place == nullptr || busy) {
+    if (slot == nullptr || busy) {
         reply = usbip::import_refusal(busy ? usbip::Refusal::busy : usbip::Refusal::no_such_device);
         connection.ending = true;
     } else {
-        reply = usbip::import_reply(offer(*place));
-        import(connection, *place);
+        reply = usbip::import_reply(offer(*slot));
+        import(connection, *slot);
     }
     connection.outgoing.insert(connection.outgoing.end(), reply.begin(), reply.end());
 }

@@ -60,7 +60,7 @@ class UsbipServer {
 
   private:
     // A device with its cable.
-    struct Place {
+    struct PortSlot {
         std::string bus_id;
         unsigned number = 0;
         virtual_usb::Device* device = nullptr;
@@ -76,18 +76,18 @@ class UsbipServer {
         Fd stream;
         virtual_usb::Bytes incoming; // of a question
         virtual_usb::Bytes outgoing;
-        Place* place = nullptr;
+        PortSlot* slot = nullptr;
         std::unique_ptr<UsbipLink> link;
         bool ending = false; // once everything is sent
         bool over = false;
     };
 
-    [[nodiscard]] Place& find(const std::string& bus_id);
-    [[nodiscard]] Place* find_plugged(const std::string& bus_id);
-    [[nodiscard]] static usbip::Offer offer(const Place& place);
-    void plug(Place& place);
-    static void import(Connection& connection, Place& place);
-    void pull(Place& place);
+    [[nodiscard]] PortSlot& find(const std::string& bus_id);
+    [[nodiscard]] PortSlot* find_plugged(const std::string& bus_id);
+    [[nodiscard]] static usbip::Offer offer(const PortSlot& slot);
+    void plug(PortSlot& slot);
+    static void import(Connection& connection, PortSlot& slot);
+    void pull(PortSlot& slot);
     void replug(virtual_usb::TimePoint now);
     void read(Connection& connection, virtual_usb::TimePoint now);
     void answer_questions(Connection& connection);
@@ -97,7 +97,7 @@ class UsbipServer {
     void end(Connection& connection);
 
     Settings settings_;
-    std::list<Place> places_;
+    std::list<PortSlot> slots_;
     std::list<Connection> connections_;
 };
 

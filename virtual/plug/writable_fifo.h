@@ -11,18 +11,18 @@
 
 namespace qaven::virtual_plug {
 
-class Gate {
+class WritableFifo {
   public:
-    // Makes the FIFO, closed. Throws std::system_error.
-    explicit Gate(const std::string& path);
-    Gate(const Gate&) = delete;
-    Gate& operator=(const Gate&) = delete;
-    Gate(Gate&&) = delete;
-    Gate& operator=(Gate&&) = delete;
-    ~Gate();
+    // Makes the FIFO, not writable. Throws std::system_error.
+    explicit WritableFifo(const std::string& path);
+    WritableFifo(const WritableFifo&) = delete;
+    WritableFifo& operator=(const WritableFifo&) = delete;
+    WritableFifo(WritableFifo&&) = delete;
+    WritableFifo& operator=(WritableFifo&&) = delete;
+    ~WritableFifo();
 
     // Whether a poll finds the node writable.
-    void set(bool writable);
+    void set_writable(bool writable);
 
   private:
     int fd_ = -1;

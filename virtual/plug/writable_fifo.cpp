@@ -1,5 +1,5 @@
 // Filling and draining a FIFO.
-#include "virtual/plug/gate.h"
+#include "virtual/plug/writable_fifo.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -22,7 +22,7 @@ constexpr mode_t everybody_reads_and_writes = 0666;
 
 } // namespace
 
-Gate::Gate(const std::string& path) {
+WritableFifo::WritableFifo(const std::string& path) {
     if (mkfifo(path.c_str(), everybody_reads_and_writes) != 0) {
         fail(path);
     }
@@ -36,14 +36,14 @@ Gate::Gate(const std::string& path) {
         fail(path);
     }
     filling_.resize(static_cast<std::size_t>(size));
-    set(false);
+    set_writable(false);
 }
 
-Gate::~Gate() {
+WritableFifo::~WritableFifo() {
     ::close(fd_);
 }
 
-void Gate::set(bool writable) {
+void WritableFifo::set_writable(bool writable) {
     if (writable == writable_) {
         return;
     }

@@ -1,5 +1,5 @@
-// What the command line puts on the desk: readers with cards in them, and a capture of what goes
-// over their cables.
+// The devices that the command line asks for: readers with cards in them, and a capture of their
+// USB traffic.
 #pragma once
 
 #include "virtual/card/icc.h"
@@ -15,8 +15,8 @@
 
 namespace qaven::virtual_plug {
 
-// Where cards and further devices come from.
-struct Makers {
+// Makes the cards, and the devices other than the bank-card reader.
+struct DeviceFactory {
     std::function<std::unique_ptr<virtual_card::Icc>(const std::filesystem::path& profile)> card;
     // Writes a card that came from `card` as a profile.
     std::function<void(const virtual_card::Icc& card, const std::filesystem::path& profile)> save;
@@ -24,11 +24,11 @@ struct Makers {
     std::function<std::unique_ptr<virtual_usb::Device>(const std::string& kind)> idcard;
 };
 
-class Desk {
+class DeviceSet {
   public:
-    // Throws UsageError for an option that nobody can fulfil, std::runtime_error for a profile or a
+    // Throws UsageError for an option that cannot be met, std::runtime_error for a profile or a
     // capture file that cannot be opened.
-    Desk(const Options& options, const Makers& makers);
+    DeviceSet(const Options& options, const DeviceFactory& factory);
 
     // Null where the options want none.
     [[nodiscard]] virtual_reader::Reader* reader() { return reader_ ? &*reader_ : nullptr; }
