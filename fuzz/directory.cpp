@@ -1,7 +1,7 @@
 // Feeds FCIs and directory records to the selection of an application: the walk through the
 // card's directories, the selection by AID and the final selection.
 // Input: the steps (one chunk), then what a Wire in card mode takes.
-#include "engine/selection.h"
+#include "engine/card/selection.h"
 #include "support/demand.h"
 #include "support/guarded.h"
 #include "support/wire.h"

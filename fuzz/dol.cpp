@@ -1,8 +1,8 @@
 // Feeds a card's data object list and the data that answers it to the functions that read and fill
 // such lists. Input: tag, list, form of the data, data.
-#include "engine/dol.h"
+#include "engine/data/dol.h"
 
-#include "engine/tag_table.h"
+#include "engine/data/tag_table.h"
 #include "qaven/qaven.h"
 #include "support/demand.h"
 #include "support/guarded.h"

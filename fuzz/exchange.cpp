@@ -1,8 +1,8 @@
 // Feeds a card's responses - data, status words and the follow-ups they ask for - and a reader's
 // errors to the exchange and to every card command, in the order that the input says.
 // Input: the commands (one chunk), then what a Wire in card mode takes.
-#include "engine/apdu.h"
-#include "engine/commands.h"
+#include "engine/card/apdu.h"
+#include "engine/card/commands.h"
 #include "qaven/qaven.h"
 #include "support/demand.h"
 #include "support/guarded.h"

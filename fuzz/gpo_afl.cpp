@@ -1,9 +1,9 @@
 // Feeds FCIs, GET PROCESSING OPTIONS responses, AFLs and records to the reading of an application,
 // and converted transaction data to the terminal data store that answers the PDOL.
 // Input: the steps (one chunk), then what a Wire in card mode takes.
-#include "engine/reading.h"
-#include "engine/selection.h"
-#include "engine/terminal_data.h"
+#include "engine/card/reading.h"
+#include "engine/card/selection.h"
+#include "engine/data/terminal_data.h"
 #include "support/demand.h"
 #include "support/guarded.h"
 #include "support/wire.h"

@@ -1,7 +1,7 @@
 // Feeds log formats, log entries and log records to the reading of the transaction log and of the
 // load log, on a connection that is there and on one that they open themselves.
 // Input: the steps (one chunk), then what a Wire in card mode takes.
-#include "engine/transaction_log.h"
+#include "engine/operation/transaction_log.h"
 #include "qaven/qaven.h"
 #include "support/demand.h"
 #include "support/guarded.h"

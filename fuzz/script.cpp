@@ -1,9 +1,9 @@
 // Feeds issuer scripts and whole issuer responses to the functions that hand them to the card, over
 // a wire whose card answers as the input says. Input: calls (one chunk; each a kind and its texts
 // or bytes), then what a Wire in card mode takes.
-#include "engine/script.h"
+#include "engine/card/script.h"
 
-#include "engine/arpc.h"
+#include "engine/operation/arpc.h"
 #include "qaven/qaven.h"
 #include "support/demand.h"
 #include "support/guarded.h"

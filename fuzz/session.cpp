@@ -2,12 +2,12 @@
 // operations in any order, from the JSON entry points down to single commands, with outputs of
 // exactly their documented sizes.
 // Input: the mode and the calls (one chunk), then what a Wire takes, in card mode or raw.
-#include "engine/apdu.h"
-#include "engine/arpc.h"
-#include "engine/arqc.h"
-#include "engine/card_info.h"
-#include "engine/power_off.h"
-#include "engine/transaction_log.h"
+#include "engine/card/apdu.h"
+#include "engine/operation/arpc.h"
+#include "engine/operation/arqc.h"
+#include "engine/operation/card_info.h"
+#include "engine/operation/power_off.h"
+#include "engine/operation/transaction_log.h"
 #include "host/err.h"
 #include "host/lorim_pboc.h"
 #include "idcard/icc.h"

@@ -1,9 +1,9 @@
 // Feeds card data of any shape, a tag and a list of tags to the functions that find data objects
 // and take their values out; and data that keeps the rules of a zero-terminated list to their
 // unbounded forms. Input: tag, tag list, form, data.
-#include "engine/tlv.h"
+#include "engine/data/tlv.h"
 
-#include "engine/application_data.h"
+#include "engine/data/application_data.h"
 #include "qaven/qaven.h"
 #include "support/demand.h"
 #include "support/guarded.h"

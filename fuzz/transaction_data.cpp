@@ -1,10 +1,10 @@
 // Feeds a host's transaction data string to everything that walks, completes, normalises and
 // converts it, and to the terminal data store; and texts and bytes of any shape to the conversions.
 // Input: which of the two, a number, text or bytes.
-#include "engine/transaction_data.h"
+#include "engine/data/transaction_data.h"
 
-#include "engine/card_info.h"
-#include "engine/terminal_data.h"
+#include "engine/data/terminal_data.h"
+#include "engine/operation/card_info.h"
 #include "support/demand.h"
 #include "support/guarded.h"
 #include "support/input.h"

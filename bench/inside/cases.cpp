@@ -3,10 +3,10 @@
 
 #include "card.h"
 
-#include "engine/dol.h"
-#include "engine/terminal_data.h"
-#include "engine/tlv.h"
-#include "engine/transaction_data.h"
+#include "engine/data/dol.h"
+#include "engine/data/terminal_data.h"
+#include "engine/data/tlv.h"
+#include "engine/data/transaction_data.h"
 #include "support/hex.h"
 #include "support/utils.h"
 

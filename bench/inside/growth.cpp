@@ -1,6 +1,6 @@
 // How the time grows with the card's data.
 #include "card.h"
-#include "engine/tlv.h"
+#include "engine/data/tlv.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,7 +1,7 @@
 // JSON texts for the library's entry points.
 #include "card_work.h"
 
-#include "engine/apdu.h"
+#include "engine/card/apdu.h"
 #include "host.h"
 
 #include <nlohmann/json.hpp>

@@ -1,7 +1,7 @@
 // The bus of a fuzz input and the libusb functions on top of it.
 #include "support/wire.h"
 
-#include "engine/session.h"
+#include "engine/card/session.h"
 #include "idcard/icc.h"
 
 #include <unistd.h>

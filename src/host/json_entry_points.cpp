@@ -1,7 +1,7 @@
 // The JSON entry points and the driver lifecycle: JSON text in, one wrapper call or two, JSON text
 // out.
-#include "engine/card_info.h"
-#include "engine/session.h"
+#include "engine/card/session.h"
+#include "engine/operation/card_info.h"
 #include "host/err.h"
 #include "host/lorim_pboc.h"
 #include "host/report.h"

@@ -1,7 +1,7 @@
 // The string-parameter wrappers: each fills the positional texts of one card operation.
 #include "host/lorim_pboc.h"
 
-#include "engine/aid_list.h"
+#include "engine/operation/aid_list.h"
 #include "engine/pboccash.h"
 #include "host/err.h"
 #include "host/report.h"

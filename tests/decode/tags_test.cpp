@@ -1,7 +1,7 @@
 // The table of tags knows what the library knows.
 #include "decode/tags.h"
 
-#include "engine/tag_table.h"
+#include "engine/data/tag_table.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // The host's calls, and the letter-coded texts that come back.
 #include "host.h"
 
-#include "engine/apdu.h"
-#include "engine/transaction_log.h"
+#include "engine/card/apdu.h"
+#include "engine/operation/transaction_log.h"
 #include "host/lorim_pboc.h"
 
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 #include "at_the_counter.h"
 
 #include "console.h"
-#include "engine/power_off.h"
+#include "engine/operation/power_off.h"
 
 #include <array>
 

@@ -2,7 +2,7 @@
 #include "transaction.h"
 
 #include "../temporary_folder.h"
-#include "engine/session.h"
+#include "engine/card/session.h"
 #include "fixed_clock.h"
 #include "fuzz/support/guarded.h"
 #include "operations.h"

@@ -1,5 +1,5 @@
 // One command and its final response: follow-ups, status words, replies that are none.
-#include "engine/apdu.h"
+#include "engine/card/apdu.h"
 
 #include "card_test.h"
 #include "hex.h"

@@ -1,10 +1,10 @@
 // The issuer's answer: authentication, the second cryptogram, the script, the TC list.
-#include "engine/arpc.h"
+#include "engine/operation/arpc.h"
 
 #include "console.h"
-#include "engine/issuer_decision.h"
-#include "engine/session.h"
-#include "engine/terminal_data.h"
+#include "engine/card/session.h"
+#include "engine/data/terminal_data.h"
+#include "engine/operation/issuer_decision.h"
 #include "host_calls.h"
 #include "payment_card.h"
 

@@ -1,10 +1,10 @@
 // The ARQC step: field-55 data, field 60, what is missing and what is refused, trace lines.
-#include "engine/arqc.h"
+#include "engine/operation/arqc.h"
 
 #include "console.h"
-#include "engine/session.h"
-#include "engine/terminal_data.h"
-#include "engine/tlv_list.h"
+#include "engine/card/session.h"
+#include "engine/data/terminal_data.h"
+#include "engine/data/tlv_list.h"
 #include "hex.h"
 #include "host_calls.h"
 #include "payment_card.h"

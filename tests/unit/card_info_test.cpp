@@ -1,8 +1,8 @@
 // Reading card information: the letter-coded text, the application data text, failures, lines.
-#include "engine/card_info.h"
+#include "engine/operation/card_info.h"
 
 #include "console.h"
-#include "engine/session.h"
+#include "engine/card/session.h"
 #include "host_calls.h"
 #include "payment_card.h"
 

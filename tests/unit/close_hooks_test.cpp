@@ -1,6 +1,6 @@
 // Which ways out of the card operations call the close hooks. The hooks do nothing, but tools that
 // put functions of their own in their place rely on the calls.
-#include "engine/power_off.h"
+#include "engine/operation/power_off.h"
 #include "host_calls.h"
 #include "noted_operations.h"
 #include "payment_card.h"

@@ -1,5 +1,5 @@
 // Every card command as the card sees it, and what its function hands back.
-#include "engine/commands.h"
+#include "engine/card/commands.h"
 
 #include "card_test.h"
 #include "console.h"

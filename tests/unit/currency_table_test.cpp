@@ -1,5 +1,5 @@
 // The currency table, as a host reads it.
-#include "engine/currency_table.h"
+#include "engine/data/currency_table.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // Data object lists: the format table, reading a list, and the value string that answers it.
-#include "engine/dol.h"
+#include "engine/data/dol.h"
 
-#include "engine/tag_table.h"
-#include "engine/tlv.h"
+#include "engine/data/tag_table.h"
+#include "engine/data/tlv.h"
 #include "exact_buffer.h"
 #include "hex.h"
 

@@ -1,10 +1,10 @@
 // The positional calls of the card operations.
 #include "host_calls.h"
 
-#include "engine/arpc.h"
-#include "engine/arqc.h"
-#include "engine/card_info.h"
-#include "engine/transaction_log.h"
+#include "engine/operation/arpc.h"
+#include "engine/operation/arqc.h"
+#include "engine/operation/card_info.h"
+#include "engine/operation/transaction_log.h"
 
 #include <gtest/gtest.h>
 

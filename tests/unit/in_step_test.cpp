@@ -1,12 +1,12 @@
 // A disturbed connection: the answers that belong to earlier commands are dropped, and what cannot
 // be brought into step is given up.
-#include "engine/in_step.h"
+#include "engine/card/in_step.h"
 
 #include "card_test.h"
 #include "console.h"
-#include "engine/apdu.h"
-#include "engine/reading.h"
-#include "engine/session.h"
+#include "engine/card/apdu.h"
+#include "engine/card/reading.h"
+#include "engine/card/session.h"
 #include "support/operation.h"
 
 #include <gmock/gmock.h>

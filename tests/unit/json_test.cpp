@@ -2,7 +2,7 @@
 #include "qaven/qaven.h"
 
 #include "console.h"
-#include "engine/session.h"
+#include "engine/card/session.h"
 #include "host_calls.h"
 #include "payment_card.h"
 

@@ -1,8 +1,8 @@
 // A host's request to end a card session: nothing is left to do.
-#include "engine/power_off.h"
+#include "engine/operation/power_off.h"
 
 #include "console.h"
-#include "engine/session.h"
+#include "engine/card/session.h"
 #include "host_calls.h"
 #include "payment_card.h"
 

@@ -1,8 +1,8 @@
 // GET PROCESSING OPTIONS with the card's PDOL answered, and the records that its AFL names.
-#include "engine/reading.h"
+#include "engine/card/reading.h"
 
 #include "card_test.h"
-#include "engine/terminal_data.h"
+#include "engine/data/terminal_data.h"
 #include "exact_buffer.h"
 #include "fixed_clock.h"
 #include "hex.h"

@@ -1,5 +1,5 @@
 // Issuer scripts: which commands reach the card, in which form, and where a run ends.
-#include "engine/script.h"
+#include "engine/card/script.h"
 
 #include "card_test.h"
 #include "exact_buffer.h"

@@ -1,7 +1,7 @@
 // The reader's side of the slot protocol, and the script.
 #include "scripted_card.h"
 
-#include "engine/session.h"
+#include "engine/card/session.h"
 
 #include <gtest/gtest.h>
 

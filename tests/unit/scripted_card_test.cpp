@@ -2,8 +2,8 @@
 #include "scripted_card.h"
 
 #include "card_test.h"
-#include "engine/apdu.h"
-#include "engine/session.h"
+#include "engine/card/apdu.h"
+#include "engine/card/session.h"
 #include "usb/ccid.h"
 
 #include <gmock/gmock.h>

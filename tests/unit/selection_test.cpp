@@ -1,5 +1,5 @@
 // Choosing an application: the walk through a card's directory and the selection by AID.
-#include "engine/selection.h"
+#include "engine/card/selection.h"
 
 #include "card_test.h"
 #include "exact_buffer.h"

@@ -1,9 +1,9 @@
 // Who opens the reader, who keeps the connection, who ends it.
-#include "engine/session.h"
+#include "engine/card/session.h"
 
 #include "console.h"
-#include "engine/commands.h"
-#include "engine/power_off.h"
+#include "engine/card/commands.h"
+#include "engine/operation/power_off.h"
 #include "host_calls.h"
 #include "payment_card.h"
 

@@ -1,7 +1,7 @@
 // The terminal side of a transaction: what the cards' data object lists can ask for.
-#include "engine/terminal_data.h"
+#include "engine/data/terminal_data.h"
 
-#include "engine/transaction_data.h"
+#include "engine/data/transaction_data.h"
 #include "exact_buffer.h"
 #include "fixed_clock.h"
 #include "hex.h"

@@ -1,5 +1,5 @@
 // Finding data objects in card data, and the values behind their tags.
-#include "engine/tlv.h"
+#include "engine/data/tlv.h"
 
 #include "exact_buffer.h"
 #include "hex.h"

@@ -1,5 +1,5 @@
 // The host's description of a transaction: walked, completed, converted.
-#include "engine/transaction_data.h"
+#include "engine/data/transaction_data.h"
 
 #include "exact_buffer.h"
 #include "fixed_clock.h"

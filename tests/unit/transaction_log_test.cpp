@@ -1,8 +1,8 @@
 // The transaction log and the load log as texts.
-#include "engine/transaction_log.h"
+#include "engine/operation/transaction_log.h"
 
 #include "console.h"
-#include "engine/session.h"
+#include "engine/card/session.h"
 #include "host_calls.h"
 #include "payment_card.h"
 

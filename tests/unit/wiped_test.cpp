@@ -1,5 +1,5 @@
 // What the engine leaves in memory of a card's records, a cryptogram and a PIN.
-#include "engine/commands.h"
+#include "engine/card/commands.h"
 #include "host_calls.h"
 #include "memory_watch.h"
 #include "payment_card.h"

@@ -2,7 +2,7 @@
 #include "host/lorim_pboc.h"
 
 #include "console.h"
-#include "engine/session.h"
+#include "engine/card/session.h"
 #include "host_calls.h"
 #include "noted_operations.h"
 #include "payment_card.h"

@@ -1,7 +1,7 @@
 // Currencies and amounts.
 #include "amount.h"
 
-#include "engine/currency_table.h"
+#include "engine/data/currency_table.h"
 #include "exit_status.h"
 
 #include <algorithm>

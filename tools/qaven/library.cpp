@@ -2,7 +2,7 @@
 #include "library.h"
 
 #include "byte_characters.h"
-#include "engine/transaction_log.h"
+#include "engine/operation/transaction_log.h"
 #include "exit_status.h"
 #include "host/lorim_pboc.h"
 #include "qaven/qaven.h"

@@ -1,7 +1,7 @@
 // Amounts, currencies and countries.
 #include "decode/money.h"
 
-#include "engine/currency_table.h"
+#include "engine/data/currency_table.h"
 
 #include <algorithm>
 #include <array>

@@ -1,0 +1,258 @@
+// The process-wide reader object and the rules of its connection.
+#include "engine/card/session.h"
+
+#include "engine/card/in_step.h"
+#include "qaven/qaven.h"
+#include "support/diagnostics.h"
+#include "support/operation.h"
+#include "usb/link_state.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <span>
+#include <utility>
+
+namespace qaven::session {
+
+namespace {
+
+constexpr int kReaderVendor = 0x2F7A;
+constexpr int kReaderProduct = 0x4417;
+
+// The contact slot that a teller uses answers on interface 2; the other one on interface 1.
+constexpr std::array kSlotInterfaces{2, 1};
+
+constexpr int kPrintedStatusBytes = 10;
+
+// The only reader connection of the process: zero at load, never destroyed.
+constinit CCID ccid{};
+
+// What its transfers tell.
+link::State& connection() {
+    return link::of(&ccid);
+}
+
+// The last transfer found the reader unplugged. Its handle is still held, but nothing will ever be
+// answered through it.
+constinit bool reader_gone = false;
+
+// No command has been sent since the opening. What another host left, its own power-on and slot
+// status, can look like the answers to those of the opening; the first command tells.
+constinit bool only_opened = false;
+
+// A connection of this process ended disturbed: what it left in the reader may still come.
+constinit bool left_disturbed = false;
+
+// The operation in which the connection was given up: its further commands fail as if nobody
+// answered, until it opens anew.
+constinit std::optional<std::uint64_t> given_up_in;
+
+bool given_up() {
+    return given_up_in == operation::serial();
+}
+
+[[gnu::constructor]] void at_load() {
+    link::watch(&ccid);
+    pthread_atfork(nullptr, nullptr, forget);
+}
+
+void close() {
+    left_disturbed = left_disturbed || (live() && connection().disturbed);
+    ccid.close();
+}
+
+// Closes the reader without another word to it.
+void give_up() {
+    if (ccid.handle != nullptr) {
+        close();
+    }
+    given_up_in = operation::serial();
+}
+
+// What the reader said to power-on and to the question for the slot's state.
+struct Welcome {
+    bool holds_card;
+    bool proves_older_answer;
+};
+
+Welcome welcome() {
+    const std::span<unsigned char, CCID::kPacketSize> atr(ccid.atr, CCID::kPacketSize);
+    std::ranges::fill(atr, static_cast<unsigned char>(0));
+    const auto power_on = static_cast<unsigned char>(ccid.seq);
+    ccid.poweron();
+
+    std::array<unsigned char, CCID::kPacketSize> status{};
+    const auto question = static_cast<unsigned char>(ccid.seq);
+    ccid.GetSlotStatus(status.data());
+    for (const unsigned char byte : std::span(status).first(kPrintedStatusBytes)) {
+        diagnostics::text("%02x ", byte);
+    }
+    diagnostics::text("\n");
+    return {
+        status[CCID::kStatusByte] != CCID::kNoCardPresent,
+        in_step::proves_older_answer(atr.first<CCID::kHeaderSize>(), CCID::kDataBlock, power_on) ||
+            in_step::proves_older_answer(std::span(status).first<CCID::kHeaderSize>(),
+                                         CCID::kSlotStatus, question)};
+}
+
+void open(int interface) {
+    ccid.open(kReaderVendor, kReaderProduct, interface);
+    reader_gone = false;
+    only_opened = true;
+}
+
+// Gets in step and asks anew, as if the reader had just been opened. Empty when older answers still
+// come.
+std::optional<Welcome> welcome_in_step() {
+    if (in_step::reach(ccid).failure != 0) {
+        return std::nullopt;
+    }
+    const Welcome anew = welcome();
+    return anew.proves_older_answer ? std::nullopt : std::optional(anew);
+}
+
+// Opens one slot and powers its card; true when the slot holds one. A reader that cannot be brought
+// into step is reset once, then given up. It counts as one with a card: the first command finds
+// out.
+bool open_slot(int interface, bool out_of_step) {
+    open(interface);
+    Welcome first = welcome();
+    if (!live() || !(out_of_step || first.proves_older_answer)) {
+        return first.holds_card;
+    }
+    if (const auto anew = welcome_in_step()) {
+        return anew->holds_card;
+    }
+    ccid.reset();
+    open(interface);
+    first = welcome();
+    if (!live() || !first.proves_older_answer) {
+        return first.holds_card;
+    }
+    if (const auto anew = welcome_in_step()) {
+        return anew->holds_card;
+    }
+    give_up();
+    return true;
+}
+
+// Before anything is sent on a connection that was found: 0 when it is undisturbed or in step
+// again. One whose card has lost its power since, by a reset of the reader or because another card
+// was put in, is given up too: nothing of what was selected is left.
+int settle() {
+    if (!live() || !connection().disturbed) {
+        return 0;
+    }
+    const auto outcome = in_step::reach(ccid);
+    if (outcome.failure == LIBUSB_ERROR_NO_DEVICE) {
+        return outcome.failure;
+    }
+    if (outcome.failure == 0 && outcome.card_active) {
+        return 0;
+    }
+    give_up();
+    return LIBUSB_ERROR_TIMEOUT;
+}
+
+int send_command(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len,
+                 int timeout_ms) {
+    const auto bseq = static_cast<unsigned char>(ccid.seq);
+    connection().reply_header.fill(0); // one that does not come proves nothing
+    const int result = ccid.interact_apdu(cmd, cmd_len, resp, resp_len, timeout_ms);
+    if (!std::exchange(only_opened, false) ||
+        !in_step::proves_older_answer(connection().reply_header, CCID::kDataBlock, bseq)) {
+        return result;
+    }
+    // What the card answered is among the messages that are dropped now. The first command of a
+    // connection is a SELECT, which can be sent again.
+    connection().disturbed = true;
+    const int settled = settle();
+    return settled != 0 ? settled : ccid.interact_apdu(cmd, cmd_len, resp, resp_len, timeout_ms);
+}
+
+} // namespace
+
+int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len, int timeout_ms) {
+    if (!given_up() && operation::over()) {
+        give_up();
+    }
+    if (given_up()) {
+        return LIBUSB_ERROR_TIMEOUT;
+    }
+    operation::count_exchange();
+    int result = settle();
+    if (result == 0) {
+        result = send_command(cmd, cmd_len, resp, resp_len, timeout_ms);
+    }
+    reader_gone = reader_gone || result == LIBUSB_ERROR_NO_DEVICE;
+    return result;
+}
+
+void refuse_reply() {
+    connection().disturbed = true;
+}
+
+void forget() {
+    ccid = CCID{};
+    connection() = link::State{};
+    reader_gone = false;
+    left_disturbed = false;
+    given_up_in.reset();
+}
+
+bool ready() {
+    return settle() == 0 && live();
+}
+
+bool live() {
+    return ccid.handle != nullptr && ccid.interface_claimed && !reader_gone;
+}
+
+int open_with_card() {
+    given_up_in.reset();
+    if (operation::over()) {
+        give_up();
+        return 0;
+    }
+    const bool out_of_step =
+        std::exchange(left_disturbed, false) || (live() && connection().disturbed);
+    for (const int interface : kSlotInterfaces) {
+        if (open_slot(interface, out_of_step)) {
+            return 0;
+        }
+        ccid.poweroff();
+        close();
+    }
+    return QAVEN_NO_CARD;
+}
+
+void end() {
+    given_up_in.reset();
+    // An opening that found no reader has still started libusb.
+    if (ccid.handle == nullptr && !ccid.library_started) {
+        return;
+    }
+    if (!operation::over()) {
+        ccid.poweroff();
+    }
+    close();
+}
+
+Visit::Visit() : opened_(!ready()), result_(opened_ ? open_with_card() : 0) {}
+
+Visit::~Visit() {
+    if (opened_) {
+        end();
+    }
+}
+
+EndUnlessKept::~EndUnlessKept() {
+    if (!kept_) {
+        end();
+    }
+}
+
+} // namespace qaven::session

@@ -1,0 +1,324 @@
+// EXTERNAL AUTHENTICATE, the second GENERATE AC, the issuer script, and the TC list.
+#include "engine/operation/arpc.h"
+
+#include "engine/card/commands.h"
+#include "engine/card/script.h"
+#include "engine/card/session.h"
+#include "engine/data/application_data.h"
+#include "engine/data/dol.h"
+#include "engine/data/tags.h"
+#include "engine/data/terminal_data.h"
+#include "engine/data/transaction_data.h"
+#include "engine/operation/cryptogram.h"
+#include "engine/operation/error_text.h"
+#include "engine/operation/issuer_decision.h"
+#include "qaven/qaven.h"
+#include "support/boundary.h"
+#include "support/bounded_text.h"
+#include "support/decimal.h"
+#include "support/operation.h"
+#include "support/utils.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qaven::arpc {
+
+namespace {
+
+using tlv::Bytes;
+using tlv::Extent;
+
+// One zero byte always follows the converted transaction data.
+constexpr std::size_t kConvertedBuffer = 4096;
+
+constexpr std::size_t kMaxResponseDigits = 2046;
+constexpr std::size_t kMaxCdolData = 255;
+constexpr std::size_t kMaxTemplate = 1024;
+
+// Template 72 is meant for after the second GENERATE AC and 71 for before it; both run after it,
+// and only one of them.
+constexpr std::array kScriptTemplates{kTag72IssuerScript2, kTag71IssuerScript1};
+
+constexpr std::size_t kAuthenticationLength = 10;
+constexpr std::size_t kArcOffset = 8;
+using AuthenticationData = std::array<unsigned char, kAuthenticationLength>;
+
+struct Parameters {
+    const char* tx_data;
+    const char* application_data;
+    const char* issuer_response;
+    const char* host_status;
+    char* tc;
+    char* script_result;
+    char* error_text;
+};
+
+// The issuer's answer as the host passed it on.
+class IssuerResponse {
+  public:
+    explicit IssuerResponse(std::string_view text) {
+        if (text.size() <= kMaxResponseDigits) {
+            std::string digits(text);
+            std::string packed(digits.size() / 2 + 1, '\0');
+            int length = 0;
+            Qm_halftochar(digits.data(), packed.data(), &length);
+            bytes_.assign(packed.begin(), packed.begin() + length);
+        }
+    }
+
+    bool empty() const { return bytes_.empty(); }
+
+    // The first ten bytes of tag 91 and the length that the issuer gave it.
+    std::optional<std::size_t> authentication_data(AuthenticationData& data) const {
+        std::array<unsigned char, 256> value{};
+        const auto length = tlv::extract(kTag91IssuerAuthenticationData, bytes_, value);
+        if (length) {
+            std::copy_n(value.begin(), data.size(), data.begin());
+        }
+        return length;
+    }
+
+    bool announces_script() const {
+        return std::ranges::any_of(kScriptTemplates, [this](const auto& tag) {
+            return tlv::find(tag, bytes_, Extent::kZeroTerminated).has_value();
+        });
+    }
+
+    std::optional<std::array<unsigned char, 4>> script_identifier() const {
+        std::array<unsigned char, 256> value{};
+        if (!tlv::extract(kTag9F18IssuerScriptIdentifier, bytes_, value)) {
+            return std::nullopt;
+        }
+        return std::array{value[0], value[1], value[2], value[3]};
+    }
+
+    // The template that runs.
+    std::optional<WipedBytes> script() const {
+        for (const auto& tag : kScriptTemplates) {
+            WipedBytes value(kMaxTemplate);
+            if (const auto length = tlv::extract(tag, bytes_, value)) {
+                value.resize(*length);
+                return value;
+            }
+        }
+        return std::nullopt;
+    }
+
+  private:
+    std::vector<unsigned char> bytes_;
+};
+
+// Issuer script results in text form: tag DF31, length 05, result and position digits, script
+// identifier. Empty without a script.
+class ScriptResults {
+  public:
+    explicit ScriptResults(const IssuerResponse& response) {
+        if (!response.announces_script()) {
+            return;
+        }
+        const auto identifier = response.script_identifier();
+        text_ = identifier ? "DF310500" : "DF31050000000000";
+        for (const unsigned char byte : identifier.value_or(std::array<unsigned char, 4>{})) {
+            if (identifier) {
+                append_sign_extended(byte);
+            }
+        }
+    }
+
+    void note(const script::Outcome& outcome) {
+        if (text_.empty()) {
+            return;
+        }
+        if (outcome.result == 0) {
+            text_[kResultDigit] = '2';
+            return;
+        }
+        text_[kResultDigit] = '1';
+        text_[kPositionDigit] = "0123456789ABCDEF"[std::clamp(outcome.count, 0, 15)];
+    }
+
+    const std::string& text() const { return text_; }
+
+  private:
+    static constexpr std::size_t kResultDigit = 6;
+    static constexpr std::size_t kPositionDigit = 7;
+
+    // Hosts know identifier bytes from 80 on as eight digits: the byte is widened with its sign.
+    void append_sign_extended(unsigned char byte) {
+        std::array<char, 16> digits{};
+        const unsigned int widened = byte < 0x80U ? byte : 0xFFFFFF00U | byte;
+        std::snprintf(digits.data(), digits.size(), "%02X", widened);
+        text_ += digits.data();
+    }
+
+    std::string text_;
+};
+
+void write_outputs(const Parameters& parameters, std::string_view script_result,
+                   std::string_view tc) {
+    BoundedText(parameters.script_result, QAVEN_SCRIPT_RESULT_SIZE).append(script_result);
+    BoundedText(parameters.tc, QAVEN_TC_SIZE).append(tc);
+}
+
+using Converted = std::array<unsigned char, kConvertedBuffer>;
+
+// Unlike the ARQC step this one converts the completed text.
+Converted convert_completed(const char* tx_data) {
+    std::string text(text_or_empty(tx_data));
+    std::array<unsigned char, transaction_data::kCompletedBuffer> completed{};
+    ARPCGetTransData(reinterpret_cast<unsigned char*>(text.data()), completed.data());
+    Converted converted{};
+    transaction_data::convert(reinterpret_cast<const char*>(completed.data()),
+                              std::span(converted).first(kConvertedBuffer - 1));
+    return converted;
+}
+
+// The terminal data store with the issuer's authorisation response code in front of it.
+std::vector<unsigned char> cdol2_store(const AuthenticationData& data, Bytes converted) {
+    std::vector<unsigned char> store{kTag8AArc.bytes()[0], 0x02, data[kArcOffset],
+                                     data[kArcOffset + 1]};
+    const auto packed = terminal_data::pack(converted);
+    store.insert(store.end(), packed.begin(), packed.end());
+    return store;
+}
+
+int fail(int result, const Parameters& parameters) {
+    describe(result, parameters.error_text);
+    return result;
+}
+
+// Calls both close hooks on every way out.
+class CloseHooks {
+  public:
+    CloseHooks() = default;
+    ~CloseHooks() {
+        qm_closeicc();
+        Qm_CloseDevice();
+    }
+    CloseHooks(const CloseHooks&) = delete;
+    CloseHooks& operator=(const CloseHooks&) = delete;
+};
+
+TlvList tc_list(const cryptogram::Answer& answer, Bytes application_data, Bytes converted) {
+    TlvList list;
+    cryptogram::append_answer(list, answer);
+    cryptogram::append_last_online_atc(list);
+    list.append(kTag9ATransactionDate, Bytes(YYMMDD).first(3));
+    cryptogram::append_type(list, converted);
+    cryptogram::append_amount(list, kTag9F02AmountAuthorised, 'P', converted);
+    list.append(kTag5F2ACurrencyCode, terminal_data::kCurrencyCode);
+    cryptogram::append_card_object(list, kTag5APan, application_data);
+    cryptogram::append_card_object(list, kTag5F34PanSequenceNumber, application_data);
+    cryptogram::append_aip(list, application_data);
+    list.append(kTag9F1ATerminalCountryCode, terminal_data::kCountryCode);
+    cryptogram::append_amount(list, kTag9F03AmountOther, 'Q', converted);
+    list.append(kTag9F33TerminalCapabilities, terminal_data::kCapabilities);
+    return list;
+}
+
+// From the second GENERATE AC on: the connection ends here whatever comes of it.
+int complete_transaction(const Parameters& parameters, const IssuerResponse& response,
+                         const Decision& decision, Bytes cdol2_data, Bytes application_data,
+                         Bytes converted) {
+    const session::EndUnlessKept connection;
+    const CloseHooks hooks;
+    ScriptResults script_results(response);
+
+    commands::Response raw;
+    const int result =
+        commands::generate_ac(static_cast<unsigned char>(decision.ask), cdol2_data, raw);
+    const auto kind = cryptogram::kind_of(raw);
+    const bool aac = result == 0 && kind == cryptogram::Kind::kAac;
+
+    write_outputs(parameters, decision.on_aac == OnAac::kDeclined ? "" : script_results.text(), "");
+    if (decision.on_aac == OnAac::kDeclined) {
+        return aac ? 0 : fail(result, parameters);
+    }
+    if (result != 0) {
+        return fail(result, parameters);
+    }
+    if (aac && decision.on_aac == OnAac::kReportCommand) {
+        return fail(result, parameters);
+    }
+    if (aac && decision.on_aac == OnAac::kAccepted) {
+        return 0;
+    }
+    if (kind != cryptogram::Kind::kTc) {
+        return fail(QAVEN_NO_TC, parameters);
+    }
+    const auto answer = cryptogram::parse(raw);
+    if (!answer) {
+        return fail(QAVEN_NO_TAG_80, parameters);
+    }
+
+    if (const auto script = response.script()) {
+        script_results.note(script::execute(*script));
+    }
+    const TlvList list = tc_list(*answer, application_data, converted);
+    write_outputs(parameters, script_results.text(), list.text());
+    return 0;
+}
+
+int run(const Parameters& parameters) {
+    int host_status = decimal(text_or_empty(parameters.host_status));
+    const auto application_data =
+        application_data::parse(text_or_empty(parameters.application_data));
+    const Converted converted = convert_completed(parameters.tx_data);
+
+    std::array<unsigned char, 256> cdol2{};
+    const auto cdol2_length = tlv::extract(kTag8DCdol2, application_data, cdol2);
+    if (!cdol2_length) {
+        return fail(QAVEN_NO_CDOL2, parameters);
+    }
+
+    const IssuerResponse response(text_or_empty(parameters.issuer_response));
+    AuthenticationData authentication{};
+    const auto authentication_length = response.authentication_data(authentication);
+    if (!authentication_length) {
+        authentication.fill('0');
+        host_status = 1;
+    }
+
+    std::array<unsigned char, kMaxCdolData> cdol2_data{};
+    const auto built = dol::build(cdol2_store(authentication, converted),
+                                  Bytes(cdol2).first(*cdol2_length), cdol2_data);
+    if (built.result != 0) {
+        return fail(built.result, parameters);
+    }
+    if (response.empty()) {
+        return fail(QAVEN_EMPTY_DATA, parameters);
+    }
+    BoundedText(parameters.script_result, QAVEN_SCRIPT_RESULT_SIZE)
+        .append(ScriptResults(response).text());
+    if (authentication_length.value_or(0) < kAuthenticationLength) {
+        return fail(QAVEN_NO_TAG_91, parameters);
+    }
+    if (const int refused = commands::external_authenticate(authentication); refused != 0) {
+        return refused;
+    }
+
+    const Decision decision =
+        decide(host_status, {reinterpret_cast<const char*>(authentication.data()) + kArcOffset,
+                             kAuthenticationLength - kArcOffset});
+    return complete_transaction(parameters, response, decision,
+                                Bytes(cdol2_data).first(built.length), application_data, converted);
+}
+
+} // namespace
+
+} // namespace qaven::arpc
+
+int ZEB_ICC_ARPC_ExeICScript(char* /*p1*/, char* /*p2*/, char* /*p3*/, char* /*p4*/, char* /*p5*/,
+                             char* /*p6*/, char* /*p7*/, char* /*p8*/, char* /*p9*/, char* TxData,
+                             char* lpicappdata, char* /*p12*/, char* ARPC, char* HostStatus,
+                             char* TC, char* ScriptResult, char* ErrMsg) {
+    return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+        return qaven::arpc::run({TxData, lpicappdata, ARPC, HostStatus, TC, ScriptResult, ErrMsg});
+    });
+}

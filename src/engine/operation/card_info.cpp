@@ -1,0 +1,288 @@
+// One card read, and the letter table of its card information text.
+#include "engine/operation/card_info.h"
+
+#include "engine/card/commands.h"
+#include "engine/card/reading.h"
+#include "engine/card/selection.h"
+#include "engine/data/application_data.h"
+#include "engine/data/tags.h"
+#include "engine/data/terminal_data.h"
+#include "engine/operation/error_text.h"
+#include "qaven/qaven.h"
+#include "support/boundary.h"
+#include "support/bounded_text.h"
+#include "support/decimal.h"
+#include "support/diagnostics.h"
+#include "support/gbk_text.h"
+#include "support/hex.h"
+#include "support/operation.h"
+#include "support/qmlog.h"
+#include "support/wiped.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qaven::card_info {
+
+namespace {
+
+using commands::DataObject;
+using tlv::Bytes;
+
+// How a field's value reads in the card information text.
+enum class Form {
+    kPan,       // hexadecimal digits up to the first F
+    kText,      // the bytes as stored, up to the first zero byte
+    kHex,       // all hexadecimal digits
+    kTrack2,    // hexadecimal digits, the first D as =, one trailing F removed
+    kFirstByte, // the first byte as a three-digit decimal
+    kNotShown,  // the letter names a tag and nothing else
+};
+
+struct Field {
+    char letter = 0;
+    Tag tag{};
+    Tag otherwise{};                 // looked for when tag is missing or its text is empty
+    std::optional<DataObject> asked; // asked for with GET DATA; otherwise found in the records
+    Form form = Form::kNotShown;
+};
+
+constexpr Tag kNone{};
+
+// The order of the fields in the card information text.
+constexpr std::array kFields{
+    Field{'A', kTag5APan, kNone, std::nullopt, Form::kPan},
+    Field{'B', kTag5F20CardholderName, kTag9F0BCardholderNameExtended, std::nullopt, Form::kText},
+    Field{'C', kTag9F62CardholderIdType, kNone, std::nullopt, Form::kHex},
+    Field{'D', kTag9F61CardholderIdNumber, kNone, std::nullopt, Form::kText},
+    Field{'E', kTag57Track2, kNone, std::nullopt, Form::kTrack2},
+    Field{'F', kTag9F1FTrack1DiscretionaryData, kNone, std::nullopt, Form::kText},
+    Field{'G', kTag9F79CashBalance, kNone, DataObject::kCashBalance, Form::kHex},
+    Field{'H', kTag9F77CashBalanceLimit, kNone, DataObject::kCashBalanceLimit, Form::kHex},
+    Field{'I', kTag5F24ExpirationDate, kNone, std::nullopt, Form::kHex},
+    Field{'J', kTag5F34PanSequenceNumber, kNone, std::nullopt, Form::kFirstByte},
+    Field{'K', kTag9F78CashTransactionLimit, kNone, DataObject::kCashTransactionLimit, Form::kHex},
+    Field{'L', kTagDF20IssuerData, kNone, std::nullopt, Form::kText},
+    Field{'M', kTagDF21IssuerData, kNone, std::nullopt, Form::kText},
+    Field{'N', kTagDF22IssuerData, kNone, std::nullopt, Form::kText},
+    Field{'O', kTagDF23IssuerData, kNone, std::nullopt, Form::kText},
+    Field{'T', kTag9CTransactionType, kNone, std::nullopt, Form::kNotShown},
+};
+
+using Value = WipedBytes;
+
+WipedText field_text(char letter, std::string_view value) {
+    WipedText text(1, letter);
+    text += three_digits(value.size());
+    text += value;
+    return text;
+}
+
+WipedText text_of(const Value& value) {
+    const auto end = std::ranges::find(value, static_cast<unsigned char>(0));
+    return {value.begin(), end};
+}
+
+WipedText track2_field(char letter, const Value& value) {
+    WipedText digits = hex::text(value);
+    std::string length = three_digits(digits.size());
+    if (const auto separator = digits.find('D'); separator != std::string::npos) {
+        digits[separator] = '=';
+    }
+    if (!digits.empty() && digits.back() == 'F') {
+        digits.pop_back();
+        // The length is corrected as a character, so 020 becomes 02/.
+        --length.back();
+    }
+    WipedText text(1, letter);
+    text += length;
+    text += digits;
+    return text;
+}
+
+WipedText shown(const Field& field, const Value& value) {
+    switch (field.form) {
+    case Form::kPan: {
+        const WipedText digits = hex::text(value);
+        return field_text(field.letter, std::string_view(digits).substr(0, digits.find('F')));
+    }
+    case Form::kText:
+        return field_text(field.letter, text_of(value));
+    case Form::kHex:
+        return field_text(field.letter, hex::text(value));
+    case Form::kTrack2:
+        return track2_field(field.letter, value);
+    case Form::kFirstByte:
+        return field_text(field.letter, three_digits(value.empty() ? 0 : value.front()));
+    case Form::kNotShown:
+        break;
+    }
+    return {};
+}
+
+// A field of the card's records; "000" when the card has no such object.
+WipedText record_field(const Field& field, Bytes records) {
+    auto value = tlv::value_of(field.tag, records);
+    if (field.otherwise.size() > 0 && (!value || text_of(*value).empty())) {
+        value = tlv::value_of(field.otherwise, records);
+    }
+    return value ? shown(field, *value) : field_text(field.letter, "");
+}
+
+// A field that the card gives on request only; "000" when it refuses, nothing at all when its
+// answer lacks the object.
+WipedText asked_field(const Field& field) {
+    commands::Response answer;
+    if (commands::get_data(*field.asked, answer) != 0) {
+        return field_text(field.letter, "");
+    }
+    const auto value = tlv::value_of(field.tag, answer.data());
+    return value ? shown(field, *value) : WipedText();
+}
+
+void write_user_info(std::string_view letters, Bytes records, char* out) {
+    BoundedText text(out, QAVEN_USERINFO_SIZE);
+    for (const Field& field : kFields) {
+        if (field.form == Form::kNotShown || letters.find(field.letter) == std::string_view::npos) {
+            continue;
+        }
+        if (!text.append(field.asked ? asked_field(field) : record_field(field, records))) {
+            return;
+        }
+    }
+}
+
+std::vector<unsigned char> tags_of(std::string_view letters) {
+    std::vector<unsigned char> tags;
+    for (const char letter : letters) {
+        const auto field = std::ranges::find(kFields, letter, &Field::letter);
+        if (field != kFields.end()) {
+            const Bytes tag = field->tag;
+            tags.insert(tags.end(), tag.begin(), tag.end());
+        }
+    }
+    return tags;
+}
+
+// AID and AIP, which lead the application data.
+std::vector<unsigned char> application_head(Bytes aid, const reading::Options& options) {
+    std::vector<unsigned char> head;
+    const auto append = [&head](Tag tag, Bytes value) {
+        head.insert(head.end(), tag.bytes().begin(), tag.bytes().end());
+        head.push_back(static_cast<unsigned char>(value.size()));
+        head.insert(head.end(), value.begin(), value.end());
+    };
+    append(kTag4FAid, aid);
+    append(kTag82Aip, options.aip);
+    return head;
+}
+
+constinit OneCard* one_card = nullptr;
+
+int fail(int result, int described, char* err_msg) {
+    qm_closeicc();
+    Qm_CloseDevice();
+    describe(described, err_msg);
+    return result;
+}
+
+} // namespace
+
+OneCard::OneCard() {
+    one_card = this;
+}
+
+OneCard::~OneCard() {
+    one_card = nullptr;
+}
+
+bool OneCard::has(tlv::Bytes records) {
+    // The record with the number may be one that could not be read; track 2 has it too.
+    const bool same_number = matches(number_, kTag5APan, records);
+    return matches(track2_, kTag57Track2, records) && same_number;
+}
+
+bool OneCard::matches(WipedBytes& known, tlv::Bytes tag, tlv::Bytes records) {
+    const auto value = tlv::value_of(tag, records);
+    if (!value) {
+        return true;
+    }
+    if (known.empty()) {
+        known = *value;
+    }
+    return known == *value;
+}
+
+int read_card(const Request& request, const Outputs& outputs, session::AtSuccess at_success) {
+    diagnostics::line("ZEB_ICC_GetInfo");
+    WriteKsLog("ZEB_ICC_GetInfo\n");
+    WriteKsLog(gbk::kCardInfoTitle);
+
+    if (const int result = session::open_with_card(); result != 0) {
+        describe(result, outputs.err_msg);
+        return result;
+    }
+
+    BoundedText(outputs.ic_data, QAVEN_APPDATA_SIZE).append(application_data::kEmpty);
+    WriteKsLog(gbk::kSelectionTitle);
+    const std::string_view aid_text = text_or_empty(request.aid);
+    const auto choice = selection::choose(aid_text);
+    if (choice.result != 0) {
+        return fail(choice.result, choice.result, outputs.err_msg);
+    }
+    if (choice.count < 1 && selection::through_directory(aid_text)) {
+        // A card without a directory is no error of the card's: the result is the count.
+        return fail(choice.count, choice.count, outputs.err_msg);
+    }
+    if (choice.count != 1 && !selection::through_directory(aid_text)) {
+        return fail(QAVEN_NO_APPLICATION, choice.count, outputs.err_msg);
+    }
+
+    const auto store = terminal_data::pack({});
+    reading::Options options;
+    if (const int result = reading::get_processing_options({choice.fci}, {store}, options);
+        result != 0) {
+        return fail(result, result, outputs.err_msg);
+    }
+
+    const auto data = reading::read_records(options.afl);
+    if (one_card != nullptr && !one_card->has(data.bytes())) {
+        session::end();
+        return fail(QAVEN_NO_CARD, QAVEN_NO_CARD, outputs.err_msg);
+    }
+    application_data::write(application_head(choice.aid, options), data.records(), outputs.ic_data,
+                            QAVEN_APPDATA_SIZE);
+    write_user_info(text_or_empty(request.tag_list), data.bytes(), outputs.user_info);
+
+    if (at_success == session::AtSuccess::kEnd) {
+        session::end();
+    }
+    return 0;
+}
+
+} // namespace qaven::card_info
+
+namespace card_info = qaven::card_info;
+
+int Qm_ConvertFlag(const char* letters, int count, unsigned char* tagsout) {
+    return qaven::guarded(0, [&] {
+        const auto length = static_cast<std::size_t>(std::max(count, 0));
+        const auto tags = card_info::tags_of({letters, length});
+        std::ranges::copy(tags, tagsout);
+        return static_cast<int>(tags.size());
+    });
+}
+
+int ZEB_ICC_GetInfo(char* /*p0*/, char* /*p1*/, char* /*p2*/, char* /*p3*/, char* /*p4*/,
+                    char* /*p5*/, char* /*p6*/, char* /*p7*/, char* /*p8*/, char* TagList,
+                    char* AID, char* UserInfo, char* /*p12*/, char* IcData, char* ErrMsg) {
+    return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+        return card_info::read_card({TagList, AID}, {UserInfo, IcData, ErrMsg},
+                                    qaven::session::AtSuccess::kEnd);
+    });
+}
