@@ -65,7 +65,7 @@ Reply CounterTerminal::begin(std::string_view aid) {
         return options;
     }
     const Bytes value = card::find_object(hex(options.data), 0x80).value();
-    interchange_profile_ = card::to_hex(ByteView(value).first(2));
+    aip_ = card::to_hex(ByteView(value).first(2));
     records_.clear();
     for (std::size_t entry = 2; entry + 4 <= value.size(); entry += 4) {
         for (unsigned number = value[entry + 1]; number <= value[entry + 2]; ++number) {
@@ -121,7 +121,7 @@ std::string CounterTerminal::field55(const Reply& cryptogram) {
     }
     add(0x5A, record_object(0x5A));
     add(0x5F34, record_object(0x5F34));
-    add(0x82, hex(interchange_profile_));
+    add(0x82, hex(aip_));
     add(0x9F1A, hex(data.at(0x9F1A)));
     add(0x9F03, hex(data.at(0x9F03)));
     add(0x9F33, hex("20A100"));

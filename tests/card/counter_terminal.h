@@ -84,7 +84,7 @@ class CounterTerminal {
 
     virtual_card::Icc& icc_;
     Bytes records_;
-    std::string interchange_profile_;
+    std::string aip_;
 };
 
 } // namespace qaven::card_test

@@ -19,7 +19,7 @@ std::string cid(const Reply& reply) {
 std::string counter(const Reply& reply) {
     return reply.data.substr(6, 4);
 }
-std::string issuer_data(const Reply& reply) {
+std::string iad(const Reply& reply) {
     return reply.data.substr(26);
 }
 
@@ -49,10 +49,10 @@ TEST_F(Cryptograms, FirstOneIsAnArqcThatTheIssuerVerifies) {
     EXPECT_EQ(arqc.status, "9000");
     EXPECT_EQ(cid(arqc), "80");
     EXPECT_EQ(counter(arqc), "0003");
-    EXPECT_EQ(issuer_data(arqc), "0701"
-                                 "01"
-                                 "03A00000"
-                                 "01");
+    EXPECT_EQ(iad(arqc), "0701"
+                         "01"
+                         "03A00000"
+                         "01");
     EXPECT_TRUE(verdict_on(arqc, CryptogramKind::request).verified);
 }
 
@@ -89,9 +89,9 @@ TEST_F(Cryptograms, RequestForAnAacEndsTheTransaction) {
     terminal.begin(debit_aid);
     const Reply aac = terminal.first_cryptogram("00");
     EXPECT_EQ(cid(aac), "00");
-    EXPECT_EQ(issuer_data(aac), "070101"
-                                "03800000"
-                                "01");
+    EXPECT_EQ(iad(aac), "070101"
+                        "03800000"
+                        "01");
     EXPECT_EQ(terminal.first_cryptogram(), refused("6985"));
     EXPECT_EQ(terminal.send("008200000A 00000000000000003030"), refused("6985"));
 }
@@ -164,9 +164,9 @@ TEST_F(Cryptograms, IssuerAuthenticationOpensTheWayToATcThatTheIssuerVerifies) {
     EXPECT_EQ(tc.status, "9000");
     EXPECT_EQ(cid(tc), "40");
     EXPECT_EQ(counter(tc), "0003");
-    EXPECT_EQ(issuer_data(tc), "070101"
-                               "03600000"
-                               "01");
+    EXPECT_EQ(iad(tc), "070101"
+                       "03600000"
+                       "01");
     EXPECT_TRUE(verdict_on(tc, CryptogramKind::transaction_certificate).verified);
     EXPECT_FALSE(verdict_on(tc, CryptogramKind::request).verified);
     EXPECT_EQ(terminal.second_cryptogram(), refused("6985")) << "the transaction is over";
@@ -193,9 +193,9 @@ TEST_F(Cryptograms, WrongIssuerAuthenticationIsRefusedAndHasNoSecondTry) {
     EXPECT_EQ(terminal.authenticate(answer_to(arqc)), "6985");
     const Reply aac = terminal.second_cryptogram("40");
     EXPECT_EQ(cid(aac), "00") << "no TC without its issuer";
-    EXPECT_EQ(issuer_data(aac), "070101"
-                                "03280000"
-                                "01");
+    EXPECT_EQ(iad(aac), "070101"
+                        "03280000"
+                        "01");
 }
 
 TEST_F(Cryptograms, IssuerAuthenticationFailsForAnotherResponseCodeThanTheOneUnderTheArpc) {
@@ -237,18 +237,18 @@ TEST_F(Cryptograms, DeclinedByTheHostThereIsAnAacAlsoAfterAuthentication) {
     EXPECT_EQ(terminal.authenticate(answer_to(terminal.first_cryptogram())), "9000");
     const Reply aac = terminal.second_cryptogram("00");
     EXPECT_EQ(cid(aac), "00");
-    EXPECT_EQ(issuer_data(aac), "070101"
-                                "03200000"
-                                "01");
+    EXPECT_EQ(iad(aac), "070101"
+                        "03200000"
+                        "01");
 }
 
 TEST_F(Cryptograms, TerminalThatCouldNotGoOnlineIsRememberedInTheCvr) {
     terminal.begin(debit_aid);
     terminal.first_cryptogram();
     terminal.data[0x8A] = "5A33";
-    EXPECT_EQ(issuer_data(terminal.second_cryptogram("00")), "070101"
-                                                             "03210000"
-                                                             "01");
+    EXPECT_EQ(iad(terminal.second_cryptogram("00")), "070101"
+                                                     "03210000"
+                                                     "01");
 }
 
 TEST_F(Cryptograms, OnlyATcIsLoggedNewestFirstWithWhatTheFirstRequestSaid) {
@@ -293,17 +293,17 @@ TEST_F(Cryptograms, TransactionThatWasBrokenOffShowsInTheNextOneAndNoLonger) {
     card.power_on();
     terminal.begin(debit_aid);
     const Reply next = terminal.first_cryptogram();
-    EXPECT_EQ(issuer_data(next), "070101"
-                                 "03A08000"
-                                 "01");
+    EXPECT_EQ(iad(next), "070101"
+                         "03A08000"
+                         "01");
     terminal.authenticate(answer_to(next));
-    EXPECT_EQ(issuer_data(terminal.second_cryptogram()), "070101"
-                                                         "03608000"
-                                                         "01");
+    EXPECT_EQ(iad(terminal.second_cryptogram()), "070101"
+                                                 "03608000"
+                                                 "01");
     terminal.begin(debit_aid);
-    EXPECT_EQ(issuer_data(terminal.first_cryptogram()), "070101"
-                                                        "03A00000"
-                                                        "01");
+    EXPECT_EQ(iad(terminal.first_cryptogram()), "070101"
+                                                "03A00000"
+                                                "01");
 }
 
 TEST_F(Cryptograms, FailedAndMissingIssuerAuthenticationShowInTheNextTransaction) {
@@ -313,14 +313,14 @@ TEST_F(Cryptograms, FailedAndMissingIssuerAuthenticationShowInTheNextTransaction
     terminal.authenticate(answer_to(terminal.first_cryptogram(), wrong));
     terminal.second_cryptogram();
     terminal.begin(debit_aid);
-    EXPECT_EQ(issuer_data(terminal.first_cryptogram()), "070101"
-                                                        "03A00800"
-                                                        "01");
+    EXPECT_EQ(iad(terminal.first_cryptogram()), "070101"
+                                                "03A00800"
+                                                "01");
     terminal.second_cryptogram("00");
     terminal.begin(debit_aid);
-    EXPECT_EQ(issuer_data(terminal.first_cryptogram()), "070101"
-                                                        "03A00400"
-                                                        "01");
+    EXPECT_EQ(iad(terminal.first_cryptogram()), "070101"
+                                                "03A00400"
+                                                "01");
 }
 
 TEST_F(Cryptograms, NewCardSaysSo) {
@@ -328,9 +328,9 @@ TEST_F(Cryptograms, NewCardSaysSo) {
     CounterTerminal at_credit(credit);
     at_credit.begin(credit_aid);
     const Reply arqc = at_credit.first_cryptogram();
-    EXPECT_EQ(issuer_data(arqc), "070101"
-                                 "03A01000"
-                                 "01");
+    EXPECT_EQ(iad(arqc), "070101"
+                         "03A01000"
+                         "01");
     EXPECT_TRUE(issuer_of("credit")
                     .verify(Field55::parse(at_credit.field55(arqc)), CryptogramKind::request)
                     .verified);
@@ -339,16 +339,16 @@ TEST_F(Cryptograms, NewCardSaysSo) {
 TEST_F(Cryptograms, PinShowsInTheCvr) {
     terminal.begin(debit_aid);
     terminal.send("0020008008 26123456FFFFFFFF");
-    EXPECT_EQ(issuer_data(terminal.first_cryptogram()), "070101"
-                                                        "03A40000"
-                                                        "01");
+    EXPECT_EQ(iad(terminal.first_cryptogram()), "070101"
+                                                "03A40000"
+                                                "01");
     terminal.begin(debit_aid);
     for (int attempt = 0; attempt < 3; ++attempt) {
         terminal.send("0020008008 26111111FFFFFFFF");
     }
-    EXPECT_EQ(issuer_data(terminal.first_cryptogram()), "070101"
-                                                        "03A6C000"
-                                                        "01")
+    EXPECT_EQ(iad(terminal.first_cryptogram()), "070101"
+                                                "03A6C000"
+                                                "01")
         << "verified, wrong, no tries left, and the transaction before was broken off";
 }
 

@@ -51,10 +51,9 @@ TEST(PublishedExample, RequestCryptogramCoversTerminalDataAipAtcAndCvr) {
 }
 
 TEST(PublishedExample, ResponseCryptogramForResponseCode01) {
-    EXPECT_EQ(
-        card::to_hex(card::compute_response_cryptogram(Algorithm::triple_des, example_session_key,
-                                                       cryptogram("5D016C91005E7CC2"), {'0', '1'})),
-        "21415243527CE78F");
+    EXPECT_EQ(card::to_hex(card::compute_arpc(Algorithm::triple_des, example_session_key,
+                                              cryptogram("5D016C91005E7CC2"), {'0', '1'})),
+              "21415243527CE78F");
 }
 
 // The same example as it would travel: this holds the order of the objects against it.
@@ -69,7 +68,7 @@ TEST(PublishedExample, IssuerVerifiesItFromTheObjectsOfTheRequest) {
     const auto verdict = issuer.verify(field, virtual_issuer::CryptogramKind::request);
     EXPECT_TRUE(verdict.verified) << verdict.reason;
     virtual_issuer::Answer answer;
-    answer.response_code = {'0', '1'};
+    answer.arc = {'0', '1'};
     EXPECT_EQ(card::to_hex(issuer.answer(field, answer)), "910A21415243527CE78F3031");
 }
 
@@ -104,12 +103,12 @@ TEST(Sm4, CardKeyDerivationGivesTheExampleOfTheStandard) {
 
 TEST(Sm4, ResponseCryptogramDependsOnRequestCryptogramXorResponseCode) {
     const card::Key session = key("0123456789ABCDEFFEDCBA9876543210");
-    const auto one = card::compute_response_cryptogram(Algorithm::sm4, session,
-                                                       cryptogram("0123456789ABCDEF"), {0, 0});
-    const auto same_sum = card::compute_response_cryptogram(
-        Algorithm::sm4, session, cryptogram("0223456789ABCDEF"), {0x03, 0x00});
-    const auto other_sum = card::compute_response_cryptogram(
-        Algorithm::sm4, session, cryptogram("0223456789ABCDEF"), {0x00, 0x00});
+    const auto one =
+        card::compute_arpc(Algorithm::sm4, session, cryptogram("0123456789ABCDEF"), {0, 0});
+    const auto same_sum =
+        card::compute_arpc(Algorithm::sm4, session, cryptogram("0223456789ABCDEF"), {0x03, 0x00});
+    const auto other_sum =
+        card::compute_arpc(Algorithm::sm4, session, cryptogram("0223456789ABCDEF"), {0x00, 0x00});
     EXPECT_EQ(one, same_sum);
     EXPECT_NE(one, other_sum);
 }

@@ -103,7 +103,7 @@ TEST_F(Instructions, ProcessingOptionsInFormat2StandInTheirOwnTemplate) {
 
 TEST_F(Instructions, CounterThatHasRunOutEndsTheLifeOfTheApplication) {
     Profile worn = profile("debit");
-    worn.applications.front().transaction_counter = 0xFFFE;
+    worn.applications.front().atc = 0xFFFE;
     Card old_card(worn);
     CounterTerminal counter(old_card);
     EXPECT_EQ(counter.begin(debit_aid).status, "9000");

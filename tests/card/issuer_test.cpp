@@ -125,7 +125,7 @@ TEST_F(IssuerOfDebit, RefusesIssuerDataOfAnotherBuild) {
 
 TEST_F(IssuerOfDebit, AnswersWithTag91AloneWhenThereIsNoScript) {
     Answer answer;
-    answer.response_code = {'0', '5'};
+    answer.arc = {'0', '5'};
     const Bytes response = issuer.answer(Field55::parse(request), answer);
     EXPECT_EQ(response.size(), 12U);
     EXPECT_EQ(virtual_card::to_hex(ByteView(response).first(2)), "910A");
@@ -218,7 +218,7 @@ TEST(CardResults, TellAWrongPinFromAVerifiedOne) {
         terminal.send("0020008008" + block);
         const Field55 field = Field55::parse(terminal.field55(terminal.first_cryptogram()));
         const Verdict verdict = issuer_of("debit").verify(field, CryptogramKind::request);
-        return virtual_issuer::describe(verdict.comparison.value().card_results);
+        return virtual_issuer::describe(verdict.comparison.value().cvr);
     };
     const std::vector<std::string> online = {"first cryptogram: ARQC",
                                              "second cryptogram not requested yet"};

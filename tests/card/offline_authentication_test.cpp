@@ -158,7 +158,7 @@ class OfflineTerminal {
   public:
     OfflineTerminal(virtual_card::Icc& icc, std::string_view aid) : terminal_(icc) { read(aid); }
 
-    bool promises(std::uint8_t bit) const { return (interchange_profile_.at(0) & bit) != 0; }
+    bool promises(std::uint8_t bit) const { return (aip_.at(0) & bit) != 0; }
     CounterTerminal& counter() { return terminal_; }
 
     bool static_data_authentic() const {
@@ -257,14 +257,14 @@ class OfflineTerminal {
         const Bytes both = constructed ? concatenate({find_object(answer, 0x82).value(),
                                                       find_object(answer, 0x94).value()})
                                        : find_object(answer, 0x80).value();
-        interchange_profile_ = {both.begin(), both.begin() + 2};
+        aip_ = {both.begin(), both.begin() + 2};
         for (std::size_t at = 2; at + 4 <= both.size(); at += 4) {
             for (unsigned number = both[at + 1]; number <= both[at + 2]; ++number) {
                 take_record(both[at], number, number < both[at + 1] + unsigned{both[at + 3]});
             }
         }
         if (!object(0x9F4A).empty()) {
-            append(static_data_, interchange_profile_);
+            append(static_data_, aip_);
         }
     }
 
@@ -303,7 +303,7 @@ class OfflineTerminal {
     }
 
     CounterTerminal terminal_;
-    Bytes interchange_profile_;
+    Bytes aip_;
     Bytes records_;
     Bytes static_data_;
 };
@@ -319,7 +319,7 @@ TEST(OfflineAuthentication, FindsNothingAgainstTheShippedCards) {
         for (const auto& application : shipped.applications) {
             Card card(shipped);
             OfflineTerminal terminal(card, to_hex(application.aid));
-            const bool used = application.last_online_counter != 0;
+            const bool used = application.last_online_atc != 0;
             const Bytes results = terminal.verification_results();
             EXPECT_EQ(to_hex(results), used ? "0000000000" : "0008000000") << entry.path();
             for (const Tag code : {0x9F0DU, 0x9F0EU}) {
@@ -374,7 +374,7 @@ TEST(OfflineAuthentication, TellsAForgedCard) {
         EXPECT_EQ(judged(forged(tag)), (Judgement{true, false})) << std::hex << tag;
     }
     Profile other_interchange = profile("debit");
-    other_interchange.applications.front().interchange_profile = {0x5C, 0x00};
+    other_interchange.applications.front().aip = {0x5C, 0x00};
     EXPECT_EQ(judged(other_interchange), (Judgement{false, false}));
 }
 
@@ -419,7 +419,7 @@ TEST_F(DynamicData, IsTheIssuersBusinessToo) {
         const auto verdict =
             issuer_of("debit").verify(field, virtual_issuer::CryptogramKind::request);
         EXPECT_TRUE(verdict.verified);
-        const auto phrases = virtual_issuer::describe(verdict.comparison.value().card_results);
+        const auto phrases = virtual_issuer::describe(verdict.comparison.value().cvr);
         return std::ranges::find(phrases, "dynamic data signed by the card") != phrases.end();
     };
     terminal.counter().begin(debit_aid);
@@ -431,7 +431,7 @@ TEST_F(DynamicData, IsTheIssuersBusinessToo) {
 
 TEST_F(DynamicData, ComesInTheWayOfTheCard) {
     Profile constructed = profile("debit");
-    constructed.applications.front().cryptogram_format = virtual_card::ResponseFormat::constructed;
+    constructed.applications.front().generate_ac_format = virtual_card::ResponseFormat::constructed;
     Card other(constructed);
     OfflineTerminal at_other(other, debit_aid);
     const Reply reply = at_other.sign("1A2B3C4D");

@@ -152,6 +152,45 @@ TEST(BadProfile, IsRefusedWithASentence) {
     EXPECT_THROW(card::make_card("/nonexistent.json"), std::runtime_error);
 }
 
+// A profile of an earlier release.
+TEST(EarlierProfile, IsReadWithANoteOfEachNewName) {
+    std::string text = read_file(profile_file("format-2"));
+    std::string notes;
+    const auto rename = [&](const std::string& place, const std::string& name,
+                            const std::string& earlier) {
+        const std::string entry = "\"" + name + "\":";
+        ASSERT_NE(text.find(entry), std::string::npos) << name;
+        text.replace(text.find(entry), entry.size(), "\"" + earlier + "\":");
+        notes += "note: " + place + ": \"" + earlier + "\" is now called \"" + name + "\".\n";
+    };
+    rename("The profile", "atr", "answer_to_reset");
+    const std::string application = "The profile, applications 1";
+    rename(application, "aip", "interchange_profile");
+    rename(application, "afl", "file_locator");
+    rename(application, "gpo_format", "processing_options_format");
+    rename(application, "generate_ac_format", "cryptogram_format");
+    rename(application, "atc", "transaction_counter");
+    rename(application, "last_online_atc", "last_online_counter");
+
+    const TemporaryFile earlier(text);
+    const TemporaryFile saved;
+    testing::internal::CaptureStderr();
+    const auto card = card::make_card(earlier.path());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), notes);
+
+    card::save_card(*card, saved.path());
+    const auto shipped = card::make_card(profile_file("format-2"));
+    const TemporaryFile of_shipped;
+    card::save_card(*shipped, of_shipped.path());
+    EXPECT_EQ(read_file(saved.path()), read_file(of_shipped.path()));
+}
+
+TEST(BadProfile, HasAnEntryUnderItsEarlierNameToo) {
+    EXPECT_EQ(complaint(debit_with("\"afl\":", "\"file_locator\": \"\", \"afl\":")),
+              "cannot be used. The profile, applications 1: \"file_locator\" is the earlier name "
+              "of \"afl\", which is there too.");
+}
+
 TEST(BadProfile, NamesThePlaceOfTheMistake) {
     EXPECT_EQ(complaint(debit_with("\"aid\": \"A000000333010101\"", "\"aid\": \"A0000\"")),
               "cannot be used. The profile, applications 1: \"aid\" has to be hexadecimal text.");
@@ -177,9 +216,8 @@ TEST(BadProfile, NamesThePlaceOfTheMistake) {
               "cannot be used. The profile, pin: \"digits\" has to be 4 to 12 digits.");
     EXPECT_EQ(complaint(debit_with("\"digits\": \"123456\"", "\"digits\": \"12X4\"")),
               "cannot be used. The profile, pin: \"digits\" has to be 4 to 12 digits.");
-    EXPECT_EQ(complaint(debit_with("\"interchange_profile\": \"7C00\"",
-                                   "\"interchange_profile\": \"7C\"")),
-              "cannot be used. The profile, applications 1: \"interchange_profile\" has to be 2 "
+    EXPECT_EQ(complaint(debit_with("\"aip\": \"7C00\"", "\"aip\": \"7C\"")),
+              "cannot be used. The profile, applications 1: \"aip\" has to be 2 "
               "bytes long.");
     EXPECT_EQ(complaint(debit_with("9F7A01 9F0206 5F2A02", "9F7A01 9F02")),
               "cannot be used. The profile, applications 1: \"pdol\" has to be a list of tags and "

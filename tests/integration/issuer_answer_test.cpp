@@ -71,8 +71,7 @@ TEST_F(IssuerAnswer, ThatTheCardDidNotBelieveIsToldOfInTheNextArqc) {
     const auto verdict = issuer_.arqc(read_and_generate().arqc.field55);
     EXPECT_TRUE(verdict.verified);
     namespace cvr = qaven::virtual_card::cvr;
-    EXPECT_NE(verdict.comparison.value().card_results[cvr::history_byte] &
-                  cvr::last_online_not_completed,
+    EXPECT_NE(verdict.comparison.value().cvr[cvr::history_byte] & cvr::last_online_not_completed,
               0);
 }
 

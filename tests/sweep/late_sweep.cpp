@@ -659,7 +659,7 @@ std::string Session::why_no_arqc(const Turn& turn, const std::string& field55,
         }
         const auto& application = turn.card.profile().applications.front();
         const auto& counter = objects.require(0x9F36, 2);
-        if ((counter[0] << 8U | counter[1]) != application.transaction_counter) {
+        if ((counter[0] << 8U | counter[1]) != application.atc) {
             return "another transaction's counter";
         }
         const auto verdict = turn.customer->issuer.verify(objects, CryptogramKind::request);

@@ -1,4 +1,4 @@
-// Command and response APDUs inside the card, and the status words that it gives.
+// Command and response APDUs inside the card, and its status words.
 #pragma once
 
 #include <cstdint>
@@ -10,56 +10,57 @@
 namespace qaven::virtual_card {
 
 namespace status {
-constexpr std::uint16_t success = 0x9000;
-constexpr std::uint16_t more_data = 0x6100;
-constexpr std::uint16_t selected_file_blocked = 0x6283;
-constexpr std::uint16_t authentication_failed = 0x6300;
-constexpr std::uint16_t tries_left = 0x63C0;
-constexpr std::uint16_t wrong_length = 0x6700;
-constexpr std::uint16_t wrong_file_structure = 0x6981;
-constexpr std::uint16_t pin_blocked = 0x6983;
-constexpr std::uint16_t not_now = 0x6985;
-constexpr std::uint16_t no_current_file = 0x6986;
-constexpr std::uint16_t wrong_script_mac = 0x6988;
-constexpr std::uint16_t wrong_data = 0x6A80;
-constexpr std::uint16_t card_blocked = 0x6A81;
-constexpr std::uint16_t file_not_found = 0x6A82;
-constexpr std::uint16_t record_not_found = 0x6A83;
-constexpr std::uint16_t wrong_parameters = 0x6A86;
-constexpr std::uint16_t object_not_found = 0x6A88;
-constexpr std::uint16_t wrong_offset = 0x6B00;
-constexpr std::uint16_t wrong_expected_length = 0x6C00;
-constexpr std::uint16_t unknown_instruction = 0x6D00;
-constexpr std::uint16_t unknown_class = 0x6E00;
+inline constexpr std::uint16_t kSuccess = 0x9000;
+inline constexpr std::uint16_t kBytesAvailable = 0x6100;
+inline constexpr std::uint16_t kSelectedFileInvalidated = 0x6283;
+inline constexpr std::uint16_t kAuthenticationFailed = 0x6300;
+inline constexpr std::uint16_t kTriesLeft = 0x63C0;
+inline constexpr std::uint16_t kWrongLength = 0x6700;
+inline constexpr std::uint16_t kIncompatibleFileStructure = 0x6981;
+inline constexpr std::uint16_t kAuthenticationMethodBlocked = 0x6983;
+inline constexpr std::uint16_t kConditionsNotSatisfied = 0x6985;
+inline constexpr std::uint16_t kNoCurrentEf = 0x6986;
+inline constexpr std::uint16_t kIncorrectSecureMessaging = 0x6988;
+inline constexpr std::uint16_t kIncorrectData = 0x6A80;
+inline constexpr std::uint16_t kFunctionNotSupported = 0x6A81;
+inline constexpr std::uint16_t kFileNotFound = 0x6A82;
+inline constexpr std::uint16_t kRecordNotFound = 0x6A83;
+inline constexpr std::uint16_t kIncorrectP1P2 = 0x6A86;
+inline constexpr std::uint16_t kReferencedDataNotFound = 0x6A88;
+inline constexpr std::uint16_t kOffsetOutsideFile = 0x6B00;
+inline constexpr std::uint16_t kWrongLe = 0x6C00;
+inline constexpr std::uint16_t kInsNotSupported = 0x6D00;
+inline constexpr std::uint16_t kClaNotSupported = 0x6E00;
 } // namespace status
 
 struct Command {
-    std::uint8_t instruction_class = 0;
-    std::uint8_t instruction = 0;
+    std::uint8_t cla = 0;
+    std::uint8_t ins = 0;
     std::uint8_t p1 = 0;
     std::uint8_t p2 = 0;
     // CLA INS P1 P2 Lc, as they enter the MAC of a script command.
     ByteView header;
     ByteView data;
-    std::optional<std::uint8_t> expected;
+    std::optional<std::uint8_t> le;
 
-    // Le 00 asks for as much as a short response can hold.
-    std::optional<std::size_t> expected_length() const {
+    // The most data bytes that the response may have: 256 for Le 00 (ISO/IEC 7816-4, 5.1).
+    std::optional<std::size_t> ne() const {
         constexpr std::size_t most = 256;
-        if (!expected) {
+        if (!le) {
             return std::nullopt;
         }
-        return *expected == 0 ? most : *expected;
+        return *le == 0 ? most : *le;
     }
 };
 
 struct Response {
-    Response(std::uint16_t refusal) : status_word(refusal) {}
-    Response(Bytes answer, std::uint16_t outcome = status::success)
-        : data(std::move(answer)), status_word(outcome) {}
+    Response(std::uint16_t status_word) : sw(status_word) {}
+    Response(Bytes response_data, std::uint16_t status_word = status::kSuccess)
+        : data(std::move(response_data)), sw(status_word) {}
 
     Bytes data;
-    std::uint16_t status_word;
+    // SW1 SW2.
+    std::uint16_t sw;
 };
 
 } // namespace qaven::virtual_card

@@ -57,6 +57,10 @@ Bytes to_bytes(std::string_view text) {
     return {text.begin(), text.end()};
 }
 
+Bytes big_endian(std::uint16_t number) {
+    return {static_cast<std::uint8_t>(number >> 8U), static_cast<std::uint8_t>(number)};
+}
+
 void append(Bytes& target, ByteView more) {
     target.insert(target.end(), more.begin(), more.end());
 }

@@ -23,6 +23,9 @@ std::optional<Bytes> from_hex(std::string_view text);
 
 Bytes to_bytes(std::string_view text);
 
+// A counter as cards hold it: two bytes, the high one first.
+Bytes big_endian(std::uint16_t number);
+
 void append(Bytes& target, ByteView more);
 
 Bytes concatenate(std::initializer_list<ByteView> parts);

@@ -10,14 +10,13 @@
 namespace qaven::virtual_card {
 
 struct Card::Instruction {
-    std::uint8_t instruction_class;
-    std::uint8_t instruction;
+    std::uint8_t cla;
+    std::uint8_t ins;
     bool takes_data;
     Handler handler;
 };
 
-const Card::Instruction* Card::find_instruction(std::uint8_t instruction_class,
-                                                std::uint8_t instruction) {
+const Card::Instruction* Card::find_instruction(std::uint8_t cla, std::uint8_t ins) {
     static constexpr std::array<Instruction, 17> instructions{{
         {0x00, 0x20, true, &Card::verify},
         {0x00, 0x82, true, &Card::external_authenticate},
@@ -29,7 +28,7 @@ const Card::Instruction* Card::find_instruction(std::uint8_t instruction_class,
         {0x04, 0xDA, true, &Card::put_data},
         {0x04, 0xDC, true, &Card::update_record},
         {0x80, 0xA8, true, &Card::get_processing_options},
-        {0x80, 0xAE, true, &Card::generate_cryptogram},
+        {0x80, 0xAE, true, &Card::generate_ac},
         {0x80, 0xCA, false, &Card::get_data},
         {0x84, 0x16, true, &Card::card_block},
         {0x84, 0x18, true, &Card::application_unblock},
@@ -39,21 +38,19 @@ const Card::Instruction* Card::find_instruction(std::uint8_t instruction_class,
     }};
     const auto* const found =
         std::find_if(instructions.begin(), instructions.end(), [&](const Instruction& candidate) {
-            return candidate.instruction_class == instruction_class &&
-                   candidate.instruction == instruction;
+            return candidate.cla == cla && candidate.ins == ins;
         });
     return found != instructions.end() ? found : nullptr;
 }
 
-std::uint16_t Card::refusal_of_unknown(std::uint8_t instruction_class, std::uint8_t instruction) {
+std::uint16_t Card::unsupported_status(std::uint8_t cla, std::uint8_t ins) {
     constexpr std::array<std::uint8_t, 4> classes{0x00, 0x04, 0x80, 0x84};
-    const bool known_class =
-        std::find(classes.begin(), classes.end(), instruction_class) != classes.end();
+    const bool known_class = std::find(classes.begin(), classes.end(), cla) != classes.end();
     const bool known_elsewhere =
         std::any_of(classes.begin(), classes.end(), [&](std::uint8_t candidate) {
-            return find_instruction(candidate, instruction) != nullptr;
+            return find_instruction(candidate, ins) != nullptr;
         });
-    return known_class && !known_elsewhere ? status::unknown_instruction : status::unknown_class;
+    return known_class && !known_elsewhere ? status::kInsNotSupported : status::kClaNotSupported;
 }
 
 Card::Card(Profile profile) : profile_(std::move(profile)) {}
@@ -61,7 +58,7 @@ Card::Card(Profile profile) : profile_(std::move(profile)) {}
 Bytes Card::power_on() {
     forget_session();
     powered_ = true;
-    return profile_.answer_to_reset;
+    return profile_.atr;
 }
 
 void Card::power_off() {
@@ -75,7 +72,7 @@ void Card::forget_session() {
     directory_ = nullptr;
     application_ = nullptr;
     transaction_.reset();
-    waiting_.clear();
+    pending_response_.clear();
 }
 
 Bytes Card::transmit(std::span<const std::uint8_t> command) {
@@ -83,92 +80,92 @@ Bytes Card::transmit(std::span<const std::uint8_t> command) {
         throw std::logic_error("A card without power takes no command.");
     }
     Response response = execute(command);
-    response.data.push_back(static_cast<std::uint8_t>(response.status_word >> 8U));
-    response.data.push_back(static_cast<std::uint8_t>(response.status_word));
+    response.data.push_back(static_cast<std::uint8_t>(response.sw >> 8U));
+    response.data.push_back(static_cast<std::uint8_t>(response.sw));
     return std::move(response.data);
 }
 
 Response Card::execute(ByteView bytes) {
     constexpr std::size_t header_size = 4;
     if (bytes.size() < header_size) {
-        return status::wrong_length;
+        return status::kWrongLength;
     }
     Command command;
-    command.instruction_class = bytes[0];
-    command.instruction = bytes[1];
+    command.cla = bytes[0];
+    command.ins = bytes[1];
     command.p1 = bytes[2];
     command.p2 = bytes[3];
-    const Instruction* known = find_instruction(command.instruction_class, command.instruction);
+    const Instruction* known = find_instruction(command.cla, command.ins);
     if (known == nullptr) {
-        return refusal_of_unknown(command.instruction_class, command.instruction);
+        return unsupported_status(command.cla, command.ins);
     }
     if (known->handler != &Card::get_response) {
-        waiting_.clear();
+        pending_response_.clear();
     }
     if (bytes.size() == header_size + 1) {
-        command.expected = bytes[header_size];
+        command.le = bytes[header_size];
     } else if (bytes.size() > header_size + 1) {
         const std::size_t data_size = bytes[header_size];
         const std::size_t data_end = header_size + 1 + data_size;
         if (data_size == 0 || bytes.size() < data_end || bytes.size() > data_end + 1) {
-            return status::wrong_length;
+            return status::kWrongLength;
         }
         command.header = bytes.first(header_size + 1);
         command.data = bytes.subspan(header_size + 1, data_size);
         if (bytes.size() > data_end) {
-            command.expected = bytes[data_end];
+            command.le = bytes[data_end];
         }
     }
     if (command.data.empty() == known->takes_data) {
-        return status::wrong_length;
+        return status::kWrongLength;
     }
-    return hand_over(command, known->takes_data, (this->*known->handler)(command));
+    return apply_le(command, known->takes_data, (this->*known->handler)(command));
 }
 
 // A card that speaks T=0 can't answer a command that carried data with data: it says how much is
 // waiting. For a command without data it insists on the exact length.
-Response Card::hand_over(const Command& command, bool takes_data, Response response) {
+Response Card::apply_le(const Command& command, bool takes_data, Response response) {
     if (response.data.empty()) {
         return response;
     }
     const auto size = static_cast<std::uint8_t>(response.data.size());
-    const auto expected = command.expected_length();
+    const auto expected = command.ne();
     const bool exact_only = profile_.transmission == Transmission::get_response;
     if (takes_data) {
         if (!exact_only) {
             return response;
         }
-        waiting_ = std::move(response.data);
-        return response.status_word == status::success
-                   ? static_cast<std::uint16_t>(status::more_data | size)
-                   : response.status_word;
+        pending_response_ = std::move(response.data);
+        return response.sw == status::kSuccess
+                   ? static_cast<std::uint16_t>(status::kBytesAvailable | size)
+                   : response.sw;
     }
     const bool too_short = expected && *expected < response.data.size();
     if (too_short || (exact_only && expected != response.data.size())) {
-        return static_cast<std::uint16_t>(status::wrong_expected_length | size);
+        return static_cast<std::uint16_t>(status::kWrongLe | size);
     }
     return response;
 }
 
 Response Card::get_response(const Command& command) {
     if (command.p1 != 0 || command.p2 != 0) {
-        return status::wrong_parameters;
+        return status::kIncorrectP1P2;
     }
-    if (waiting_.empty()) {
-        return status::not_now;
+    if (pending_response_.empty()) {
+        return status::kConditionsNotSatisfied;
     }
-    if (command.expected_length() != waiting_.size()) {
-        return static_cast<std::uint16_t>(status::wrong_expected_length |
-                                          static_cast<std::uint8_t>(waiting_.size()));
+    if (command.ne() != pending_response_.size()) {
+        return static_cast<std::uint16_t>(status::kWrongLe |
+                                          static_cast<std::uint8_t>(pending_response_.size()));
     }
-    return std::exchange(waiting_, {});
+    return std::exchange(pending_response_, {});
 }
 
 std::size_t Card::file_count() const {
     return profile_.directories.size() + profile_.applications.size();
 }
 
-Bytes Card::file_name(std::size_t file) const {
+Bytes Card::df_name(std::size_t file) const {
     return file < profile_.directories.size()
                ? to_bytes(profile_.directories[file].name)
                : profile_.applications[file - profile_.directories.size()].aid;
@@ -181,32 +178,32 @@ Response Card::select(const Command& command) {
     constexpr std::size_t longest_name = 16;
     if (command.p1 != by_name ||
         (command.p2 != first_occurrence && command.p2 != next_occurrence)) {
-        return status::wrong_parameters;
+        return status::kIncorrectP1P2;
     }
     if (profile_.card_blocked) {
-        return status::card_blocked;
+        return status::kFunctionNotSupported;
     }
     if (command.data.size() > longest_name) {
-        return status::wrong_length;
+        return status::kWrongLength;
     }
     const Bytes name(command.data.begin(), command.data.end());
     std::size_t file = 0;
     if (command.p2 == next_occurrence) {
         if (!last_found_ || name != last_name_) {
-            return status::file_not_found;
+            return status::kFileNotFound;
         }
         file = *last_found_ + 1;
     }
     for (; file < file_count(); ++file) {
-        const Bytes full_name = file_name(file);
+        const Bytes full_name = df_name(file);
         if (full_name.size() >= name.size() &&
             std::equal(name.begin(), name.end(), full_name.begin())) {
             last_found_ = file;
             last_name_ = name;
-            return enter(file);
+            return select_file(file);
         }
     }
-    return status::file_not_found;
+    return status::kFileNotFound;
 }
 
 namespace {
@@ -219,7 +216,7 @@ Bytes encode_all(const std::vector<DataObject>& objects) {
     return all;
 }
 
-Bytes control_information(ByteView name, ByteView proprietary) {
+Bytes fci_template(ByteView name, ByteView proprietary) {
     return encode_object(
         0x6F, concatenate({encode_object(0x84, name), encode_object(0xA5, proprietary)}));
 }
@@ -228,13 +225,13 @@ Bytes log_entry(Tag tag, const LogFile& log) {
     return encode_object(tag, Bytes{log.sfi, log.capacity});
 }
 
-Bytes directory_information(const Directory& directory) {
-    return control_information(to_bytes(directory.name),
-                               concatenate({encode_object(0x88, Bytes{directory.sfi}),
-                                            encode_all(directory.fci_objects)}));
+Bytes directory_fci(const Directory& directory) {
+    return fci_template(to_bytes(directory.name),
+                        concatenate({encode_object(0x88, Bytes{directory.sfi}),
+                                     encode_all(directory.fci_objects)}));
 }
 
-Bytes application_information(const Application& application) {
+Bytes application_fci(const Application& application) {
     Bytes proprietary = encode_object(0x50, to_bytes(application.label));
     if (application.priority) {
         append(proprietary, encode_object(0x87, Bytes{*application.priority}));
@@ -253,41 +250,44 @@ Bytes application_information(const Application& application) {
     if (!discretionary.empty()) {
         append(proprietary, encode_object(0xBF0C, discretionary));
     }
-    return control_information(application.aid, proprietary);
+    return fci_template(application.aid, proprietary);
 }
 
 } // namespace
 
-Response Card::enter(std::size_t file) {
+Response Card::select_file(std::size_t file) {
     transaction_.reset();
     application_ = nullptr;
     directory_ = nullptr;
     if (file < profile_.directories.size()) {
         directory_ = &profile_.directories[file];
-        return directory_information(*directory_);
+        return directory_fci(*directory_);
     }
     application_ = &profile_.applications[file - profile_.directories.size()];
     transaction_.emplace(*application_, profile_.issuer_keys);
-    return {application_information(*application_),
-            application_->blocked ? status::selected_file_blocked : status::success};
+    return {application_fci(*application_),
+            application_->blocked ? status::kSelectedFileInvalidated : status::kSuccess};
 }
 
 Response Card::get_processing_options(const Command& command) {
-    return transaction_ ? transaction_->get_processing_options(command) : Response(status::not_now);
+    return transaction_ ? transaction_->get_processing_options(command)
+                        : Response(status::kConditionsNotSatisfied);
 }
 
-Response Card::generate_cryptogram(const Command& command) {
+Response Card::generate_ac(const Command& command) {
     const bool no_tries_left = profile_.pin && profile_.pin->tries_left == 0;
-    return transaction_ ? transaction_->generate_cryptogram(command, no_tries_left)
-                        : Response(status::not_now);
+    return transaction_ ? transaction_->generate_ac(command, no_tries_left)
+                        : Response(status::kConditionsNotSatisfied);
 }
 
 Response Card::external_authenticate(const Command& command) {
-    return transaction_ ? transaction_->external_authenticate(command) : Response(status::not_now);
+    return transaction_ ? transaction_->external_authenticate(command)
+                        : Response(status::kConditionsNotSatisfied);
 }
 
 Response Card::internal_authenticate(const Command& command) {
-    return transaction_ ? transaction_->internal_authenticate(command) : Response(status::not_now);
+    return transaction_ ? transaction_->internal_authenticate(command)
+                        : Response(status::kConditionsNotSatisfied);
 }
 
 } // namespace qaven::virtual_card

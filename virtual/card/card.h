@@ -24,20 +24,18 @@ class Card final : public Icc {
   private:
     using Handler = Response (Card::*)(const Command&);
     struct Instruction;
-    static const Instruction* find_instruction(std::uint8_t instruction_class,
-                                               std::uint8_t instruction);
-    static std::uint16_t refusal_of_unknown(std::uint8_t instruction_class,
-                                            std::uint8_t instruction);
+    static const Instruction* find_instruction(std::uint8_t cla, std::uint8_t ins);
+    static std::uint16_t unsupported_status(std::uint8_t cla, std::uint8_t ins);
 
     Response execute(ByteView bytes);
-    Response hand_over(const Command& command, bool takes_data, Response response);
+    Response apply_le(const Command& command, bool takes_data, Response response);
     Response get_response(const Command& command);
     void forget_session();
 
     // Selection.
     Response select(const Command& command);
-    Response enter(std::size_t file);
-    Bytes file_name(std::size_t file) const;
+    Response select_file(std::size_t file);
+    Bytes df_name(std::size_t file) const;
     std::size_t file_count() const;
 
     // Files and data objects.
@@ -52,7 +50,7 @@ class Card final : public Icc {
 
     // Transaction.
     Response get_processing_options(const Command& command);
-    Response generate_cryptogram(const Command& command);
+    Response generate_ac(const Command& command);
     Response external_authenticate(const Command& command);
     Response internal_authenticate(const Command& command);
 
@@ -82,7 +80,7 @@ class Card final : public Icc {
     const Directory* directory_ = nullptr;
     Application* application_ = nullptr;
     std::optional<Transaction> transaction_;
-    Bytes waiting_;
+    Bytes pending_response_;
 };
 
 } // namespace qaven::virtual_card

@@ -13,7 +13,7 @@ constexpr std::uint8_t record_mode_mask = 0x07;
 
 Response find_log_record(const LogFile& log, std::uint8_t number) {
     if (number == 0 || number > log.records.size()) {
-        return status::record_not_found;
+        return status::kRecordNotFound;
     }
     return log.records[number - 1U];
 }
@@ -33,32 +33,28 @@ Bytes directory_record(const std::vector<DirectoryEntry>& entries) {
     return encode_object(0x70, inner);
 }
 
-Bytes counter_bytes(std::uint16_t counter) {
-    return {static_cast<std::uint8_t>(counter >> 8U), static_cast<std::uint8_t>(counter)};
-}
-
 } // namespace
 
 Response Card::read_record(const Command& command) {
     if ((command.p2 & record_mode_mask) != by_number) {
-        return status::wrong_parameters;
+        return status::kIncorrectP1P2;
     }
     const auto sfi = static_cast<std::uint8_t>(command.p2 >> sfi_shift);
     if (directory_ != nullptr) {
         return read_directory_record(sfi, command.p1);
     }
     if (application_ == nullptr) {
-        return status::not_now;
+        return status::kConditionsNotSatisfied;
     }
     return read_application_record(sfi, command.p1);
 }
 
 Response Card::read_directory_record(std::uint8_t sfi, std::uint8_t number) const {
     if (sfi != directory_->sfi) {
-        return status::file_not_found;
+        return status::kFileNotFound;
     }
     if (number == 0 || number > directory_->records.size()) {
-        return status::record_not_found;
+        return status::kRecordNotFound;
     }
     return directory_record(directory_->records[number - 1U]);
 }
@@ -72,21 +68,21 @@ Response Card::read_application_record(std::uint8_t sfi, std::uint8_t number) co
     const auto in_file = [sfi](const auto& entry) { return entry.sfi == sfi; };
     if (std::any_of(application_->binary_files.begin(), application_->binary_files.end(),
                     in_file)) {
-        return status::wrong_file_structure;
+        return status::kIncompatibleFileStructure;
     }
     const std::vector<Record>& records = application_->records;
     if (std::none_of(records.begin(), records.end(), in_file)) {
-        return status::file_not_found;
+        return status::kFileNotFound;
     }
     // The files that the AFL names can be read once the transaction has begun.
     if (!transaction_->initiated()) {
-        return status::not_now;
+        return status::kConditionsNotSatisfied;
     }
     const auto found = std::find_if(records.begin(), records.end(), [&](const Record& record) {
         return record.sfi == sfi && record.number == number;
     });
     if (found == records.end()) {
-        return status::record_not_found;
+        return status::kRecordNotFound;
     }
     return found->content;
 }
@@ -95,10 +91,10 @@ Response Card::read_binary(const Command& command) {
     constexpr std::uint8_t names_sfi = 0x80;
     constexpr std::uint8_t sfi_mask = 0x1F;
     if (application_ == nullptr) {
-        return status::not_now;
+        return status::kConditionsNotSatisfied;
     }
     if ((command.p1 & names_sfi) == 0) {
-        return status::no_current_file;
+        return status::kNoCurrentEf;
     }
     const std::uint8_t sfi = command.p1 & sfi_mask;
     const auto in_file = [sfi](const auto& entry) { return entry.sfi == sfi; };
@@ -107,20 +103,20 @@ Response Card::read_binary(const Command& command) {
     if (file == application_->binary_files.end()) {
         const bool has_records =
             std::any_of(application_->records.begin(), application_->records.end(), in_file);
-        return has_records ? status::wrong_file_structure : status::file_not_found;
+        return has_records ? status::kIncompatibleFileStructure : status::kFileNotFound;
     }
     const std::size_t offset = command.p2;
     if (offset >= file->content.size()) {
-        return status::wrong_offset;
+        return status::kOffsetOutsideFile;
     }
     const ByteView rest = ByteView(file->content).subspan(offset);
-    const auto expected = command.expected_length();
+    const auto expected = command.ne();
     if (!expected) {
-        return status::wrong_length;
+        return status::kWrongLength;
     }
     // A transparent file is read with the exact length; the card says which it is.
     if (*expected > rest.size()) {
-        return static_cast<std::uint16_t>(status::wrong_expected_length |
+        return static_cast<std::uint16_t>(status::kWrongLe |
                                           static_cast<std::uint8_t>(rest.size()));
     }
     const ByteView part = rest.first(*expected);
@@ -129,11 +125,11 @@ Response Card::read_binary(const Command& command) {
 
 Response Card::get_data(const Command& command) {
     if (application_ == nullptr) {
-        return status::not_now;
+        return status::kConditionsNotSatisfied;
     }
     const Tag tag = (Tag{command.p1} << 8U) | command.p2;
     const auto value = data_object(tag);
-    return value ? Response(encode_object(tag, *value)) : Response(status::object_not_found);
+    return value ? Response(encode_object(tag, *value)) : Response(status::kReferencedDataNotFound);
 }
 
 std::optional<Bytes> Card::data_object(Tag tag) const {
@@ -143,11 +139,11 @@ std::optional<Bytes> Card::data_object(Tag tag) const {
     };
     switch (tag) {
     case 0x9F13:
-        return counter_bytes(application_->last_online_counter);
+        return big_endian(application_->last_online_atc);
     case 0x9F17:
         return profile_.pin ? std::optional(Bytes{profile_.pin->tries_left}) : std::nullopt;
     case 0x9F36:
-        return counter_bytes(application_->transaction_counter);
+        return big_endian(application_->atc);
     case 0x9F4F:
         return log_format(application_->transaction_log);
     case 0xDF4F:
@@ -167,36 +163,36 @@ std::optional<Bytes> Card::data_object(Tag tag) const {
 Response Card::get_challenge(const Command& command) {
     constexpr std::uint8_t usual_size = 8;
     if (command.p1 != 0 || command.p2 != 0) {
-        return status::wrong_parameters;
+        return status::kIncorrectP1P2;
     }
-    const std::uint8_t asked = command.expected.value_or(0);
+    const std::uint8_t asked = command.le.value_or(0);
     return random_bytes(asked == 0 ? usual_size : asked);
 }
 
 Response Card::verify(const Command& command) {
     constexpr std::uint8_t plaintext_pin = 0x80;
     if (command.p1 != 0 || command.p2 != plaintext_pin) {
-        return status::wrong_parameters;
+        return status::kIncorrectP1P2;
     }
     if (application_ == nullptr || !profile_.pin) {
-        return status::not_now;
+        return status::kConditionsNotSatisfied;
     }
     if (command.data.size() != sizeof(Cryptogram)) {
-        return status::wrong_length;
+        return status::kWrongLength;
     }
     Pin& pin = *profile_.pin;
     if (pin.tries_left == 0) {
-        return status::pin_blocked;
+        return status::kAuthenticationMethodBlocked;
     }
     const Cryptogram expected = make_pin_block(pin.digits);
     const bool accepted = std::equal(expected.begin(), expected.end(), command.data.begin());
     transaction_->note_pin_verification(accepted);
     if (accepted) {
         pin.tries_left = pin.try_limit;
-        return status::success;
+        return status::kSuccess;
     }
     --pin.tries_left;
-    return static_cast<std::uint16_t>(status::tries_left | pin.tries_left);
+    return static_cast<std::uint16_t>(status::kTriesLeft | pin.tries_left);
 }
 
 } // namespace qaven::virtual_card

@@ -16,23 +16,24 @@ bool is_amount(ByteView value) {
 
 std::uint16_t check_bare_command(const Command& command, ByteView data) {
     if (command.p1 != 0 || command.p2 != 0) {
-        return status::wrong_parameters;
+        return status::kIncorrectP1P2;
     }
-    return data.empty() ? status::success : status::wrong_length;
+    return data.empty() ? status::kSuccess : status::kWrongLength;
 }
 
 } // namespace
 
 Response Card::run_script(const Command& command, Effect effect) {
     if (!transaction_ || !transaction_->accepts_scripts()) {
-        return status::not_now;
+        return status::kConditionsNotSatisfied;
     }
     if (command.data.size() < script_mac_size) {
-        return status::wrong_length;
+        return status::kWrongLength;
     }
-    const auto data = transaction_->authentic_data(command);
-    const std::uint16_t result = data ? (this->*effect)(command, *data) : status::wrong_script_mac;
-    transaction_->note_script(result == status::success);
+    const auto data = transaction_->verified_data(command);
+    const std::uint16_t result =
+        data ? (this->*effect)(command, *data) : status::kIncorrectSecureMessaging;
+    transaction_->note_script(result == status::kSuccess);
     if (profile_.card_blocked) {
         forget_session();
     }
@@ -65,7 +66,7 @@ Response Card::update_record(const Command& command) {
 
 std::uint16_t Card::block_application(const Command& command, ByteView data) {
     const std::uint16_t result = check_bare_command(command, data);
-    if (result == status::success) {
+    if (result == status::kSuccess) {
         application_->blocked = true;
     }
     return result;
@@ -73,7 +74,7 @@ std::uint16_t Card::block_application(const Command& command, ByteView data) {
 
 std::uint16_t Card::unblock_application(const Command& command, ByteView data) {
     const std::uint16_t result = check_bare_command(command, data);
-    if (result == status::success) {
+    if (result == status::kSuccess) {
         application_->blocked = false;
     }
     return result;
@@ -81,7 +82,7 @@ std::uint16_t Card::unblock_application(const Command& command, ByteView data) {
 
 std::uint16_t Card::block_card(const Command& command, ByteView data) {
     const std::uint16_t result = check_bare_command(command, data);
-    if (result == status::success) {
+    if (result == status::kSuccess) {
         profile_.card_blocked = true;
     }
     return result;
@@ -91,36 +92,36 @@ std::uint16_t Card::change_pin(const Command& command, ByteView data) {
     constexpr std::uint8_t unblock_only = 0x00;
     constexpr std::uint8_t new_pin = 0x02;
     if (command.p1 != 0 || (command.p2 != unblock_only && command.p2 != new_pin)) {
-        return status::wrong_parameters;
+        return status::kIncorrectP1P2;
     }
     if (!profile_.pin) {
-        return status::not_now;
+        return status::kConditionsNotSatisfied;
     }
     if (command.p2 == new_pin) {
         const auto block = transaction_->decipher_pin(data);
         const auto digits = block ? read_pin_block(*block) : std::nullopt;
         if (!digits) {
-            return status::wrong_data;
+            return status::kIncorrectData;
         }
         profile_.pin->digits = *digits;
     } else if (!data.empty()) {
-        return status::wrong_length;
+        return status::kWrongLength;
     }
     profile_.pin->tries_left = profile_.pin->try_limit;
-    return status::success;
+    return status::kSuccess;
 }
 
 std::uint16_t Card::write_object(const Command& command, ByteView data) {
     auto& cash = application_->electronic_cash;
     const Tag tag = (Tag{command.p1} << 8U) | command.p2;
     if (!cash || (tag != 0x9F77 && tag != 0x9F78 && tag != 0x9F79)) {
-        return status::object_not_found;
+        return status::kReferencedDataNotFound;
     }
     if (data.size() != amount_size) {
-        return status::wrong_length;
+        return status::kWrongLength;
     }
     if (!is_amount(data)) {
-        return status::wrong_data;
+        return status::kIncorrectData;
     }
     const Bytes amount(data.begin(), data.end());
     if (tag == 0x9F77) {
@@ -128,12 +129,12 @@ std::uint16_t Card::write_object(const Command& command, ByteView data) {
     } else if (tag == 0x9F78) {
         cash->single_limit = amount;
     } else if (amount > cash->balance_limit) {
-        return status::wrong_data;
+        return status::kIncorrectData;
     } else {
         record_load(command, cash->balance, amount);
         cash->balance = amount;
     }
-    return status::success;
+    return status::kSuccess;
 }
 
 // A load is logged with the tag that was written, the balance before and after, and what the
@@ -156,27 +157,27 @@ std::uint16_t Card::write_record(const Command& command, ByteView data) {
     constexpr std::uint8_t record_mode_mask = 0x07;
     constexpr std::uint8_t by_number = 0x04;
     if ((command.p2 & record_mode_mask) != by_number) {
-        return status::wrong_parameters;
+        return status::kIncorrectP1P2;
     }
     const auto sfi = static_cast<std::uint8_t>(command.p2 >> sfi_shift);
     for (const auto* log : {&application_->transaction_log, &application_->load_log}) {
         if (*log && (*log)->sfi == sfi) {
-            return status::wrong_file_structure;
+            return status::kIncompatibleFileStructure;
         }
     }
     std::vector<Record>& records = application_->records;
     if (std::none_of(records.begin(), records.end(),
                      [&](const Record& record) { return record.sfi == sfi; })) {
-        return status::file_not_found;
+        return status::kFileNotFound;
     }
     const auto found = std::find_if(records.begin(), records.end(), [&](const Record& record) {
         return record.sfi == sfi && record.number == command.p1;
     });
     if (found == records.end()) {
-        return status::record_not_found;
+        return status::kRecordNotFound;
     }
     if (!is_one_object(0x70, data)) {
-        return status::wrong_data;
+        return status::kIncorrectData;
     }
     Record updated = *found;
     updated.objects.clear();
@@ -186,10 +187,10 @@ std::uint16_t Card::write_record(const Command& command, ByteView data) {
     try {
         personal_data(all);
     } catch (const std::runtime_error&) {
-        return status::wrong_data;
+        return status::kIncorrectData;
     }
     records = std::move(all);
-    return status::success;
+    return status::kSuccess;
 }
 
 } // namespace qaven::virtual_card

@@ -33,7 +33,7 @@ constexpr std::array<DolEntry, 8> cryptogram_terminal_objects{{{0x9F02, 6},
                                                                {0x9F37, 4}}};
 
 constexpr std::size_t cvr_size = 4;
-using CardVerificationResults = std::array<std::uint8_t, cvr_size>;
+using Cvr = std::array<std::uint8_t, cvr_size>;
 
 // Where the fields stand in the IAD (9F10): 07, key index, cryptogram version, CVR, algorithm.
 constexpr std::size_t iad_cvr_at = 3;

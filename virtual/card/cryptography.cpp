@@ -95,9 +95,9 @@ void xor_into(Bytes& target, ByteView other) {
     }
 }
 
-EightBytes diversification_data(std::string_view pan_digits, std::uint8_t sequence_number) {
+EightBytes diversification_data(std::string_view pan_digits, std::uint8_t pan_sequence_number) {
     constexpr std::size_t digit_count = 16;
-    std::string digits = std::string(pan_digits) + to_hex(Bytes{sequence_number});
+    std::string digits = std::string(pan_digits) + to_hex(Bytes{pan_sequence_number});
     if (digits.size() < digit_count) {
         digits.insert(0, digit_count - digits.size(), '0');
     }
@@ -111,15 +111,15 @@ EightBytes diversification_data(std::string_view pan_digits, std::uint8_t sequen
 } // namespace
 
 Key derive_card_key(Algorithm algorithm, const Key& issuer_key, std::string_view pan_digits,
-                    std::uint8_t sequence_number) {
-    const EightBytes left = diversification_data(pan_digits, sequence_number);
+                    std::uint8_t pan_sequence_number) {
+    const EightBytes left = diversification_data(pan_digits, pan_sequence_number);
     const Bytes right = complement(left);
     return as_key(block_cipher(algorithm, issuer_key, concatenate({left, right})));
 }
 
-Key derive_session_key(Algorithm algorithm, const Key& card_key, std::uint16_t counter) {
-    const auto high = static_cast<std::uint8_t>(counter >> 8U);
-    const auto low = static_cast<std::uint8_t>(counter);
+Key derive_session_key(Algorithm algorithm, const Key& card_key, std::uint16_t atc) {
+    const auto high = static_cast<std::uint8_t>(atc >> 8U);
+    const auto low = static_cast<std::uint8_t>(atc);
     const Bytes left = {0, 0, 0, 0, 0, 0, high, low};
     const Bytes right = {
         0, 0, 0, 0, 0, 0, static_cast<std::uint8_t>(~high), static_cast<std::uint8_t>(~low)};
@@ -144,24 +144,21 @@ Cryptogram compute_mac(Algorithm algorithm, const Key& session_key, ByteView dat
     return leftmost(chain);
 }
 
-Cryptogram compute_response_cryptogram(Algorithm algorithm, const Key& session_key,
-                                       const Cryptogram& request_cryptogram,
-                                       const ResponseCode& response_code) {
-    Bytes input(request_cryptogram.begin(), request_cryptogram.end());
-    input[0] ^= response_code[0];
-    input[1] ^= response_code[1];
+Cryptogram compute_arpc(Algorithm algorithm, const Key& session_key, const Cryptogram& arqc,
+                        const Arc& arc) {
+    Bytes input(arqc.begin(), arqc.end());
+    input[0] ^= arc[0];
+    input[1] ^= arc[1];
     input.resize(block_size(algorithm), 0x00);
     return leftmost(block_cipher(algorithm, session_key, input));
 }
 
 Bytes compute_script_mac(Algorithm algorithm, const Key& mac_session_key, ByteView header,
-                         std::uint16_t counter, const Cryptogram& first_cryptogram,
+                         std::uint16_t atc, const Cryptogram& first_cryptogram,
                          ByteView command_data) {
-    const Bytes counter_bytes = {static_cast<std::uint8_t>(counter >> 8U),
-                                 static_cast<std::uint8_t>(counter)};
     const Cryptogram mac =
         compute_mac(algorithm, mac_session_key,
-                    concatenate({header, counter_bytes, first_cryptogram, command_data}));
+                    concatenate({header, big_endian(atc), first_cryptogram, command_data}));
     return {mac.begin(), mac.begin() + script_mac_size};
 }
 

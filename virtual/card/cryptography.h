@@ -26,7 +26,7 @@ namespace qaven::virtual_card {
 
 using Key = std::array<std::uint8_t, 16>;
 using Cryptogram = std::array<std::uint8_t, 8>;
-using ResponseCode = std::array<std::uint8_t, 2>;
+using Arc = std::array<std::uint8_t, 2>;
 
 // The values are those of the algorithm byte that ends the issuer application data.
 enum class Algorithm : std::uint8_t { triple_des = 0x01, sm4 = 0x04 };
@@ -34,20 +34,19 @@ enum class Algorithm : std::uint8_t { triple_des = 0x01, sm4 = 0x04 };
 constexpr std::size_t script_mac_size = 4;
 
 Key derive_card_key(Algorithm algorithm, const Key& issuer_key, std::string_view pan_digits,
-                    std::uint8_t sequence_number);
+                    std::uint8_t pan_sequence_number);
 
-Key derive_session_key(Algorithm algorithm, const Key& card_key, std::uint16_t counter);
+Key derive_session_key(Algorithm algorithm, const Key& card_key, std::uint16_t atc);
 
 Cryptogram compute_mac(Algorithm algorithm, const Key& session_key, ByteView data);
 
-Cryptogram compute_response_cryptogram(Algorithm algorithm, const Key& session_key,
-                                       const Cryptogram& request_cryptogram,
-                                       const ResponseCode& response_code);
+Cryptogram compute_arpc(Algorithm algorithm, const Key& session_key, const Cryptogram& arqc,
+                        const Arc& arc);
 
 // The MAC that ends a script command: over CLA INS P1 P2 Lc, the ATC, the cryptogram of the first
 // GENERATE AC and the command data in front of the MAC; the leftmost four bytes. Lc counts the MAC.
 Bytes compute_script_mac(Algorithm algorithm, const Key& mac_session_key, ByteView header,
-                         std::uint16_t counter, const Cryptogram& first_cryptogram,
+                         std::uint16_t atc, const Cryptogram& first_cryptogram,
                          ByteView command_data);
 
 // A new PIN travels as 08 || PIN block, padded with 80 00.. to 16 bytes, enciphered block by block.

@@ -2,6 +2,7 @@
 #include "json.h"
 
 #include <cmath>
+#include <iostream>
 #include <stdexcept>
 
 namespace qaven::virtual_card {
@@ -28,6 +29,19 @@ JsonObject::JsonObject(const cJSON* object, std::string place)
 
 bool JsonObject::has(const char* name) const {
     return cJSON_GetObjectItemCaseSensitive(object_, name) != nullptr;
+}
+
+const char* JsonObject::renamed(const char* name, const char* earlier) const {
+    if (!has(earlier)) {
+        return name;
+    }
+    if (has(name)) {
+        complain(earlier,
+                 "is the earlier name of \"" + std::string(name) + "\", which is there too");
+    }
+    std::cerr << "note: " << place_ << ": \"" << earlier << "\" is now called \"" << name
+              << "\".\n";
+    return earlier;
 }
 
 const cJSON* JsonObject::find(const char* name) {

@@ -28,6 +28,10 @@ class JsonObject {
 
     bool has(const char* name) const;
 
+    // The name under which the object has this entry: `name`, or the one that it had in earlier
+    // profiles, with a note on standard error. An object with both is refused.
+    const char* renamed(const char* name, const char* earlier) const;
+
     std::string text(const char* name);
     std::string text_or(const char* name, std::string otherwise);
     std::uint32_t number(const char* name, std::uint32_t largest);

@@ -183,10 +183,12 @@ Application read_application(JsonObject& from) {
         from.complain("pdol", "has to be a list of tags and lengths");
     }
     application.fci_objects = read_objects(from, "fci_objects");
-    application.interchange_profile = from.hex_of_size("interchange_profile", 2);
-    application.file_locator = from.hex("file_locator");
-    application.processing_options_format = read_format(from, "processing_options_format");
-    application.cryptogram_format = read_format(from, "cryptogram_format");
+    application.aip = from.hex_of_size(from.renamed("aip", "interchange_profile"), 2);
+    application.afl = from.hex(from.renamed("afl", "file_locator"));
+    application.gpo_format =
+        read_format(from, from.renamed("gpo_format", "processing_options_format"));
+    application.generate_ac_format =
+        read_format(from, from.renamed("generate_ac_format", "cryptogram_format"));
     application.declines = from.flag_or("declines", false);
     application.issuer_authentication_mandatory =
         from.flag_or("issuer_authentication_mandatory", true);
@@ -199,8 +201,9 @@ Application read_application(JsonObject& from) {
     if (from.has("electronic_cash")) {
         application.electronic_cash = read_electronic_cash(from.object("electronic_cash"));
     }
-    application.transaction_counter = read_counter(from, "transaction_counter");
-    application.last_online_counter = read_counter(from, "last_online_counter");
+    application.atc = read_counter(from, from.renamed("atc", "transaction_counter"));
+    application.last_online_atc =
+        read_counter(from, from.renamed("last_online_atc", "last_online_counter"));
     if (from.has("last_transaction")) {
         application.last_transaction = read_last_transaction(from.object("last_transaction"));
     }
@@ -290,7 +293,7 @@ Transmission read_transmission(JsonObject& from) {
 Profile read_profile(JsonObject from) {
     Profile profile;
     profile.description = from.text("description");
-    profile.answer_to_reset = from.hex("answer_to_reset");
+    profile.atr = from.hex(from.renamed("atr", "answer_to_reset"));
     profile.transmission = read_transmission(from);
     profile.card_blocked = from.flag_or("card_blocked", false);
     if (from.has("pin")) {
@@ -331,11 +334,6 @@ JsonTree number_item(unsigned value) {
 
 JsonTree flag_item(bool value) {
     return JsonTree(cJSON_CreateBool(value ? 1 : 0));
-}
-
-JsonTree counter_item(std::uint16_t counter) {
-    return hex_item(
-        Bytes{static_cast<std::uint8_t>(counter >> 8U), static_cast<std::uint8_t>(counter)});
 }
 
 JsonTree new_object() {
@@ -420,12 +418,11 @@ JsonTree write_application(const Application& application) {
     add(target, "blocked", flag_item(application.blocked));
     add(target, "pdol", hex_item(application.pdol));
     add(target, "fci_objects", list_item(application.fci_objects, write_object));
-    add(target, "interchange_profile", hex_item(application.interchange_profile));
-    add(target, "file_locator", hex_item(application.file_locator));
-    add(target, "processing_options_format",
-        number_item(static_cast<unsigned>(application.processing_options_format)));
-    add(target, "cryptogram_format",
-        number_item(static_cast<unsigned>(application.cryptogram_format)));
+    add(target, "aip", hex_item(application.aip));
+    add(target, "afl", hex_item(application.afl));
+    add(target, "gpo_format", number_item(static_cast<unsigned>(application.gpo_format)));
+    add(target, "generate_ac_format",
+        number_item(static_cast<unsigned>(application.generate_ac_format)));
     add(target, "declines", flag_item(application.declines));
     add(target, "issuer_authentication_mandatory",
         flag_item(application.issuer_authentication_mandatory));
@@ -448,8 +445,8 @@ JsonTree write_application(const Application& application) {
     if (application.load_log) {
         add(target, "load_log", write_log(*application.load_log));
     }
-    add(target, "transaction_counter", counter_item(application.transaction_counter));
-    add(target, "last_online_counter", counter_item(application.last_online_counter));
+    add(target, "atc", hex_item(big_endian(application.atc)));
+    add(target, "last_online_atc", hex_item(big_endian(application.last_online_atc)));
     add(target, "last_transaction", write_last_transaction(application.last_transaction));
     return item;
 }
@@ -510,7 +507,7 @@ JsonTree write_profile(const Profile& profile) {
     JsonTree item = new_object();
     cJSON* target = item.get();
     add(target, "description", text_item(profile.description));
-    add(target, "answer_to_reset", hex_item(profile.answer_to_reset));
+    add(target, "atr", hex_item(profile.atr));
     add(target, "transmission",
         text_item(profile.transmission == Transmission::direct ? "direct" : "get-response"));
     add(target, "card_blocked", flag_item(profile.card_blocked));
@@ -601,7 +598,7 @@ PersonalData personal_data(const std::vector<Record>& records) {
         if (sequence->size() != 1) {
             throw std::runtime_error("The PAN sequence number (5F34) has to be one byte.");
         }
-        data.sequence_number = sequence->front();
+        data.pan_sequence_number = sequence->front();
     }
     data.cdol1 = read_dol(records, 0x8C, "CDOL1 (8C)", cryptogram_terminal_objects, "cryptogram");
     data.cdol2 = read_dol(records, 0x8D, "CDOL2 (8D)", cryptogram_terminal_objects, "cryptogram");

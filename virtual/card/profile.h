@@ -75,10 +75,10 @@ struct Application {
     bool blocked = false;
     Bytes pdol;
     std::vector<DataObject> fci_objects;
-    Bytes interchange_profile;
-    Bytes file_locator;
-    ResponseFormat processing_options_format = ResponseFormat::primitive;
-    ResponseFormat cryptogram_format = ResponseFormat::primitive;
+    Bytes aip;
+    Bytes afl;
+    ResponseFormat gpo_format = ResponseFormat::primitive;
+    ResponseFormat generate_ac_format = ResponseFormat::primitive;
     bool declines = false;
     bool issuer_authentication_mandatory = true;
     std::uint8_t key_index = 0;
@@ -89,8 +89,8 @@ struct Application {
     std::optional<ElectronicCash> electronic_cash;
     std::optional<LogFile> transaction_log;
     std::optional<LogFile> load_log;
-    std::uint16_t transaction_counter = 0;
-    std::uint16_t last_online_counter = 0;
+    std::uint16_t atc = 0;
+    std::uint16_t last_online_atc = 0;
     LastTransaction last_transaction;
 };
 
@@ -134,7 +134,7 @@ enum class Transmission : std::uint8_t { direct, get_response };
 
 struct Profile {
     std::string description;
-    Bytes answer_to_reset;
+    Bytes atr;
     Transmission transmission = Transmission::direct;
     bool card_blocked = false;
     std::optional<Pin> pin;
@@ -146,7 +146,7 @@ struct Profile {
 // What the transaction logic needs from the records of an application.
 struct PersonalData {
     std::string pan_digits;
-    std::uint8_t sequence_number = 0;
+    std::uint8_t pan_sequence_number = 0;
     std::vector<DolEntry> cdol1;
     std::vector<DolEntry> cdol2;
     std::vector<DolEntry> ddol;

@@ -11,15 +11,11 @@ namespace {
 constexpr std::uint8_t command_template = 0x83;
 constexpr Tag algorithm_indicator = 0xDF69;
 constexpr std::uint8_t terminal_offers_sm4 = 0x01;
-constexpr Tag response_code_object = 0x8A;
-constexpr Tag counter_object = 0x9F36;
+constexpr Tag arc_object = 0x8A;
+constexpr Tag atc_object = 0x9F36;
 constexpr std::uint8_t most_counted_scripts = 15;
 
-Bytes counter_bytes(std::uint16_t counter) {
-    return {static_cast<std::uint8_t>(counter >> 8U), static_cast<std::uint8_t>(counter)};
-}
-
-std::map<Tag, Bytes> take_apart(const std::vector<DolEntry>& list, ByteView values) {
+std::map<Tag, Bytes> split_by_dol(const std::vector<DolEntry>& list, ByteView values) {
     std::map<Tag, Bytes> objects;
     for (const DolEntry& entry : list) {
         const ByteView value = values.first(entry.length);
@@ -30,8 +26,8 @@ std::map<Tag, Bytes> take_apart(const std::vector<DolEntry>& list, ByteView valu
 }
 
 // The codes with which a terminal says that it could not reach the issuer.
-bool says_unable_to_go_online(const Bytes& response_code) {
-    return response_code == to_bytes("Y3") || response_code == to_bytes("Z3");
+bool is_unable_to_go_online(const Bytes& arc) {
+    return arc == to_bytes("Y3") || arc == to_bytes("Z3");
 }
 
 } // namespace
@@ -42,62 +38,61 @@ Transaction::Transaction(Application& application, const IssuerKeys& issuer_keys
 
 Response Transaction::get_processing_options(const Command& command) {
     if (command.p1 != 0 || command.p2 != 0) {
-        return status::wrong_parameters;
+        return status::kIncorrectP1P2;
     }
     if (stage_ != Stage::selected) {
-        return status::not_now;
+        return status::kConditionsNotSatisfied;
     }
     if (command.data.size() < 2 || command.data.size() != command.data[1] + std::size_t{2}) {
-        return status::wrong_length;
+        return status::kWrongLength;
     }
     if (command.data[0] != command_template) {
-        return status::wrong_data;
+        return status::kIncorrectData;
     }
     const auto list = parse_dol(application_.pdol);
     if (!list || dol_value_size(*list) != command.data[1]) {
-        return status::wrong_length;
+        return status::kWrongLength;
     }
     // A counter that has run out ends the life of the application: no number may come twice.
-    if (application_.transaction_counter == std::numeric_limits<std::uint16_t>::max()) {
-        return status::not_now;
+    if (application_.atc == std::numeric_limits<std::uint16_t>::max()) {
+        return status::kConditionsNotSatisfied;
     }
-    ++application_.transaction_counter;
+    ++application_.atc;
     stage_ = Stage::initiated;
     history_ = application_.last_transaction;
-    new_card_ = application_.last_online_counter == 0;
-    first_terminal_data_ = take_apart(*list, command.data.subspan(2));
+    new_card_ = application_.last_online_atc == 0;
+    first_terminal_data_ = split_by_dol(*list, command.data.subspan(2));
 
-    if (application_.processing_options_format == ResponseFormat::primitive) {
-        return encode_object(
-            0x80, concatenate({application_.interchange_profile, application_.file_locator}));
+    if (application_.gpo_format == ResponseFormat::primitive) {
+        return encode_object(0x80, concatenate({application_.aip, application_.afl}));
     }
-    return encode_object(0x77, concatenate({encode_object(0x82, application_.interchange_profile),
-                                            encode_object(0x94, application_.file_locator)}));
+    return encode_object(0x77, concatenate({encode_object(0x82, application_.aip),
+                                            encode_object(0x94, application_.afl)}));
 }
 
-Response Transaction::generate_cryptogram(const Command& command, bool pin_try_limit_exceeded) {
+Response Transaction::generate_ac(const Command& command, bool pin_try_limit_exceeded) {
     const bool known_request =
         command.p1 == cid_aac || command.p1 == cid_tc || command.p1 == cid_arqc;
     if (!known_request || command.p2 != 0) {
-        return status::wrong_parameters;
+        return status::kIncorrectP1P2;
     }
     if (stage_ == Stage::initiated) {
-        return first_cryptogram(command, pin_try_limit_exceeded);
+        return first_generate_ac(command, pin_try_limit_exceeded);
     }
     if (stage_ == Stage::online) {
-        return second_cryptogram(command, pin_try_limit_exceeded);
+        return second_generate_ac(command, pin_try_limit_exceeded);
     }
-    return status::not_now;
+    return status::kConditionsNotSatisfied;
 }
 
-Response Transaction::first_cryptogram(const Command& command, bool pin_try_limit_exceeded) {
+Response Transaction::first_generate_ac(const Command& command, bool pin_try_limit_exceeded) {
     if (personal_.cdol1.empty() || personal_.pan_digits.empty()) {
-        return status::not_now;
+        return status::kConditionsNotSatisfied;
     }
     if (command.data.size() != dol_value_size(personal_.cdol1)) {
-        return status::wrong_length;
+        return status::kWrongLength;
     }
-    TerminalData terminal_data = take_apart(personal_.cdol1, command.data);
+    TerminalData terminal_data = split_by_dol(personal_.cdol1, command.data);
     const auto indicator = terminal_data.find(algorithm_indicator);
     const bool sm4_offered =
         indicator != terminal_data.end() && indicator->second == Bytes{terminal_offers_sm4};
@@ -109,8 +104,8 @@ Response Transaction::first_cryptogram(const Command& command, bool pin_try_limi
     const bool declined = command.p1 == cid_aac || application_.blocked || application_.declines;
     const std::uint8_t outcome =
         cvr::second_not_requested | (declined ? cvr::first_aac : cvr::first_arqc);
-    Response response = cryptogram_response(declined ? cid_aac : cid_arqc, first_terminal_data_,
-                                            verification_results(outcome, pin_try_limit_exceeded));
+    Response response = generate_ac_response(declined ? cid_aac : cid_arqc, first_terminal_data_,
+                                             make_cvr(outcome, pin_try_limit_exceeded));
     first_cryptogram_ = latest_cryptogram_;
     stage_ = declined ? Stage::finished : Stage::online;
     if (!declined) {
@@ -119,24 +114,24 @@ Response Transaction::first_cryptogram(const Command& command, bool pin_try_limi
     return response;
 }
 
-Response Transaction::second_cryptogram(const Command& command, bool pin_try_limit_exceeded) {
+Response Transaction::second_generate_ac(const Command& command, bool pin_try_limit_exceeded) {
     if (command.p1 == cid_arqc) {
-        return status::wrong_parameters;
+        return status::kIncorrectP1P2;
     }
     if (personal_.cdol2.empty()) {
-        return status::not_now;
+        return status::kConditionsNotSatisfied;
     }
     if (command.data.size() != dol_value_size(personal_.cdol2)) {
-        return status::wrong_length;
+        return status::kWrongLength;
     }
-    const TerminalData terminal_data = take_apart(personal_.cdol2, command.data);
-    if (const auto code = terminal_data.find(response_code_object); code != terminal_data.end()) {
-        unable_to_go_online_ = says_unable_to_go_online(code->second);
+    const TerminalData terminal_data = split_by_dol(personal_.cdol2, command.data);
+    if (const auto code = terminal_data.find(arc_object); code != terminal_data.end()) {
+        unable_to_go_online_ = is_unable_to_go_online(code->second);
     }
     const bool approved = command.p1 == cid_tc && issuer_accepted() && !application_.blocked;
     const std::uint8_t outcome = (approved ? cvr::second_tc : cvr::second_aac) | cvr::first_arqc;
-    Response response = cryptogram_response(approved ? cid_tc : cid_aac, terminal_data,
-                                            verification_results(outcome, pin_try_limit_exceeded));
+    Response response = generate_ac_response(approved ? cid_tc : cid_aac, terminal_data,
+                                             make_cvr(outcome, pin_try_limit_exceeded));
     stage_ = Stage::finished;
     close_history();
     if (approved) {
@@ -159,7 +154,7 @@ void Transaction::close_history() {
     last.script_commands = 0;
     last.script_failed = false;
     if (issuer_authentication_ == IssuerAuthentication::passed) {
-        application_.last_online_counter = application_.transaction_counter;
+        application_.last_online_atc = application_.atc;
     }
 }
 
@@ -179,16 +174,15 @@ const KeySet* Transaction::issuer_key_set() const {
 }
 
 Key Transaction::session_key(const Key& issuer_key) const {
-    const Key card_key =
-        derive_card_key(algorithm_, issuer_key, personal_.pan_digits, personal_.sequence_number);
-    return derive_session_key(algorithm_, card_key, application_.transaction_counter);
+    const Key card_key = derive_card_key(algorithm_, issuer_key, personal_.pan_digits,
+                                         personal_.pan_sequence_number);
+    return derive_session_key(algorithm_, card_key, application_.atc);
 }
 
-CardVerificationResults Transaction::verification_results(std::uint8_t outcome,
-                                                          bool pin_try_limit_exceeded) const {
-    CardVerificationResults results{0x03, outcome, 0x00, 0x00};
-    const auto set = [&results](std::size_t byte, std::uint8_t bit, bool when) {
-        results.at(byte) |= when ? bit : std::uint8_t{0};
+Cvr Transaction::make_cvr(std::uint8_t outcome, bool pin_try_limit_exceeded) const {
+    Cvr cvr{0x03, outcome, 0x00, 0x00};
+    const auto set = [&cvr](std::size_t byte, std::uint8_t bit, bool when) {
+        cvr.at(byte) |= when ? bit : std::uint8_t{0};
     };
     set(cvr::outcome_byte, cvr::issuer_authentication_failed,
         issuer_authentication_ == IssuerAuthentication::failed);
@@ -203,59 +197,56 @@ CardVerificationResults Transaction::verification_results(std::uint8_t outcome,
         history_.issuer_authentication_failed);
     set(cvr::history_byte, cvr::last_issuer_authentication_missing,
         history_.issuer_authentication_missing);
-    results[cvr::script_byte] =
+    cvr[cvr::script_byte] =
         static_cast<std::uint8_t>(history_.script_commands << cvr::script_count_shift);
     set(cvr::script_byte, cvr::script_failed, history_.script_failed);
     set(cvr::script_byte, cvr::dynamic_data_signed, dynamic_data_signed_);
-    return results;
+    return cvr;
 }
 
-Response Transaction::cryptogram_response(std::uint8_t cid, const TerminalData& terminal_data,
-                                          const CardVerificationResults& results) {
-    const Bytes counter = counter_bytes(application_.transaction_counter);
+Response Transaction::generate_ac_response(std::uint8_t cid, const TerminalData& terminal_data,
+                                           const Cvr& cvr) {
+    const Bytes atc = big_endian(application_.atc);
     Bytes input;
     for (const DolEntry& object : cryptogram_terminal_objects) {
         append(input, terminal_data.at(object.tag));
     }
-    append(input, application_.interchange_profile);
-    append(input, counter);
-    append(input, results);
+    append(input, application_.aip);
+    append(input, atc);
+    append(input, cvr);
     latest_cryptogram_ = compute_mac(algorithm_, session_key(issuer_key_set()->cryptogram), input);
 
-    Bytes issuer_data = {iad_size - 1, application_.key_index, application_.cryptogram_version};
-    append(issuer_data, results);
-    issuer_data.push_back(static_cast<std::uint8_t>(algorithm_));
+    Bytes iad = {iad_size - 1, application_.key_index, application_.cryptogram_version};
+    append(iad, cvr);
+    iad.push_back(static_cast<std::uint8_t>(algorithm_));
 
     const Bytes cid_byte = {cid};
-    if (application_.cryptogram_format == ResponseFormat::primitive) {
-        return encode_object(0x80,
-                             concatenate({cid_byte, counter, latest_cryptogram_, issuer_data}));
+    if (application_.generate_ac_format == ResponseFormat::primitive) {
+        return encode_object(0x80, concatenate({cid_byte, atc, latest_cryptogram_, iad}));
     }
     return encode_object(
-        0x77, concatenate({encode_object(0x9F27, cid_byte), encode_object(counter_object, counter),
-                           encode_object(0x9F26, latest_cryptogram_),
-                           encode_object(0x9F10, issuer_data)}));
+        0x77, concatenate({encode_object(0x9F27, cid_byte), encode_object(atc_object, atc),
+                           encode_object(0x9F26, latest_cryptogram_), encode_object(0x9F10, iad)}));
 }
 
 Response Transaction::external_authenticate(const Command& command) {
     if (command.p1 != 0 || command.p2 != 0) {
-        return status::wrong_parameters;
+        return status::kIncorrectP1P2;
     }
     // One attempt for each transaction, so that a response cryptogram cannot be guessed.
     if (stage_ != Stage::online || issuer_authentication_ != IssuerAuthentication::missing) {
-        return status::not_now;
+        return status::kConditionsNotSatisfied;
     }
-    if (command.data.size() != sizeof(Cryptogram) + sizeof(ResponseCode)) {
-        return status::wrong_length;
+    if (command.data.size() != sizeof(Cryptogram) + sizeof(Arc)) {
+        return status::kWrongLength;
     }
-    ResponseCode response_code{};
-    std::copy_n(command.data.begin() + sizeof(Cryptogram), response_code.size(),
-                response_code.begin());
-    const Cryptogram expected = compute_response_cryptogram(
-        algorithm_, session_key(issuer_key_set()->cryptogram), *first_cryptogram_, response_code);
+    Arc arc{};
+    std::copy_n(command.data.begin() + sizeof(Cryptogram), arc.size(), arc.begin());
+    const Cryptogram expected = compute_arpc(algorithm_, session_key(issuer_key_set()->cryptogram),
+                                             *first_cryptogram_, arc);
     const bool genuine = std::equal(expected.begin(), expected.end(), command.data.begin());
     issuer_authentication_ = genuine ? IssuerAuthentication::passed : IssuerAuthentication::failed;
-    return genuine ? status::success : status::authentication_failed;
+    return genuine ? status::kSuccess : status::kAuthenticationFailed;
 }
 
 // EMV Book 2, clause 6.5.2: the card's number of this moment, and a hash over it and over what the
@@ -268,13 +259,13 @@ Response Transaction::internal_authenticate(const Command& command) {
     constexpr std::uint8_t padding = 0xBB;
     constexpr std::uint8_t trailer = 0xBC;
     if (command.p1 != 0 || command.p2 != 0) {
-        return status::wrong_parameters;
+        return status::kIncorrectP1P2;
     }
     if (stage_ != Stage::initiated || !application_.icc_key || personal_.ddol.empty()) {
-        return status::not_now;
+        return status::kConditionsNotSatisfied;
     }
     if (command.data.size() != dol_value_size(personal_.ddol)) {
-        return status::wrong_length;
+        return status::kWrongLength;
     }
     const IccKey& key = *application_.icc_key;
     Bytes content = {signed_dynamic_data, algorithm_sha1, number_size + 1, number_size};
@@ -284,7 +275,7 @@ Response Transaction::internal_authenticate(const Command& command) {
     const Bytes signature = apply_rsa(key.modulus, key.private_exponent,
                                       concatenate({Bytes{header}, content, hash, Bytes{trailer}}));
     dynamic_data_signed_ = true;
-    if (application_.cryptogram_format == ResponseFormat::primitive) {
+    if (application_.generate_ac_format == ResponseFormat::primitive) {
         return encode_object(0x80, signature);
     }
     return encode_object(0x77, encode_object(0x9F4B, signature));
@@ -295,13 +286,13 @@ void Transaction::note_pin_verification(bool accepted) {
     pin_verification_failed_ = !accepted;
 }
 
-std::optional<ByteView> Transaction::authentic_data(const Command& command) const {
+std::optional<ByteView> Transaction::verified_data(const Command& command) const {
     const std::size_t plain_size = command.data.size() - script_mac_size;
     const ByteView plain = command.data.first(plain_size);
     const ByteView received = command.data.subspan(plain_size);
     const Bytes expected =
         compute_script_mac(algorithm_, session_key(issuer_key_set()->script_mac), command.header,
-                           application_.transaction_counter, *first_cryptogram_, plain);
+                           application_.atc, *first_cryptogram_, plain);
     if (!std::equal(expected.begin(), expected.end(), received.begin(), received.end())) {
         return std::nullopt;
     }
@@ -330,8 +321,8 @@ Bytes Transaction::log_values(ByteView format) const {
     for (const DolEntry& entry : *list) {
         const auto found = first_terminal_data_.find(entry.tag);
         Bytes value = found != first_terminal_data_.end() ? found->second : Bytes{};
-        if (entry.tag == counter_object) {
-            value = counter_bytes(application_.transaction_counter);
+        if (entry.tag == atc_object) {
+            value = big_endian(application_.atc);
         }
         value.resize(entry.length, 0x00);
         append(values, value);

@@ -1,6 +1,6 @@
 // One transaction of the selected application: from GET PROCESSING OPTIONS over the two cryptograms
 // to the issuer's script. It lives in the volatile memory of the card; what has to survive
-// (counters, log, history) it writes into the application.
+// (ATC, log, history) it writes into the application.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +20,7 @@ class Transaction {
     bool initiated() const { return stage_ != Stage::selected; }
 
     Response get_processing_options(const Command& command);
-    Response generate_cryptogram(const Command& command, bool pin_try_limit_exceeded);
+    Response generate_ac(const Command& command, bool pin_try_limit_exceeded);
     Response external_authenticate(const Command& command);
     Response internal_authenticate(const Command& command);
 
@@ -29,7 +29,7 @@ class Transaction {
     // Script commands belong to a transaction that has given a cryptogram: it enters their MAC.
     bool accepts_scripts() const { return first_cryptogram_.has_value(); }
     // The command data without its MAC; nothing when the MAC is wrong.
-    std::optional<ByteView> authentic_data(const Command& command) const;
+    std::optional<ByteView> verified_data(const Command& command) const;
     std::optional<Cryptogram> decipher_pin(ByteView enciphered) const;
     void note_script(bool accepted);
 
@@ -41,14 +41,13 @@ class Transaction {
     enum class IssuerAuthentication : std::uint8_t { missing, passed, failed };
     using TerminalData = std::map<Tag, Bytes>;
 
-    Response first_cryptogram(const Command& command, bool pin_try_limit_exceeded);
-    Response second_cryptogram(const Command& command, bool pin_try_limit_exceeded);
+    Response first_generate_ac(const Command& command, bool pin_try_limit_exceeded);
+    Response second_generate_ac(const Command& command, bool pin_try_limit_exceeded);
     const KeySet* issuer_key_set() const;
     Key session_key(const Key& issuer_key) const;
-    CardVerificationResults verification_results(std::uint8_t outcome,
-                                                 bool pin_try_limit_exceeded) const;
-    Response cryptogram_response(std::uint8_t cid, const TerminalData& terminal_data,
-                                 const CardVerificationResults& results);
+    Cvr make_cvr(std::uint8_t outcome, bool pin_try_limit_exceeded) const;
+    Response generate_ac_response(std::uint8_t cid, const TerminalData& terminal_data,
+                                  const Cvr& cvr);
     bool issuer_accepted() const;
     void close_history();
     void record_in_log();

@@ -19,15 +19,15 @@ struct Issuer::Session {
     Algorithm algorithm = Algorithm::triple_des;
     const card::KeySet* issuer_keys = nullptr;
     std::string pan_digits;
-    std::uint8_t sequence_number = 0;
-    std::uint16_t counter = 0;
+    std::uint8_t pan_sequence_number = 0;
+    std::uint16_t atc = 0;
     Cryptogram cryptogram{};
-    card::CardVerificationResults card_results{};
+    card::Cvr cvr{};
 
     Key key(const Key& issuer_key) const {
         const Key card_key =
-            card::derive_card_key(algorithm, issuer_key, pan_digits, sequence_number);
-        return card::derive_session_key(algorithm, card_key, counter);
+            card::derive_card_key(algorithm, issuer_key, pan_digits, pan_sequence_number);
+        return card::derive_session_key(algorithm, card_key, atc);
     }
 };
 
@@ -39,8 +39,8 @@ Cryptogram as_cryptogram(const Bytes& bytes) {
     return cryptogram;
 }
 
-Algorithm read_algorithm(const Bytes& issuer_data) {
-    const std::uint8_t byte = issuer_data[card::iad_algorithm_at];
+Algorithm read_algorithm(const Bytes& iad) {
+    const std::uint8_t byte = iad[card::iad_algorithm_at];
     for (const Algorithm known : {Algorithm::triple_des, Algorithm::sm4}) {
         if (byte == static_cast<std::uint8_t>(known)) {
             return known;
@@ -49,27 +49,26 @@ Algorithm read_algorithm(const Bytes& issuer_data) {
     throw std::runtime_error("The issuer application data (9F10) names an unknown algorithm.");
 }
 
-// The cryptogram information data is not under the cryptogram, the CVR is: they have to agree.
-bool is_of_kind(std::uint8_t information, const card::CardVerificationResults& results,
-                CryptogramKind kind) {
-    const std::uint8_t outcome = results[card::cvr::outcome_byte];
+// The CID (9F27) is not under the cryptogram, the CVR is: they have to agree.
+bool is_of_kind(std::uint8_t cid_byte, const card::Cvr& cvr, CryptogramKind kind) {
+    const std::uint8_t outcome = cvr[card::cvr::outcome_byte];
     const bool went_online = (outcome & card::cvr::first_mask) == card::cvr::first_arqc;
     const std::uint8_t second = outcome & card::cvr::second_mask;
-    const std::uint8_t cid = information & card::cid_mask;
+    const std::uint8_t cid = cid_byte & card::cid_mask;
     if (kind == CryptogramKind::request) {
         return cid == card::cid_arqc && went_online && second == card::cvr::second_not_requested;
     }
     return cid == card::cid_tc && second == card::cvr::second_tc;
 }
 
-Bytes cryptogram_input(const Field55& field, const card::CardVerificationResults& results) {
+Bytes cryptogram_input(const Field55& field, const card::Cvr& cvr) {
     Bytes input;
     for (const card::DolEntry& object : card::cryptogram_terminal_objects) {
         card::append(input, field.require(object.tag, object.length));
     }
     card::append(input, field.require(0x82, 2));
     card::append(input, field.require(0x9F36, 2));
-    card::append(input, results);
+    card::append(input, cvr);
     return input;
 }
 
@@ -84,21 +83,19 @@ Issuer Issuer::from_profile(const std::filesystem::path& profile) {
 }
 
 Issuer::Session Issuer::open_session(const Field55& field) const {
-    const Bytes& issuer_data = field.require(0x9F10, card::iad_size);
-    const Bytes& counter = field.require(0x9F36, 2);
-    if (issuer_data[0] != card::iad_size - 1 ||
-        issuer_data[card::iad_cvr_at] != card::cvr_size - 1) {
+    const Bytes& iad = field.require(0x9F10, card::iad_size);
+    const Bytes& atc = field.require(0x9F36, 2);
+    if (iad[0] != card::iad_size - 1 || iad[card::iad_cvr_at] != card::cvr_size - 1) {
         throw std::runtime_error("The issuer application data (9F10) is not built as this issuer's "
                                  "cards build it.");
     }
     Session session;
-    session.algorithm = read_algorithm(issuer_data);
+    session.algorithm = read_algorithm(iad);
     session.issuer_keys = keys_.find(session.algorithm);
     if (session.issuer_keys == nullptr) {
         throw std::runtime_error("The issuer has no keys for the algorithm that the card used.");
     }
-    std::copy_n(issuer_data.begin() + card::iad_cvr_at, card::cvr_size,
-                session.card_results.begin());
+    std::copy_n(iad.begin() + card::iad_cvr_at, card::cvr_size, session.cvr.begin());
     const Bytes* pan = field.find(0x5A);
     if (pan == nullptr) {
         throw std::runtime_error("The card data has no 5A (PAN).");
@@ -106,9 +103,9 @@ Issuer::Session Issuer::open_session(const Field55& field) const {
     const std::string digits = card::to_hex(*pan);
     session.pan_digits = digits.substr(0, digits.find('F'));
     const Bytes* sequence = field.find(0x5F34);
-    session.sequence_number =
+    session.pan_sequence_number =
         sequence != nullptr && !sequence->empty() ? sequence->front() : std::uint8_t{0};
-    session.counter = static_cast<std::uint16_t>((counter[0] << 8U) | counter[1]);
+    session.atc = static_cast<std::uint16_t>((atc[0] << 8U) | atc[1]);
     session.cryptogram = as_cryptogram(field.require(0x9F26, sizeof(Cryptogram)));
     return session;
 }
@@ -128,9 +125,9 @@ Verdict Issuer::judge(const Field55& field, CryptogramKind kind) const {
     const Comparison comparison{session.cryptogram,
                                 card::compute_mac(session.algorithm,
                                                   session.key(session.issuer_keys->cryptogram),
-                                                  cryptogram_input(field, session.card_results)),
-                                session.algorithm, session.card_results};
-    const bool right_kind = is_of_kind(field.require(0x9F27, 1)[0], session.card_results, kind);
+                                                  cryptogram_input(field, session.cvr)),
+                                session.algorithm, session.cvr};
+    const bool right_kind = is_of_kind(field.require(0x9F27, 1)[0], session.cvr, kind);
     Verdict verdict;
     verdict.comparison = comparison;
     if (comparison.received != comparison.computed) {
@@ -148,7 +145,7 @@ Verdict Issuer::judge(const Field55& field, CryptogramKind kind) const {
 
 bool is_covered(std::uint32_t tag) {
     // The AIP, the ATC and the CVR (in 9F10) enter beside the terminal's objects; the PAN, its
-    // sequence number and the algorithm (in 9F10) choose the key; 9F27 is held against the CVR.
+    // sequence number and the algorithm (in 9F10) choose the key; 9F27 is compared with the CVR.
     constexpr std::array<std::uint32_t, 7> others{0x82,   0x9F36, 0x9F10, 0x5A,
                                                   0x5F34, 0x9F26, 0x9F27};
     return std::find(others.begin(), others.end(), tag) != others.end() ||
@@ -159,14 +156,14 @@ bool is_covered(std::uint32_t tag) {
 
 Bytes Issuer::answer(const Field55& field, const Answer& answer) const {
     const Session session = open_session(field);
-    const Cryptogram response_cryptogram = card::compute_response_cryptogram(
-        session.algorithm, session.key(session.issuer_keys->cryptogram), session.cryptogram,
-        answer.response_code);
-    Bytes authentication(response_cryptogram.begin(), response_cryptogram.end());
+    const Cryptogram arpc =
+        card::compute_arpc(session.algorithm, session.key(session.issuer_keys->cryptogram),
+                           session.cryptogram, answer.arc);
+    Bytes authentication(arpc.begin(), arpc.end());
     if (!answer.genuine_authentication) {
         flip_last_byte(authentication);
     }
-    card::append(authentication, answer.response_code);
+    card::append(authentication, answer.arc);
     Bytes response = card::encode_object(0x91, authentication);
     if (answer.script.empty()) {
         return response;
@@ -184,7 +181,7 @@ Bytes Issuer::answer(const Field55& field, const Answer& answer) const {
         Bytes bytes(command.header.begin(), command.header.end());
         bytes.push_back(static_cast<std::uint8_t>(data.size() + mac_size));
         if (command.secured) {
-            Bytes mac = card::compute_script_mac(session.algorithm, mac_key, bytes, session.counter,
+            Bytes mac = card::compute_script_mac(session.algorithm, mac_key, bytes, session.atc,
                                                  session.cryptogram, data);
             if (!answer.genuine_script_macs) {
                 flip_last_byte(mac);

@@ -23,7 +23,7 @@ struct Comparison {
     virtual_card::Cryptogram received{};
     virtual_card::Cryptogram computed{};
     virtual_card::Algorithm algorithm = virtual_card::Algorithm::triple_des;
-    virtual_card::CardVerificationResults card_results{};
+    virtual_card::Cvr cvr{};
 };
 
 struct Verdict {
@@ -49,7 +49,7 @@ struct ScriptCommand {
 ScriptCommand parse_script_command(std::string_view text);
 
 struct Answer {
-    virtual_card::ResponseCode response_code{'0', '0'};
+    virtual_card::Arc arc{'0', '0'};
     bool genuine_authentication = true;
     bool genuine_script_macs = true;
     std::uint8_t script_template = 0x72;
@@ -83,6 +83,6 @@ class Issuer {
 bool is_covered(std::uint32_t tag);
 
 // What the CVR says, one phrase for each bit that is set and one for each cryptogram.
-std::vector<std::string> describe(const virtual_card::CardVerificationResults& results);
+std::vector<std::string> describe(const virtual_card::Cvr& results);
 
 } // namespace qaven::virtual_issuer

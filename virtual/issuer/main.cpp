@@ -54,7 +54,7 @@ std::string_view take_value(const std::vector<std::string_view>& arguments, std:
     return arguments[++at];
 }
 
-card::ResponseCode read_response_code(std::string_view text) {
+card::Arc read_arc(std::string_view text) {
     if (text.size() != 2) {
         throw std::invalid_argument("--arc takes two characters.");
     }
@@ -81,7 +81,7 @@ bool read_answer_option(Options& options, const std::vector<std::string_view>& a
     const std::string_view name = arguments[at];
     issuer::Answer& answer = options.answer;
     if (name == "--arc") {
-        answer.response_code = read_response_code(take_value(arguments, at));
+        answer.arc = read_arc(take_value(arguments, at));
     } else if (name == "--script") {
         answer.script.push_back(issuer::parse_script_command(take_value(arguments, at)));
     } else if (name == "--template") {
@@ -139,7 +139,7 @@ void print_words(const issuer::Field55& field, const issuer::Verdict& verdict) {
     std::cout << "(* enters the cryptogram or its check)\n";
     if (const auto& comparison = verdict.comparison) {
         std::cout << "The card says:\n";
-        for (const std::string& phrase : issuer::describe(comparison->card_results)) {
+        for (const std::string& phrase : issuer::describe(comparison->cvr)) {
             std::cout << "  " << phrase << '\n';
         }
         std::cout << "Received " << card::to_hex(comparison->received) << ", computed "
@@ -162,7 +162,7 @@ void print_json(const issuer::Field55& field, const issuer::Verdict& verdict) {
         add_text(tree.get(), "computed", card::to_hex(comparison->computed));
         add_text(tree.get(), "algorithm", std::string(algorithm_name(comparison->algorithm)));
         cJSON* card_says = cJSON_AddArrayToObject(tree.get(), "card");
-        for (const std::string& phrase : issuer::describe(comparison->card_results)) {
+        for (const std::string& phrase : issuer::describe(comparison->cvr)) {
             cJSON_AddItemToArray(card_says, cJSON_CreateString(phrase.c_str()));
         }
     }

@@ -1,4 +1,4 @@
-// Script commands and card verification results in words.
+// Script commands as they are written on a command line; the CVR in words.
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -107,7 +107,7 @@ ScriptCommand plain(std::string_view text, std::string_view argument) {
 ScriptCommand parse_script_command(std::string_view text) {
     struct Bare {
         std::string_view name;
-        std::uint8_t instruction;
+        std::uint8_t ins;
     };
     constexpr std::array<Bare, 4> bare_commands{{{"application-block", 0x1E},
                                                  {"application-unblock", 0x18},
@@ -116,7 +116,7 @@ ScriptCommand parse_script_command(std::string_view text) {
     for (const Bare& bare : bare_commands) {
         if (text == bare.name) {
             ScriptCommand command;
-            command.header = {0x84, bare.instruction, 0x00, 0x00};
+            command.header = {0x84, bare.ins, 0x00, 0x00};
             return command;
         }
     }
@@ -139,7 +139,7 @@ ScriptCommand parse_script_command(std::string_view text) {
     refuse(text, "is not known");
 }
 
-std::vector<std::string> describe(const card::CardVerificationResults& results) {
+std::vector<std::string> describe(const card::Cvr& results) {
     namespace cvr = card::cvr;
     std::vector<std::string> phrases;
     const std::uint8_t outcome = results[cvr::outcome_byte];
