@@ -1,4 +1,4 @@
-// Lists of data objects, and the names of transaction types.
+// Lists of data objects.
 #include "objects.h"
 
 #include <gtest/gtest.h>
@@ -28,19 +28,6 @@ TEST(Objects, ShowNoCardNumberUnlessTheyMay) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "  5A    card number             622800*********4565\n"
               "  5A    card number             6228000100001234565\n");
-}
-
-TEST(TransactionType, MayBeANameOrTwoDigits) {
-    EXPECT_EQ(tool::type_digits("purchase"), "00");
-    EXPECT_EQ(tool::type_digits("33"), "33");
-    for (const char* const text : {"", "1", "333", "3x", "theft"}) {
-        EXPECT_FALSE(tool::type_digits(text).has_value()) << text;
-    }
-}
-
-TEST(TransactionType, IsShownWithItsDigits) {
-    EXPECT_EQ(tool::type_name("01"), "cash (01)");
-    EXPECT_EQ(tool::type_name("33"), "33");
 }
 
 } // namespace

@@ -2,8 +2,8 @@
 #include "golden.h"
 #include "samples.h"
 
-#include "decode/bytes.h"
 #include "support/qmlog.h"
+#include "tools/emv/hex.h"
 
 #include "../temporary_folder.h"
 

@@ -1,8 +1,8 @@
 // Values that are cut off, and values in which something is different.
 #include "samples.h"
 
-#include "decode/bytes.h"
 #include "decode/forms.h"
+#include "tools/emv/hex.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
 // Values as cards, issuers and the library gave them.
 #include "samples.h"
 
-#include "decode/bytes.h"
 #include "decode/decode.h"
 #include "decode/trace_printer.h"
 #include "decode/trace_reader.h"
+#include "tools/emv/hex.h"
 
 #include <algorithm>
 #include <filesystem>

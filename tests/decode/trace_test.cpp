@@ -2,9 +2,9 @@
 #include "golden.h"
 #include "samples.h"
 
-#include "decode/bytes.h"
 #include "decode/trace_reader.h"
 #include "support/qmlog.h"
+#include "tools/emv/hex.h"
 
 #include "../temporary_folder.h"
 

@@ -2,7 +2,7 @@
 #include "card_text.h"
 
 #include "exit_status.h"
-#include "utf8.h"
+#include "tools/emv/utf8.h"
 
 #include <iconv.h>
 

@@ -4,9 +4,9 @@
 
 #include "bus.h"
 #include "exit_status.h"
-#include "moment.h"
 #include "options.h"
 #include "terminal.h"
+#include "tools/emv/date_time.h"
 #include "verbs.h"
 
 #include <nlohmann/json.hpp>
@@ -118,7 +118,8 @@ std::string in_words(const Field& field, const std::string& value) {
     if (label == "sex") {
         return value == "1" ? "male (1)" : value == "2" ? "female (2)" : value;
     }
-    return format_date(value);
+    // A card without an end of its validity says so in words.
+    return is_date(value) ? date_text(value) : value;
 }
 
 Listing listing_of(Text text) {

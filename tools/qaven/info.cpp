@@ -1,14 +1,15 @@
 // qaven info: the card's information, each field under its name.
-#include "amount.h"
 #include "applications.h"
 #include "bus.h"
 #include "card_text.h"
 #include "exit_status.h"
 #include "library.h"
-#include "moment.h"
 #include "options.h"
 #include "qaven/qaven.h"
 #include "terminal.h"
+#include "tools/emv/code_words.h"
+#include "tools/emv/date_time.h"
+#include "tools/emv/money.h"
 #include "verbs.h"
 
 #include <algorithm>
@@ -52,25 +53,18 @@ constexpr std::array kShown{
     Shown{'O', "issuer's data DF23"},
 };
 
-constexpr std::array kIdTypes{"identity card", "officer's card",          "passport",
-                              "entry permit",  "temporary identity card", "other"};
+// Electronic cash is in the currency of the card, which is the yuan.
+constexpr std::string_view kCash = "0156";
 
 // Nobody who reads along needs the issuer's data of track 1, and it may hold the card number.
 constexpr const char* kNotShown = "(not shown)";
-
-std::string id_type(const std::string& digits) {
-    const bool known = digits.size() == 2 && digits[0] == '0' && digits[1] >= '0' &&
-                       static_cast<std::size_t>(digits[1] - '0') < kIdTypes.size();
-    return known ? kIdTypes.at(static_cast<std::size_t>(digits[1] - '0')) + (" (" + digits + ")")
-                 : digits;
-}
 
 std::string in_words(char letter, const std::string& value, bool show_pan) {
     switch (letter) {
     case 'A':
         return show_pan ? value : masked_number(value);
     case 'C':
-        return id_type(value);
+        return identity_type_text(value);
     case 'D':
         return show_pan ? to_utf8(value) : masked_number(to_utf8(value));
     case 'F':
@@ -80,9 +74,9 @@ std::string in_words(char letter, const std::string& value, bool show_pan) {
     case 'G':
     case 'H':
     case 'K':
-        return format_amount(value, Currency::named("CNY"));
+        return amount_text(value, kCash);
     case 'I':
-        return format_date(value);
+        return date_text(value);
     default:
         return to_utf8(value);
     }

@@ -1,9 +1,9 @@
 // Running the issuer's command.
 #include "issuer.h"
 
-#include "decode/bytes.h"
 #include "decode/tlv.h"
 #include "exit_status.h"
+#include "tools/emv/hex.h"
 
 #include <poll.h>
 #include <spawn.h>

@@ -1,11 +1,11 @@
 // Calls of the card operations, and the place of their trace.
 #include "library.h"
 
-#include "byte_characters.h"
 #include "engine/operation/transaction_log.h"
 #include "exit_status.h"
 #include "host/lorim_pboc.h"
 #include "qaven/qaven.h"
+#include "tools/emv/latin1.h"
 
 #include <nlohmann/json.hpp>
 
@@ -81,7 +81,7 @@ class Output {
 };
 
 std::string json_text(std::string_view bytes) {
-    return character_bytes(nlohmann::json(byte_characters(bytes)).dump());
+    return utf8_to_latin1(nlohmann::json(latin1_to_utf8(bytes)).dump());
 }
 
 // A folder that has been removed is nobody's to write into, and nothing has to be tidied up.

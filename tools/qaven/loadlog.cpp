@@ -1,15 +1,16 @@
 // qaven loadlog: the card's log of electronic-cash loads as a table.
-#include "amount.h"
 #include "applications.h"
 #include "bus.h"
 #include "card_text.h"
 #include "exit_status.h"
 #include "library.h"
 #include "log_table.h"
-#include "moment.h"
 #include "options.h"
 #include "qaven/qaven.h"
 #include "terminal.h"
+#include "tools/emv/code_words.h"
+#include "tools/emv/date_time.h"
+#include "tools/emv/money.h"
 #include "verbs.h"
 
 #include <cstdio>
@@ -18,7 +19,7 @@ namespace tool {
 
 namespace {
 
-constexpr const char* kCash = "CNY";
+constexpr std::string_view kCash = "0156";
 
 Syntax syntax() {
     return {
@@ -33,14 +34,13 @@ Syntax syntax() {
 }
 
 Row row_of(LetterFields record) {
-    const Currency cash = Currency::named(kCash);
     return {record['W'],
-            format_date(record['S']),
-            format_time(record['T']),
-            format_amount(record['Q'], cash),
-            format_amount(record['R'], cash),
+            date_text(record['S']),
+            time_text(record['T']),
+            decimal_text(record['Q'], kCash),
+            decimal_text(record['R'], kCash),
             record['P'],
-            record['U'],
+            country_text(record['U']),
             to_utf8(record['V'])};
 }
 

@@ -1,16 +1,16 @@
 // qaven log: the card's transaction log as a table.
-#include "amount.h"
 #include "applications.h"
 #include "bus.h"
 #include "card_text.h"
 #include "exit_status.h"
 #include "library.h"
 #include "log_table.h"
-#include "moment.h"
-#include "objects.h"
 #include "options.h"
 #include "qaven/qaven.h"
 #include "terminal.h"
+#include "tools/emv/code_words.h"
+#include "tools/emv/date_time.h"
+#include "tools/emv/money.h"
 #include "verbs.h"
 
 #include <cstdio>
@@ -28,15 +28,15 @@ Syntax syntax() {
 }
 
 Row row_of(LetterFields record) {
-    const Currency currency = Currency::numbered(record['R']);
+    const std::string currency = record['R'];
     return {record['X'],
-            format_date(record['S']),
-            format_time(record['U']),
-            format_amount(record['P'], currency),
-            format_amount(record['Q'], currency),
-            currency.name(),
-            type_name(record['T']),
-            record['V'],
+            date_text(record['S']),
+            time_text(record['U']),
+            decimal_text(record['P'], currency),
+            decimal_text(record['Q'], currency),
+            currency_text(currency),
+            transaction_type_text(record['T']),
+            country_text(record['V']),
             to_utf8(record['W'])};
 }
 

@@ -1,11 +1,12 @@
 // The objects that a request for an issuer and a TC consist of.
 #include "objects.h"
 
-#include "amount.h"
 #include "card_text.h"
-#include "moment.h"
 #include "number.h"
 #include "terminal.h"
+#include "tools/emv/code_words.h"
+#include "tools/emv/date_time.h"
+#include "tools/emv/money.h"
 
 #include <algorithm>
 #include <array>
@@ -43,11 +44,6 @@ constexpr std::array kObjects{
     Named{"9F63", "card product"},
 };
 
-constexpr std::array kTypes{
-    Named{"00", "purchase"}, Named{"01", "cash"},    Named{"09", "cashback"}, Named{"20", "refund"},
-    Named{"21", "deposit"},  Named{"31", "balance"}, Named{"40", "transfer"},
-};
-
 constexpr std::array kCryptograms{Named{"00", "AAC, declined"}, Named{"40", "TC, approved"},
                                   Named{"80", "ARQC, to be asked online"}};
 
@@ -71,16 +67,16 @@ std::string in_words(const HexObject& object, bool show_pan) {
         return show_pan ? pan : masked_number(pan);
     }
     if (object.tag == "9F02" || object.tag == "9F03") {
-        return format_amount(value, Currency::numbered(kTerminalCurrency));
+        return amount_text(value, kTerminalCurrency);
     }
     if (object.tag == "5F2A") {
-        return with_code(Currency::numbered(value).name(), value);
+        return currency_text(value);
     }
     if (object.tag == "9A") {
-        return format_date(value);
+        return date_text(value);
     }
     if (object.tag == "9C") {
-        return type_name(value);
+        return transaction_type_text(value);
     }
     if (object.tag == "9F27") {
         return cryptogram_kind(value);
@@ -128,29 +124,6 @@ void print_objects(const std::vector<HexObject>& objects, bool show_pan) {
         label += named == kObjects.end() ? "" : named->name;
         print_field(label, in_words(object, show_pan));
     }
-}
-
-std::string type_name(std::string_view digits) {
-    const auto* const type = std::ranges::find(kTypes, digits, &Named::code);
-    return type == kTypes.end() ? std::string(digits) : with_code(type->name, digits);
-}
-
-std::optional<std::string> type_digits(std::string_view text) {
-    const auto* const type = std::ranges::find(kTypes, text, &Named::name);
-    if (type != kTypes.end()) {
-        return std::string(type->code);
-    }
-    const bool digits =
-        text.size() == 2 && text.find_first_not_of("0123456789") == std::string_view::npos;
-    return digits ? std::optional(std::string(text)) : std::nullopt;
-}
-
-std::string type_names() {
-    std::string names;
-    for (const Named& type : kTypes) {
-        names += (names.empty() ? "" : ", ") + std::string(type.name);
-    }
-    return names;
 }
 
 } // namespace tool

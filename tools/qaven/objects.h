@@ -23,13 +23,4 @@ std::optional<std::string> object_value(const std::vector<HexObject>& objects,
 // One line per object, card numbers masked unless they may be shown.
 void print_objects(const std::vector<HexObject>& objects, bool show_pan);
 
-// "purchase" for 00; the digits for a type without a name.
-std::string type_name(std::string_view digits);
-
-// The digits for a name or for two digits; nothing for anything else.
-std::optional<std::string> type_digits(std::string_view text);
-
-// "purchase, cash, ...": the names that types have.
-std::string type_names();
-
 } // namespace tool

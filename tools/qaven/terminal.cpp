@@ -1,7 +1,7 @@
 // Labelled fields, tables and colours.
 #include "terminal.h"
 
-#include "utf8.h"
+#include "tools/emv/utf8.h"
 
 #include <algorithm>
 #include <cstdio>

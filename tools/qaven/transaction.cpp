@@ -1,17 +1,18 @@
 // The two steps of an online transaction.
 #include "transaction.h"
 
-#include "amount.h"
 #include "applications.h"
 #include "bus.h"
 #include "card_text.h"
 #include "exit_status.h"
 #include "library.h"
 #include "log_table.h"
-#include "moment.h"
 #include "objects.h"
 #include "qaven/qaven.h"
 #include "terminal.h"
+#include "tools/emv/code_words.h"
+#include "tools/emv/date_time.h"
+#include "tools/emv/money.h"
 
 #include <algorithm>
 #include <array>
@@ -48,6 +49,33 @@ std::string record(char letter, std::string_view value) {
     std::array<char, 32> head{};
     std::snprintf(head.data(), head.size(), "%c%03zu", letter, value.size());
     return head.data() + std::string(value);
+}
+
+std::string amount_option(const Option& option, const std::string& text,
+                          std::string_view currency) {
+    try {
+        return parse_amount(text, currency);
+    } catch (const NotAnAmount& reason) {
+        throw UsageError(std::string(option.name) + ": " + reason.what());
+    }
+}
+
+std::string date_option(const Options& options) {
+    const auto text = options.value(kDate.name);
+    const auto date = text ? parse_date(*text) : today();
+    if (!date) {
+        throw UsageError("--date takes a day like 2026-11-21, not '" + *text + "'");
+    }
+    return *date;
+}
+
+std::string time_option(const Options& options) {
+    const auto text = options.value(kTime.name);
+    const auto time = text ? parse_time(*text) : time_of_day();
+    if (!time) {
+        throw UsageError("--time takes a time like 16:13:55 or 16:13, not '" + *text + "'");
+    }
+    return *time;
 }
 
 std::string merchant(const Options& options) {
@@ -217,20 +245,22 @@ std::string transaction_data(const Options& options) {
     if (!amount) {
         throw UsageError("an amount is missing: --amount 12.13");
     }
-    const Currency currency = Currency::named(options.value_or(kCurrency.name, "156"));
-    const std::string type_text = options.value_or(kType.name, "purchase");
-    const auto type = type_digits(type_text);
-    if (!type) {
-        throw UsageError("--type takes " + type_names() + " or two digits, not '" + type_text +
-                         "'");
+    const std::string code = options.value_or(kCurrency.name, "156");
+    const auto currency = currency_digits(code);
+    if (!currency) {
+        throw UsageError("--currency takes an ISO 4217 number or letters like 156 or CNY, not '" +
+                         code + "'");
     }
-    const auto date = options.value(kDate.name);
-    const auto time = options.value(kTime.name);
-    return record('P', parse_amount(kAmount.name, *amount, currency)) +
-           record('Q', parse_amount(kOther.name, options.value_or(kOther.name, "0"), currency)) +
-           record('R', currency.digits()) + record('S', date ? parse_date(*date) : today()) +
-           record('T', *type) + record('U', time ? parse_time(*time) : time_of_day()) +
-           merchant(options) + algorithms(options);
+    const std::string type_text = options.value_or(kType.name, "purchase");
+    const auto type = transaction_type_digits(type_text);
+    if (!type) {
+        throw UsageError("--type takes " + transaction_type_names() + " or two digits, not '" +
+                         type_text + "'");
+    }
+    return record('P', amount_option(kAmount, *amount, *currency)) +
+           record('Q', amount_option(kOther, options.value_or(kOther.name, "0"), *currency)) +
+           record('R', *currency) + record('S', date_option(options)) + record('T', *type) +
+           record('U', time_option(options)) + merchant(options) + algorithms(options);
 }
 
 int run_transaction(const Options& options, const WayToIssuer& ask) {

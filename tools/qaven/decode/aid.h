@@ -1,7 +1,7 @@
 // Application identifiers.
 #pragma once
 
-#include "decode/bytes.h"
+#include "tools/emv/hex.h"
 
 #include <string>
 

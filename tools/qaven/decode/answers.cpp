@@ -1,12 +1,12 @@
 // The texts around data objects: application data, the card sequence number field, whole JSON.
 #include "decode/answers.h"
 
-#include "byte_characters.h"
-#include "decode/bytes.h"
 #include "decode/records.h"
 #include "decode/script_result.h"
 #include "decode/text.h"
 #include "decode/tlv_tree.h"
+#include "tools/emv/hex.h"
+#include "tools/emv/latin1.h"
 
 #include <nlohmann/json.hpp>
 
@@ -173,14 +173,14 @@ std::optional<std::vector<Member>> json_members(std::string_view text) {
         return std::nullopt;
     }
     // The order of the members is the order of the steps.
-    const auto object = nlohmann::ordered_json::parse(byte_characters(text), nullptr, false);
+    const auto object = nlohmann::ordered_json::parse(latin1_to_utf8(text), nullptr, false);
     if (!object.is_object()) {
         return std::nullopt;
     }
     std::vector<Member> members;
     for (const auto& [key, value] : object.items()) {
         const std::string printed = value.is_string() ? value.get<std::string>() : value.dump();
-        members.push_back({character_bytes(key), character_bytes(printed), value.is_string()});
+        members.push_back({utf8_to_latin1(key), utf8_to_latin1(printed), value.is_string()});
     }
     return members;
 }

@@ -1,8 +1,8 @@
 // Commands to cards and their answers.
 #pragma once
 
-#include "decode/bytes.h"
 #include "decode/outline.h"
+#include "tools/emv/hex.h"
 
 #include <string>
 

@@ -1,10 +1,10 @@
 // The answer to reset.
 #include "decode/atr.h"
 
-#include "decode/money.h"
 #include "decode/status_words.h"
 #include "decode/text.h"
 #include "decode/values.h"
+#include "tools/emv/code_words.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,8 @@
 // The answer to reset.
 #pragma once
 
-#include "decode/bytes.h"
 #include "decode/outline.h"
+#include "tools/emv/hex.h"
 
 namespace tool {
 

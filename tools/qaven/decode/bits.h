@@ -1,8 +1,8 @@
 // Values whose bits have meanings of their own.
 #pragma once
 
-#include "decode/bytes.h"
 #include "decode/outline.h"
+#include "tools/emv/hex.h"
 
 #include <string_view>
 

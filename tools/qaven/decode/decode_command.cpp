@@ -1,11 +1,11 @@
 // `qaven decode`: one value, taken apart.
 #include "decode/commands.h"
 
-#include "decode/bytes.h"
 #include "decode/decode.h"
 #include "decode/forms.h"
 #include "decode/outline.h"
 #include "decode/text.h"
+#include "tools/emv/hex.h"
 
 #include <cstdio>
 #include <iostream>

@@ -1,8 +1,8 @@
 // Lists of what a card wants to be told.
 #pragma once
 
-#include "decode/bytes.h"
 #include "decode/outline.h"
+#include "tools/emv/hex.h"
 
 namespace tool {
 

@@ -6,7 +6,6 @@
 #include "decode/apdu.h"
 #include "decode/atr.h"
 #include "decode/bits.h"
-#include "decode/bytes.h"
 #include "decode/dol.h"
 #include "decode/lists.h"
 #include "decode/number_shapes.h"
@@ -18,6 +17,7 @@
 #include "decode/tlv.h"
 #include "decode/tlv_tree.h"
 #include "decode/values.h"
+#include "tools/emv/hex.h"
 
 #include <algorithm>
 #include <array>

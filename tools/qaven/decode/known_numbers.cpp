@@ -1,7 +1,7 @@
 // Numbers that are not to be seen, found again wherever a text has them.
 #include "decode/known_numbers.h"
 
-#include "decode/bytes.h"
+#include "tools/emv/hex.h"
 
 #include <algorithm>
 #include <array>

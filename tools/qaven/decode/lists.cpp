@@ -2,7 +2,6 @@
 #include "decode/lists.h"
 
 #include "decode/bits.h"
-#include "decode/money.h"
 #include "decode/text.h"
 #include "decode/values.h"
 

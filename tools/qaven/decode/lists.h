@@ -1,8 +1,8 @@
 // Values that are lists or compounds with a layout of their own.
 #pragma once
 
-#include "decode/bytes.h"
 #include "decode/outline.h"
+#include "tools/emv/hex.h"
 
 namespace tool {
 

@@ -1,8 +1,8 @@
 // What account and identity numbers look like in text that is not known to hold one.
 #include "decode/number_shapes.h"
 
-#include "decode/bytes.h"
 #include "decode/known_numbers.h"
+#include "tools/emv/hex.h"
 
 #include <algorithm>
 #include <span>

@@ -1,8 +1,8 @@
 // What of a card number, of track data and of an identity number may be seen.
 #pragma once
 
-#include "decode/bytes.h"
 #include "decode/known_numbers.h"
+#include "tools/emv/hex.h"
 
 #include <string>
 #include <string_view>

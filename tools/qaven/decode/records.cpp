@@ -2,10 +2,12 @@
 #include "decode/records.h"
 
 #include "decode/aid.h"
-#include "decode/bytes.h"
-#include "decode/money.h"
 #include "decode/text.h"
 #include "decode/values.h"
+#include "tools/emv/code_words.h"
+#include "tools/emv/date_time.h"
+#include "tools/emv/hex.h"
+#include "tools/emv/money.h"
 
 #include <algorithm>
 #include <array>
@@ -110,25 +112,26 @@ std::string text_of(Value form, std::string_view value, std::string_view currenc
     if (value.size() >= kShortestNumber && !shows_number && form != Value::kText) {
         return in_quotes(privacy.guarded(value));
     }
+    const std::string shown = readable(value);
     switch (form) {
     case Value::kText:
         return in_quotes(privacy.field(value));
     case Value::kAmount:
-        return readable(amount_text(value, currency));
+        return amount_text(shown, currency);
     case Value::kCurrency:
-        return readable(currency_text(value));
+        return currency_text(shown);
     case Value::kCountry:
-        return readable(country_text(value));
+        return country_text(shown);
     case Value::kDate:
-        return readable(date_text(value));
+        return date_text(shown);
     case Value::kTime:
-        return readable(time_text(value));
+        return time_text(shown);
     case Value::kType:
-        return readable(transaction_type_text(value));
+        return transaction_type_text(shown);
     case Value::kAccountNumber:
         return readable(account_number_text(value, privacy));
     case Value::kIdentityType:
-        return readable(identity_type_text(value));
+        return identity_type_text(shown);
     case Value::kIdentityNumber:
         return readable(privacy.number(value));
     case Value::kTrack2:
@@ -140,7 +143,7 @@ std::string text_of(Value form, std::string_view value, std::string_view currenc
     case Value::kDigits:
         break;
     }
-    return readable(value);
+    return shown;
 }
 
 // The length field of a record, which the library makes smaller by one as a character when it drops

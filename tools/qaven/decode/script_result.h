@@ -1,8 +1,8 @@
 // What became of an issuer script.
 #pragma once
 
-#include "decode/bytes.h"
 #include "decode/outline.h"
+#include "tools/emv/hex.h"
 
 namespace tool {
 

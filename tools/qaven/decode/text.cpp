@@ -1,7 +1,7 @@
 // Texts of cards and hosts, which are GBK, made fit for a terminal, which takes UTF-8.
 #include "decode/text.h"
 
-#include "decode/bytes.h"
+#include "tools/emv/hex.h"
 
 #include <algorithm>
 #include <iconv.h>

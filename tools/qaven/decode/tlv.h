@@ -1,7 +1,7 @@
 // Data objects out of byte runs, nothing believed: neither tags nor lengths.
 #pragma once
 
-#include "decode/bytes.h"
+#include "tools/emv/hex.h"
 
 #include <string>
 #include <variant>

@@ -1,8 +1,8 @@
 // Data objects as a tree of lines.
 #pragma once
 
-#include "decode/bytes.h"
 #include "decode/outline.h"
+#include "tools/emv/hex.h"
 
 namespace tool {
 

@@ -2,11 +2,11 @@
 #include "decode/trace_labels.h"
 
 #include "decode/answers.h"
-#include "decode/bytes.h"
 #include "decode/records.h"
 #include "decode/result_codes.h"
 #include "decode/script_result.h"
 #include "decode/text.h"
+#include "tools/emv/hex.h"
 
 #include "support/gbk_text.h"
 

@@ -3,11 +3,11 @@
 
 #include "decode/answers.h"
 #include "decode/apdu.h"
-#include "decode/bytes.h"
 #include "decode/decode.h"
 #include "decode/forms.h"
 #include "decode/text.h"
 #include "decode/trace_labels.h"
+#include "tools/emv/hex.h"
 
 #include <algorithm>
 

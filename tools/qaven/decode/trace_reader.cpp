@@ -1,8 +1,8 @@
 // The entries of a trace log: what one call of the library wrote, put together again.
 #include "decode/trace_reader.h"
 
-#include "decode/bytes.h"
 #include "decode/records.h"
+#include "tools/emv/hex.h"
 
 #include <algorithm>
 

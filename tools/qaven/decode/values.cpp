@@ -5,83 +5,19 @@
 #include "decode/bits.h"
 #include "decode/dol.h"
 #include "decode/lists.h"
-#include "decode/money.h"
 #include "decode/number_shapes.h"
 #include "decode/script_result.h"
 #include "decode/text.h"
+#include "tools/emv/code_words.h"
+#include "tools/emv/date_time.h"
+#include "tools/emv/money.h"
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 
 namespace tool {
 
 namespace {
-
-struct Words {
-    std::string_view code;
-    std::string_view words;
-};
-
-template <std::size_t Size>
-std::string_view words_for(const std::array<Words, Size>& table, std::string_view code) {
-    const auto* const found = std::ranges::find(table, code, &Words::code);
-    return found != table.end() ? found->words : std::string_view();
-}
-
-constexpr auto kTransactionTypes = std::to_array<Words>({
-    {"00", "goods and services"},
-    {"01", "cash"},
-    {"09", "goods with cashback"},
-    {"17", "cash advance"},
-    {"20", "refund"},
-    {"21", "deposit"},
-    {"30", "balance inquiry"},
-    {"31", "balance inquiry"},
-    {"33", "account verification"},
-    {"40", "transfer"},
-    {"60", "load of electronic cash from the linked account"},
-    {"62", "load of electronic cash from another account"},
-    {"63", "load of electronic cash with banknotes"},
-});
-
-constexpr auto kIdentityTypes = std::to_array<Words>({
-    {"00", "identity card"},
-    {"01", "military officer's card"},
-    {"02", "passport"},
-    {"03", "entry permit"},
-    {"04", "temporary identity card"},
-    {"05", "other"},
-});
-
-constexpr auto kResponseCodes = std::to_array<Words>({
-    {"00", "approved online"},
-    {"01", "refer to the issuer"},
-    {"02", "refer to the issuer"},
-    {"04", "capture the card"},
-    {"05", "declined online"},
-    {"10", "approved for a part of the amount"},
-    {"11", "approved (VIP)"},
-    {"12", "declined: invalid transaction"},
-    {"14", "declined: invalid card number"},
-    {"31", "declined: the switch does not support the issuer"},
-    {"40", "declined: function not supported"},
-    {"41", "declined: lost card"},
-    {"51", "declined: not enough money"},
-    {"54", "declined: the card has expired"},
-    {"55", "declined: wrong PIN"},
-    {"61", "declined: the amount exceeds a limit"},
-    {"65", "declined: more transactions than a limit allows"},
-    {"75", "declined: too many PIN tries"},
-    {"91", "declined: issuer or switch does not answer"},
-    {"96", "declined: system malfunction"},
-    {"Y1", "approved offline"},
-    {"Z1", "declined offline"},
-    {"Y2", "approved after a referral"},
-    {"Z2", "declined after a referral"},
-    {"Y3", "could not go online, approved offline"},
-    {"Z3", "could not go online, declined offline"},
-});
 
 constexpr auto kTerminalOperators =
     std::to_array<std::string_view>({"financial institution", "merchant", "cardholder"});
@@ -128,44 +64,6 @@ constexpr auto kSizes = std::to_array<Size>({
     {Form::kLogEntry, 2, 2},
     {Form::kPriority, 1, 1},
 });
-
-std::string with_words(std::string_view code, std::string_view words) {
-    return words.empty() ? std::string(code) : std::string(code) + " (" + std::string(words) + ')';
-}
-
-int two_digits(std::string_view digits) {
-    return 10 * digit_value(digits[0]) + digit_value(digits[1]);
-}
-
-bool is_date(std::string_view year, std::string_view month_and_day) {
-    if (!all_digits(year) || !all_digits(month_and_day)) {
-        return false;
-    }
-    int number = 0;
-    for (const char digit : year) {
-        number = 10 * number + digit_value(digit);
-    }
-    return std::chrono::year_month_day(
-               std::chrono::year(number),
-               std::chrono::month(static_cast<unsigned>(two_digits(month_and_day))),
-               std::chrono::day(static_cast<unsigned>(two_digits(month_and_day.substr(2)))))
-        .ok();
-}
-
-// The years of cards have two digits; 50 to 99 are those of the last century.
-std::string full_year(std::string_view digits) {
-    return (two_digits(digits) < 50 ? "20" : "19") + std::string(digits.substr(0, 2));
-}
-
-bool is_short_date(std::string_view digits) {
-    return digits.size() == 6 && all_digits(digits) && is_date(full_year(digits), digits.substr(2));
-}
-
-// YYYYMM, to which the issuer-authentication step cuts a host's YYYYMMDD.
-bool is_cut_date(std::string_view digits) {
-    return digits.size() == 6 && digits.starts_with("20") &&
-           is_date(digits.substr(0, 4), std::string(digits.substr(4)) + "01");
-}
 
 std::string terminal_type_text(Bytes value) {
     std::string digits = hex(value);
@@ -256,47 +154,6 @@ std::string digits_of_form(Form form, Bytes value, Privacy& privacy) {
 
 } // namespace
 
-std::string date_text(std::string_view digits) {
-    if (digits.size() == 8 && is_date(digits.substr(0, 4), digits.substr(4))) {
-        return std::string(digits.substr(0, 4)) + '-' + std::string(digits.substr(4, 2)) + '-' +
-               std::string(digits.substr(6));
-    }
-    if (is_short_date(digits)) {
-        return full_year(digits) + '-' + std::string(digits.substr(2, 2)) + '-' +
-               std::string(digits.substr(4));
-    }
-    if (is_cut_date(digits)) {
-        return std::string(digits) + " (not YYMMDD; as YYYYMM, " +
-               std::string(digits.substr(0, 4)) + '-' + std::string(digits.substr(4)) + ')';
-    }
-    return std::string(digits) + " (not a date)";
-}
-
-std::string time_text(std::string_view digits) {
-    if (digits.size() == 6 && all_digits(digits) && two_digits(digits) < 24 &&
-        two_digits(digits.substr(2)) < 60 && two_digits(digits.substr(4)) < 60) {
-        return std::string(digits.substr(0, 2)) + ':' + std::string(digits.substr(2, 2)) + ':' +
-               std::string(digits.substr(4));
-    }
-    return std::string(digits) + " (not a time)";
-}
-
-std::string transaction_type_text(std::string_view digits) {
-    return with_words(digits, words_for(kTransactionTypes, digits));
-}
-
-std::string currency_text(std::string_view digits) {
-    return with_words(digits, currency_letters(digits));
-}
-
-std::string country_text(std::string_view digits) {
-    return with_words(digits, country_name(digits));
-}
-
-std::string identity_type_text(std::string_view digits) {
-    return with_words(digits, words_for(kIdentityTypes, digits));
-}
-
 std::string account_number_text(std::string_view digits, Privacy& privacy) {
     while (!digits.empty() && (digits.back() == 'F' || digits.back() == 'f')) {
         digits.remove_suffix(1);
@@ -317,8 +174,7 @@ std::string track2_text(std::string_view track, Privacy& privacy) {
     }
     std::string text = account_number_text(track.substr(0, separator), privacy);
     std::string_view rest = track.substr(std::min(separator + 1, track.size()));
-    if (rest.size() >= kExpiry &&
-        is_date("20" + std::string(rest.substr(0, 2)), std::string(rest.substr(2, 2)) + "01")) {
+    if (is_month(rest.substr(0, kExpiry))) {
         text +=
             ", expiry 20" + std::string(rest.substr(0, 2)) + '-' + std::string(rest.substr(2, 2));
         rest.remove_prefix(kExpiry);
@@ -336,10 +192,6 @@ std::string currencies_text(std::string_view digits) {
         text += (text.empty() ? "" : ", ") + currency_text(digits.substr(at, 4));
     }
     return text;
-}
-
-std::string_view response_code_words(std::string_view code) {
-    return words_for(kResponseCodes, code);
 }
 
 std::string value_text(Form form, Bytes value, std::string_view currency, Privacy& privacy) {
@@ -407,8 +259,7 @@ void explain_value(Form form, Bytes value, Outline& out) {
     }
     switch (form) {
     case Form::kDate:
-        if (has_size_of_form(form, value.size()) && !is_short_date(hex(value)) &&
-            !is_cut_date(hex(value))) {
+        if (has_size_of_form(form, value.size()) && !is_date(hex(value))) {
             out.problem("the calendar has no such day");
         }
         break;

@@ -1,9 +1,9 @@
 // The value of a data object: a short text, and what else there is to say about it.
 #pragma once
 
-#include "decode/bytes.h"
 #include "decode/outline.h"
 #include "decode/tags.h"
+#include "tools/emv/hex.h"
 
 #include <string>
 #include <string_view>
@@ -16,24 +16,13 @@ std::string value_text(Form form, Bytes value, std::string_view currency, Privac
 // Bits, entries and parts, a line each; nothing for values that the short text says all about.
 void explain_value(Form form, Bytes value, Outline& out);
 
-// YYMMDD or YYYYMMDD as YYYY-MM-DD, HHMMSS as HH:MM:SS; other digits say that they are neither.
-std::string date_text(std::string_view digits);
-std::string time_text(std::string_view digits);
-
-std::string transaction_type_text(std::string_view digits);
-std::string currency_text(std::string_view digits);
-// One after the other, four digits each.
+// Currencies, one after the other, four digits each.
 std::string currencies_text(std::string_view digits);
-std::string country_text(std::string_view digits);
-std::string identity_type_text(std::string_view digits);
 
 // The digits of an account number, filled up with F or not.
 std::string account_number_text(std::string_view digits, Privacy& privacy);
 
 // Digits, D or =, expiry, service code, discretionary data; filled up with F or not.
 std::string track2_text(std::string_view track, Privacy& privacy);
-
-// The two characters of an authorisation response code in words, or "".
-std::string_view response_code_words(std::string_view code);
 
 } // namespace tool

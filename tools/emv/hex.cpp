@@ -1,9 +1,10 @@
-// Byte runs and their hexadecimal text.
-#include "decode/bytes.h"
+// Byte runs, their hexadecimal text, and digits in texts.
+#include "tools/emv/hex.h"
 
 #include <algorithm>
+#include <charconv>
 
-namespace tool {
+namespace qaven::emv {
 
 namespace {
 
@@ -14,7 +15,7 @@ bool separates(char character) {
     return kBlanks.find(character) != std::string_view::npos || character == ':';
 }
 
-// Behind blanks and a leading 0x.
+// After blanks and a leading 0x.
 std::size_t start_of_digits(std::string_view text) {
     const std::size_t start = std::min(text.find_first_not_of(kBlanks), text.size());
     const std::string_view rest = text.substr(start);
@@ -73,6 +74,11 @@ bool looks_like_hex(std::string_view text) {
            std::ranges::any_of(digits, [](char c) { return digit_value(c) >= 0; });
 }
 
+bool is_hex(std::string_view text) {
+    return !text.empty() && text.size() % 2 == 0 &&
+           std::ranges::all_of(text, [](char c) { return digit_value(c) >= 0; });
+}
+
 int digit_value(char character) {
     if (character >= '0' && character <= '9') {
         return character - '0';
@@ -92,6 +98,12 @@ bool is_digit(char character) {
 
 bool all_digits(std::string_view text) {
     return std::ranges::all_of(text, is_digit);
+}
+
+unsigned number_in(std::string_view digits) {
+    unsigned number = 0;
+    std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    return number;
 }
 
 Bytes bytes_of(std::string_view text) {
@@ -118,4 +130,4 @@ std::string upper(std::string_view text) {
     return result;
 }
 
-} // namespace tool
+} // namespace qaven::emv

@@ -1,4 +1,4 @@
-// Byte runs and their hexadecimal text.
+// Byte runs, their hexadecimal text, and digits in texts.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tool {
+namespace qaven::emv {
 
 using Bytes = std::span<const unsigned char>;
 
@@ -30,17 +30,24 @@ struct HexText {
     bool sound() const { return !stranger_at && !odd; }
 };
 
-// Blanks, line ends, colons and a leading 0x are passed over.
+// Blanks, line ends, colons and a leading 0x are skipped.
 HexText from_hex(std::string_view text);
 
-// Nothing but hex digits and what from_hex passes over, and at least one digit.
+// Nothing but hex digits and what from_hex skips, and at least one digit.
 bool looks_like_hex(std::string_view text);
+
+// One byte or more in hex digits, and nothing else.
+bool is_hex(std::string_view text);
 
 // The value of one hex digit, or -1.
 int digit_value(char character);
 
 bool is_digit(char character);
+// True of an empty text too.
 bool all_digits(std::string_view text);
+
+// The value of decimal digits; what follows them is not read.
+unsigned number_in(std::string_view digits);
 
 // The bytes of a text, and the text of bytes.
 Bytes bytes_of(std::string_view text);
@@ -51,4 +58,8 @@ std::string_view trimmed(std::string_view text);
 
 std::string upper(std::string_view text);
 
-} // namespace tool
+} // namespace qaven::emv
+
+namespace tool {
+using namespace qaven::emv;
+}

@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-namespace tool {
+namespace qaven::emv {
 
-inline std::string byte_characters(std::string_view bytes) {
+inline std::string latin1_to_utf8(std::string_view bytes) {
     std::string text;
     for (const char character : bytes) {
         const auto byte = static_cast<unsigned char>(character);
@@ -22,7 +22,7 @@ inline std::string byte_characters(std::string_view bytes) {
     return text;
 }
 
-inline std::string character_bytes(std::string_view utf8) {
+inline std::string utf8_to_latin1(std::string_view utf8) {
     std::string bytes;
     for (std::size_t at = 0; at < utf8.size(); ++at) {
         const auto byte = static_cast<unsigned char>(utf8[at]);
@@ -34,4 +34,8 @@ inline std::string character_bytes(std::string_view utf8) {
     return bytes;
 }
 
-} // namespace tool
+} // namespace qaven::emv
+
+namespace tool {
+using namespace qaven::emv;
+}

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <string_view>
 
-namespace tool {
+namespace qaven::emv {
 
 // The bytes of the first character; 0 when the text does not begin with one.
 inline std::size_t character_size(std::string_view text) {
@@ -28,4 +28,8 @@ inline std::size_t character_size(std::string_view text) {
     return lead && second && whole ? size : 0;
 }
 
-} // namespace tool
+} // namespace qaven::emv
+
+namespace tool {
+using namespace qaven::emv;
+}
