@@ -56,21 +56,13 @@ std::uint32_t CCID::announced_length(std::span<const unsigned char, kHeaderSize>
            static_cast<std::uint32_t>(header[4]) << 24U;
 }
 
-void CCID::end_held_connection() {
-    if (handle != nullptr) {
-        close();
-    }
-}
-
 int CCID::open(int vid, int pid, int interface) {
-    end_held_connection();
     Myusb::init(vid, pid);
     Myusb::setInterface(interface);
     return open_device();
 }
 
 int CCID::open(int vid, int pid) {
-    end_held_connection();
     Myusb::init(vid, pid);
     return open_device();
 }

@@ -93,7 +93,6 @@ class CCID : public Myusb {
         kTransferBlock = 0x6F,
     };
 
-    void end_held_connection();
     int open_device();
     void put_header(Message type, int apdu_length, std::span<unsigned char> message);
     int send(Message type);

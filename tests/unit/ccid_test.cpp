@@ -458,6 +458,21 @@ TEST_F(CcidSlot, TheDataOfALongReplyLandsContiguous) {
     EXPECT_EQ(usb.reads(), 4);
 }
 
+TEST_F(CcidSlot, WhatTheLastPacketDoesNotBringReadsAsZeros) {
+    usb.answer("80 64000000 00 00 00 00 00" + repeated("A1", 54));
+    usb.answer("A2A2");
+    EXPECT_EQ(exchange(bytes("00B2010C00")), 0);
+    EXPECT_EQ(response_length, 100);
+    EXPECT_EQ(response_hex(119), repeated("A1", 54) + "A2A2" + repeated("00", 62) + "EE");
+}
+
+TEST_F(CcidSlot, OnlyThePlacesOfPacketsThatWereAskedForAreWritten) {
+    // Three packets are announced, the second one does not come.
+    usb.answer("80 C8000000 00 00 00 00 00" + repeated("A1", 54));
+    EXPECT_EQ(exchange(bytes("00B2010C00")), LIBUSB_ERROR_TIMEOUT);
+    EXPECT_EQ(response_hex(119), repeated("A1", 54) + repeated("00", 64) + "EE");
+}
+
 TEST_F(CcidSlot, AContinuationThatFailsEndsTheExchange) {
     usb.answer("80 C8000000 00 00 00 00 00" + repeated("A1", 54));
     usb.answer_failure(LIBUSB_ERROR_PIPE);
@@ -621,10 +636,11 @@ TEST_F(CcidSlot, ReadingStopsAtTheFirstPacketThatFails) {
     EXPECT_EQ(length, 255);
 }
 
-TEST_F(CcidSlot, ReadingNothingGivesMinusOne) {
-    int length = 0;
+TEST_F(CcidSlot, ReadingNothingGivesMinusOneAndNoLength) {
+    int length = 99;
     const Printed printed = printed_by([&] { EXPECT_EQ(slot.read(response.data(), &length), -1); });
     EXPECT_EQ(printed.out, "read error!\n");
+    EXPECT_EQ(length, 0);
     slot.close();
     EXPECT_EQ(slot.read(response.data(), &length), -1);
 }
@@ -643,9 +659,10 @@ TEST_F(CcidSlot, ReadingWithATimeOutUsesItForEveryPacket) {
 }
 
 TEST_F(CcidSlot, ReadingWithATimeOutGivesTheLibusbCode) {
-    int length = 0;
+    int length = 99;
     Printed printed = printed_by(
         [&] { EXPECT_EQ(slot.readTimeout(response.data(), &length, 123), LIBUSB_ERROR_TIMEOUT); });
+    EXPECT_EQ(length, 0);
     EXPECT_EQ(printed.out, "read error!\nreadtimeout-ret = -7, transferred =0\n");
     usb.answer("80 40000000 00 00 00 00 00" + repeated("A1", 54));
     usb.answer_failure(LIBUSB_ERROR_PIPE);

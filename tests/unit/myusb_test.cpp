@@ -196,6 +196,17 @@ TEST_F(UsbReader, AReaderThatIsNeverFoundLeavesOneStartToBeEnded) {
     EXPECT_EQ(usb.starts(), 0);
 }
 
+TEST_F(UsbReader, InitEndsAConnectionThatIsStillHeld) {
+    connect();
+    const Printed printed = printed_by([&] { device.init(kVendor, kProduct); });
+    EXPECT_EQ(printed.out, "Released Interface!\nDevice Closed!\n");
+    EXPECT_THAT(usb.log(),
+                ElementsAre("release_interface 2", "close", "exit", "init", "get_device_list",
+                            "get_device_descriptor 2F7A:4417", "get_config_descriptor 2F7A:4417 0",
+                            "free_config_descriptor", "free_device_list 1"));
+    EXPECT_EQ(device.handle, nullptr);
+}
+
 // --- choice of the interface ---
 
 TEST_F(UsbReader, TheSmallerAddressIsOutAndTheLargerIsIn) {
@@ -269,6 +280,15 @@ TEST_F(UsbReader, OpeningClaimsTheChosenInterface) {
     EXPECT_THAT(usb.log(),
                 ElementsAre("open 2F7A:4417", "kernel_driver_active 2", "claim_interface 2"));
     EXPECT_NE(device.handle, nullptr);
+}
+
+TEST_F(UsbReader, OpeningAnOpenReaderGivesTheOldHandleBack) {
+    connect();
+    const Printed printed = printed_by([&] { EXPECT_EQ(device.open(), 0); });
+    EXPECT_EQ(printed.out, "Device Opened\n");
+    EXPECT_THAT(usb.log(), ElementsAre("release_interface 2", "close", "open 2F7A:4417",
+                                       "kernel_driver_active 2", "claim_interface 2"));
+    EXPECT_EQ(usb.open_handles(), 1);
 }
 
 TEST_F(UsbReader, WithoutAReaderOpeningFailsWithASystemError) {
@@ -553,10 +573,14 @@ TEST_F(UsbReader, WithoutAHandleTransfersAreRefusedBeforeTheyReachLibusb) {
 
 TEST_F(UsbReader, AfterClosingTransfersAreRefusedToo) {
     connect();
+    std::array<unsigned char, 64> data{};
+    usb.answer("8081");
+    EXPECT_EQ(device.read(data.data(), 64), 0);
+    EXPECT_EQ(device.transferred, 2);
     device.close();
     usb.clear_log();
-    std::array<unsigned char, 64> data{};
     EXPECT_EQ(device.write(data.data(), 10), -8);
+    EXPECT_EQ(device.transferred, 0);
     EXPECT_EQ(device.read(data.data(), 64), -1);
     EXPECT_EQ(device.readTimeout(data.data(), 64, 5), -8);
     EXPECT_THAT(usb.log(), IsEmpty());

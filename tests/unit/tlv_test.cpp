@@ -217,8 +217,14 @@ TEST(FindTag, FindsNothingWithoutABuffer) {
 }
 
 TEST(FindTag, AnEmptyTagIsNeverFound) {
-    Bytes data = exact("5A 01 62");
-    EXPECT_EQ(qmcx_findtag(data.data(), 0, data.data(), 3), nullptr);
+    Bytes data = exact("01 01 62");
+    for (const int size : {0, -1}) {
+        EXPECT_EQ(qmcx_findtag(data.data(), size, data.data(), 3), nullptr);
+    }
+}
+
+TEST(FindTag, ATagWithAByteTooManyIsNeverFound) {
+    EXPECT_EQ(position_in("5A01", "01 01 62 5A 01 62"), kNotFound);
 }
 
 // --- searching a list that ends with a zero ---
