@@ -23,8 +23,8 @@ virtual_issuer::Verdict IssuerDesk::tc(const std::string& tc) const {
 
 std::string IssuerDesk::answer(const std::string& field55, const Reply& reply) const {
     virtual_issuer::Answer answer;
-    answer.response_code = {static_cast<std::uint8_t>(reply.response_code.at(0)),
-                            static_cast<std::uint8_t>(reply.response_code.at(1))};
+    answer.arc = {static_cast<std::uint8_t>(reply.response_code.at(0)),
+                  static_cast<std::uint8_t>(reply.response_code.at(1))};
     answer.genuine_authentication = reply.genuine_authentication;
     answer.genuine_script_macs = reply.genuine_script_macs;
     answer.script_template = reply.script_template;

@@ -1,10 +1,13 @@
 // Columns of text, and the comparison with the file of expected results.
 #include "table.h"
 
+#include "digest.h"
+
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
+#include <iomanip>
 #include <iostream>
-#include <iterator>
 #include <sstream>
 #include <utility>
 
@@ -24,6 +27,68 @@ std::size_t width(const std::string& text) {
         }
     }
     return columns;
+}
+
+// Rows by their words: how wide a column is depends on other sections.
+class Section {
+  public:
+    void add(const std::string& line) {
+        std::istringstream words(line);
+        std::string word;
+        while (words >> word) {
+            digest_.add(word).add(" ");
+        }
+        ++rows_;
+    }
+
+    [[nodiscard]] std::string line(const std::string& title) const {
+        std::ostringstream text;
+        text << std::hex << std::setw(16) << std::setfill('0') << digest_.value() << ' ' << std::dec
+             << std::setw(4) << std::setfill(' ') << rows_ << "  " << title << '\n';
+        return text.str();
+    }
+
+  private:
+    test::Digest digest_;
+    std::size_t rows_ = 0;
+};
+
+std::string digests(const std::string& table) {
+    std::istringstream lines(table);
+    std::string result;
+    std::string title = "headings";
+    std::string line;
+    Section section;
+    while (std::getline(lines, line)) {
+        if (!line.empty()) {
+            section.add(line);
+        } else if (std::getline(lines, line)) {
+            result += section.line(title);
+            title = line;
+            section = {};
+        }
+    }
+    return result + section.line(title);
+}
+
+bool compare(const std::string& text, const std::filesystem::path& file) {
+    std::ifstream stream(file);
+    std::istringstream found(text);
+    std::string wanted_line;
+    std::string found_line;
+    for (int number = 1;; ++number) {
+        const bool more_wanted = static_cast<bool>(std::getline(stream, wanted_line));
+        const bool more_found = static_cast<bool>(std::getline(found, found_line));
+        if (!more_wanted && !more_found) {
+            return true;
+        }
+        if (!more_wanted || !more_found || wanted_line != found_line) {
+            std::cerr << file.string() << ':' << number << ": outcomes have changed\n"
+                      << "  expected: " << (more_wanted ? wanted_line : "(nothing more)") << '\n'
+                      << "  found:    " << (more_found ? found_line : "(nothing more)") << '\n';
+            return false;
+        }
+    }
 }
 
 } // namespace
@@ -85,30 +150,20 @@ std::string ranges(const std::vector<std::size_t>& numbers,
     return text;
 }
 
-bool check_expected(const std::string& text, const std::filesystem::path& file, bool write) {
+bool check_expected(const std::string& sweep, const std::string& text, bool thorough, bool write) {
+    const std::filesystem::path expected =
+        std::filesystem::path(QAVEN_SWEEP_EXPECTED) / (sweep + (thorough ? "-all.txt" : ".txt"));
+    const std::string known = thorough ? digests(text) : text;
+    if (thorough) {
+        const auto whole = std::filesystem::path(QAVEN_SWEEP_TABLES) / (sweep + "-all.txt");
+        std::ofstream(whole) << text;
+        std::cerr << "the table of all cases: " << whole.string() << '\n';
+    }
     if (write) {
-        std::ofstream(file) << text;
+        std::ofstream(expected) << known;
         return true;
     }
-    std::ifstream stream(file);
-    const std::string expected{std::istreambuf_iterator<char>(stream), {}};
-    if (expected == text) {
-        return true;
-    }
-    std::istringstream wanted(expected);
-    std::istringstream found(text);
-    std::string wanted_line;
-    std::string found_line;
-    for (int number = 1;; ++number) {
-        const bool more_wanted = static_cast<bool>(std::getline(wanted, wanted_line));
-        const bool more_found = static_cast<bool>(std::getline(found, found_line));
-        if (!more_wanted || !more_found || wanted_line != found_line) {
-            std::cerr << file.string() << ':' << number << ": outcomes have changed\n"
-                      << "  expected: " << (more_wanted ? wanted_line : "(nothing more)") << '\n'
-                      << "  found:    " << (more_found ? found_line : "(nothing more)") << '\n';
-            return false;
-        }
-    }
+    return compare(known, expected);
 }
 
 } // namespace qaven::sweep

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
@@ -30,8 +29,11 @@ class Table {
 std::string ranges(const std::vector<std::size_t>& numbers,
                    const std::map<std::size_t, std::size_t>& order);
 
-// Compares with the file, or writes it. False, with the first difference on standard error, when
-// the file says something else.
-bool check_expected(const std::string& text, const std::filesystem::path& file, bool write);
+// Compares what a sweep printed with tests/sweep/expected, or writes it there. The sample's table
+// is there as it stands. Of the table of all cases there is a line for each section: a digest of
+// its rows, their number, and the section; the table itself is left in the build folder, to be
+// compared with that of an earlier build. False, with the first difference on standard error, when
+// something else is expected.
+bool check_expected(const std::string& sweep, const std::string& text, bool thorough, bool write);
 
 } // namespace qaven::sweep
