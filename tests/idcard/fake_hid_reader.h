@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -34,8 +33,6 @@ struct FakeHidReader {
     int claim_result = 0;
     std::deque<Bytes> input_reports;        // once empty, reports are all zeros
     std::map<std::size_t, int> failures_at; // index of a control transfer -> libusb code
-    // A device that answers transfers itself: takes one, fills in what it reads, false is a stall.
-    std::function<bool(const ControlTransfer&, Bytes&)> device;
 
     // What happened.
     std::vector<std::string> calls; // everything but transfers, e.g. "claim 0"
