@@ -6,11 +6,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+
 using namespace tool::test;
 using testing::HasSubstr;
 using tool::Privacy;
 
 namespace {
+
+// Shorter runs of digits could be anything.
+constexpr std::size_t kTelling = 13;
 
 TEST(ShowsOfTheseTests, FindsANumberInEveryForm) {
     EXPECT_TRUE(shows("a 6228000100001234565 b", kAccountNumber));
@@ -106,6 +111,54 @@ TEST(MaskedNumber, IsFoundInTextThatNobodyKnows) {
     Privacy other(false);
     other.learn("000000001213 20260102030405 6228000200006546");
     EXPECT_EQ(other.redacted("6228000200006546"), "6228000200006546");
+}
+
+// The front of a number may be lost, or something in its middle be wrong: what is left looks like
+// no number, and is a good part of one.
+TEST(PartOfANumber, IsNotShownUnderTheNameOfAnotherValue) {
+    for (const char* const form : {"aid", "aidlist", "cvm", "iad", "response", "tlv", "afl"}) {
+        for (const char* const text : {"28000100001234565F820279009F3602001A",
+                                       "70155A0A6228F00100001234565F5F24033012315F340101",
+                                       "96228000100001234565", "2800010000123455"}) {
+            const std::string said = decoded(text, form);
+            EXPECT_FALSE(shows(said, kAccountNumber, kTelling)) << form << '\n' << said;
+        }
+    }
+}
+
+TEST(PartOfANumber, IsNotShownAtHalfAByte) {
+    for (const char* const text : {
+             "sent(HEX): 41 30 31 39 36 2 32 38 30 30 30 31 30 30 30 30 31 32 33 34 35 36 35 42",
+             "HEX: 5A 0A 62 F8 00 01 00 00 12 34 56 5F 5F 34 01 01 ",
+             "80A800000C830A65F228000100001234565F",
+             "00DC0114175A0A622808000100001234565F5F2400100001234565F5",
+         }) {
+        EXPECT_FALSE(shows(traced(text), kAccountNumber, kTelling)) << traced(text);
+    }
+}
+
+TEST(PartOfANumber, IsNoTimeOfDayThatNoClockShows) {
+    EXPECT_FALSE(shows(decoded("? 20001000012345 ?"), "20001000012345", kTelling));
+    EXPECT_THAT(decoded("? 20260102030405 ?"), HasSubstr("20260102030405"));
+}
+
+TEST(LongDigits, AreShownWhereTheirLayoutSaysWhatTheyAre) {
+    const std::vector<std::array<const char*, 2>> values{
+        {"afl", "0801020210010200180104012002030110040500"},
+        {"cvm", "000000000000000042031E031F00"},
+        {"iad", "07010103600000010102030405060708"},
+        {"aid", "A000000333010101"},
+        {"apdu", "80AE800020000000001213000000000000015600800600000156190422339F8E7D6C161355"},
+        {"tlv", "830D01000000000012015601560156"},
+        {"tlv", "910A11223344556677883030"},
+        {"tlv", "9F26081122334455667788"},
+        {"tlv", "9F631030303031303030300000000000000000"},
+    };
+    for (const auto& [form, digits] : values) {
+        EXPECT_THAT(decoded(digits, form), testing::Not(HasSubstr("*"))) << digits;
+    }
+    const std::string record = "25 03 02 10 15 30 00 00 00 00 12 50 00 00 00 00 00 00 01 56 01 56 ";
+    EXPECT_THAT(traced("read(HEX): " + record), testing::Not(HasSubstr("*")));
 }
 
 TEST(Pin, IsShownToNobody) {

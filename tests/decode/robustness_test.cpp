@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdlib>
@@ -150,12 +151,17 @@ class Dice {
     std::uint64_t state_;
 };
 
+// A line end within a number makes two lines of a log, neither of which has a number.
+std::string on_one_line(std::string text) {
+    std::ranges::replace(text, '\n', ';');
+    return text;
+}
+
 std::string damaged(std::string text, Dice& dice) {
     for (std::size_t count = 1 + dice.below(3); count > 0 && !text.empty(); --count) {
         const std::size_t at = dice.below(text.size());
-        // A line end within a number makes two lines of a log, neither of which has a number.
         const char drawn = kReplacements.at(dice.below(kReplacements.size()));
-        const char character = drawn == '\n' ? ';' : drawn;
+        const char character = on_one_line({drawn})[0];
         switch (dice.below(6)) {
         case 0:
             text.erase(at, 1);
@@ -170,7 +176,7 @@ std::string damaged(std::string text, Dice& dice) {
             text.erase(0, at);
             break;
         case 4:
-            text.insert(at, text.substr(dice.below(text.size()), dice.below(40)));
+            text.insert(at, on_one_line(text.substr(dice.below(text.size()), dice.below(40))));
             break;
         default:
             text[at] = character;
@@ -179,16 +185,14 @@ std::string damaged(std::string text, Dice& dice) {
     return text;
 }
 
-TEST(DamagedText, ShowsNoNumberThatIsWholeInIt) {
+TEST(DamagedText, ShowsNoTellingPartOfANumber) {
     Dice dice(20261121);
-    const std::size_t rounds = 6000 / step_among(6000);
+    constexpr std::size_t kRounds = 50'000;
+    const std::size_t rounds = kRounds / step_among(kRounds);
     for (std::size_t round = 0; round < rounds; ++round) {
         const std::string text = damaged(real_texts().at(dice.below(real_texts().size())), dice);
         const std::string form(all_forms()[dice.below(all_forms().size())].name);
         for (const std::string number : {kAccountNumber, kShorterNumber, kIdentityNumber}) {
-            if (!shows(text, number, number.size())) {
-                continue;
-            }
             for (const std::string& said : {decoded(text), decoded(text, form), traced(text)}) {
                 ASSERT_FALSE(shows(said, number, kTelling))
                     << number << " in " << round << " as " << form << '\n'

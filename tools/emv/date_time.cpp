@@ -39,11 +39,6 @@ bool is_year_and_month(std::string_view digits) {
            is_day(std::string(digits) + "01");
 }
 
-bool is_time(std::string_view digits) {
-    return digits.size() == kShort && all_digits(digits) && digits.substr(0, 2) < "24" &&
-           digits.substr(2, 2) < "60" && digits.substr(4) < "60";
-}
-
 // The digits of a text in the form of a pattern, in which 0 is any digit.
 std::optional<std::string> digits_in_form(std::string_view text, std::string_view pattern) {
     std::string digits;
@@ -73,6 +68,11 @@ bool is_date(std::string_view digits) {
 
 bool is_month(std::string_view digits) {
     return digits.size() == 4 && is_day("20" + std::string(digits) + "01");
+}
+
+bool is_time(std::string_view digits) {
+    return digits.size() == kShort && all_digits(digits) && digits.substr(0, 2) < "24" &&
+           digits.substr(2, 2) < "60" && digits.substr(4) < "60";
 }
 
 std::string date_text(std::string_view digits) {

@@ -14,6 +14,9 @@ bool is_date(std::string_view digits);
 // A month as YYMM.
 bool is_month(std::string_view digits);
 
+// A time of day as HHMMSS.
+bool is_time(std::string_view digits);
+
 // YYYY-MM-DD and HH:MM:SS; digits that are no day or no time are followed by a word about it.
 std::string date_text(std::string_view digits);
 std::string time_text(std::string_view digits);

@@ -38,4 +38,10 @@ std::string aid_text(Bytes aid) {
     return known != kApplications.end() ? digits + " (" + std::string(known->name) + ')' : digits;
 }
 
+bool is_registered(Bytes aid) {
+    constexpr std::size_t kShortest = 5;
+    constexpr std::size_t kLongest = 16;
+    return aid.size() >= kShortest && aid.size() <= kLongest && hex(aid).starts_with("A000000");
+}
+
 } // namespace tool

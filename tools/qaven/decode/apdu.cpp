@@ -33,6 +33,8 @@ struct Command {
     Payload payload;
 };
 
+constexpr unsigned char kGenerateCryptogram = 0xAE;
+
 constexpr auto kCommands = std::to_array<Command>({
     {0x16, "CARD BLOCK", Payload::kBytes},
     {0x18, "APPLICATION UNBLOCK", Payload::kBytes},
@@ -44,7 +46,7 @@ constexpr auto kCommands = std::to_array<Command>({
     {0x88, "INTERNAL AUTHENTICATE", Payload::kBytes},
     {0xA4, "SELECT", Payload::kName},
     {0xA8, "GET PROCESSING OPTIONS", Payload::kObjects},
-    {0xAE, "GENERATE AC", Payload::kBytes},
+    {kGenerateCryptogram, "GENERATE AC", Payload::kBytes},
     {0xB0, "READ BINARY", Payload::kBytes},
     {0xB2, "READ RECORD", Payload::kBytes},
     {0xC0, "GET RESPONSE", Payload::kBytes},
@@ -131,7 +133,7 @@ std::string parameters_text(Bytes apdu) {
     case 0xA4:
         return std::string((p1 & 0x04U) != 0 ? "by name" : "by file identifier") +
                ((p2 & 0x03U) == 0x02 ? ", next occurrence" : ", first occurrence");
-    case 0xAE:
+    case kGenerateCryptogram:
         return cryptogram_text(p1);
     case 0xB2:
     case 0xDC:
@@ -159,7 +161,7 @@ void explain_payload(const Command& command, Bytes apdu, Bytes data, Outline& ou
         out.line("data: PIN block, never shown");
         return;
     case Payload::kName:
-        out.line("name: " + aid_text(data));
+        out.line("name: " + aid_text(data), is_registered(data));
         return;
     case Payload::kIssuerAuthentication:
         explain_issuer_authentication(data, out);
@@ -178,7 +180,8 @@ void explain_payload(const Command& command, Bytes apdu, Bytes data, Outline& ou
     case Payload::kBytes:
         break;
     }
-    out.line("data: " + hex(data));
+    // What CDOL1 and CDOL2 ask for: amounts, codes, dates, one after the other.
+    out.line("data: " + hex(data), command.ins == kGenerateCryptogram);
 }
 
 } // namespace
@@ -257,7 +260,9 @@ void explain_response(Bytes apdu, Outline& out) {
             explain_objects(data, 0, out);
         } else {
             out.privacy().learn(data);
-            out.line("data: " + hex(data));
+            // What is taken for the status word may be the end of a number.
+            const std::string shown = out.privacy().guarded(hex(apdu));
+            out.line("data: " + shown.substr(0, 2 * data.size()));
         }
     }
     out.line(status_line(apdu[apdu.size() - 2] * 256U + apdu.back()));

@@ -278,7 +278,7 @@ void explain_historical(Bytes historical, std::size_t start, Outline& out) {
                  in_quotes(characters_of(historical)));
         return;
     }
-    out.line("historical bytes " + hex(historical));
+    out.told("historical bytes " + hex(historical));
     const auto nest = out.nest();
     Bytes objects = historical.subspan(1);
     if (category == kDirectory) {

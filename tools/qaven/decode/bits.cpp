@@ -225,6 +225,9 @@ std::string algorithm_name(unsigned char value) {
     return found != kAlgorithms.end() ? std::string(found->name) : "unknown";
 }
 
+// Of issuer application data: key index, version and card verification results, and their length.
+constexpr std::size_t kFixed = 7;
+
 } // namespace
 
 std::string bits_place(std::size_t byte, unsigned char mask) {
@@ -302,10 +305,12 @@ void explain_card_verification(Bytes value, Outline& out) {
     }
 }
 
+bool is_pboc_issuer_data(Bytes value) {
+    return value.size() > kFixed && value[0] >= kFixed && value.size() > value[0] && value[3] == 3;
+}
+
 void explain_issuer_application_data(Bytes value, Outline& out) {
-    constexpr std::size_t kFixed = 7;
-    if (value.size() < kFixed + 1 || value[0] < kFixed || value.size() < value[0] + 1U ||
-        value[3] != 3) {
+    if (!is_pboc_issuer_data(value)) {
         out.line("not in the form of a PBOC card");
         return;
     }
@@ -319,7 +324,7 @@ void explain_issuer_application_data(Bytes value, Outline& out) {
     out.line("algorithm: " + hex(value[7], 2) + " " + algorithm_name(value[7]));
     const Bytes rest = value.subspan(kFixed + 1);
     if (!rest.empty()) {
-        out.line("issuer discretionary data: " + hex(rest));
+        out.told("issuer discretionary data: " + hex(rest));
     }
 }
 

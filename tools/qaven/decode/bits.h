@@ -34,6 +34,7 @@ void explain_cryptogram_information(Bytes value, Outline& out);
 // The issuer application data of a PBOC card: key index, cryptogram version, card verification
 // results, algorithm, and what the issuer adds.
 void explain_issuer_application_data(Bytes value, Outline& out);
+bool is_pboc_issuer_data(Bytes value);
 
 // The three bytes behind the length byte 03, or all four.
 void explain_card_verification(Bytes value, Outline& out);

@@ -60,7 +60,7 @@ template <Form ValueForm>
 void explain_as(Bytes value, Outline& out) {
     const std::string text = value_text(ValueForm, value, "", out.privacy());
     if (!text.empty()) {
-        out.line(text);
+        out.line(text, is_told(ValueForm, value));
     }
     explain_value(ValueForm, value, out);
 }
@@ -108,7 +108,7 @@ void explain_account_number(std::string_view text, Outline& out) {
 }
 
 void explain_aid(Bytes data, Outline& out) {
-    out.line(aid_text(data));
+    out.line(aid_text(data), is_registered(data));
 }
 
 using enum Form;

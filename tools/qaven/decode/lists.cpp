@@ -4,6 +4,7 @@
 #include "decode/bits.h"
 #include "decode/text.h"
 #include "decode/values.h"
+#include "tools/emv/code_words.h"
 
 #include <algorithm>
 #include <array>
@@ -48,13 +49,20 @@ constexpr auto kResults = std::to_array<Named>({
     {0x02, "successful"},
 });
 
+constexpr std::size_t kAmounts = 8;
 constexpr unsigned char kMethodMask = 0x3F;
 constexpr unsigned char kGoOn = 0x40;
 
 template <std::size_t Size>
-std::string name_in(const std::array<Named, Size>& table, unsigned code) {
+const Named* find_name(const std::array<Named, Size>& table, unsigned code) {
     const auto* const found = std::ranges::find(table, code, &Named::code);
-    return found != table.end() ? std::string(found->name) : "unknown (" + hex(code, 2) + ')';
+    return found != table.end() ? found : nullptr;
+}
+
+template <std::size_t Size>
+std::string name_in(const std::array<Named, Size>& table, unsigned code) {
+    const Named* const named = find_name(table, code);
+    return named != nullptr ? std::string(named->name) : "unknown (" + hex(code, 2) + ')';
 }
 
 std::string method_text(unsigned char code) {
@@ -94,6 +102,13 @@ constexpr std::size_t kCryptogramAt = 3;
 constexpr std::size_t kCryptogramSize = 8;
 constexpr std::size_t kIssuerDataAt = kCryptogramAt + kCryptogramSize;
 
+// The issuer's cryptogram and response code.
+constexpr std::size_t kWhole = kCryptogramSize + 2;
+
+bool is_processing_options(Bytes value) {
+    return value.size() > kProfileSize && is_file_locator(value.subspan(kProfileSize));
+}
+
 void explain_processing_options(Bytes value, Outline& out) {
     const Bytes profile = value.first(kProfileSize);
     out.line("82 application interchange profile (AIP): " + hex(profile));
@@ -101,7 +116,7 @@ void explain_processing_options(Bytes value, Outline& out) {
         const auto nest = out.nest();
         explain_interchange_profile(profile, out);
     }
-    out.line("94 application file locator (AFL): " + hex(value.subspan(kProfileSize)));
+    out.told("94 application file locator (AFL): " + hex(value.subspan(kProfileSize)));
     const auto nest = out.nest();
     explain_file_locator(value.subspan(kProfileSize), out);
 }
@@ -114,11 +129,12 @@ void explain_cryptogram(Bytes value, Outline& out) {
     }
     out.line("9F36 application transaction counter (ATC): " +
              value_text(Form::kNumber, value.subspan(kCounterAt, 2), "", out.privacy()));
-    out.line("9F26 application cryptogram (AC): " +
+    out.told("9F26 application cryptogram (AC): " +
              hex(value.subspan(kCryptogramAt, kCryptogramSize)));
     const Bytes issuer_data = value.subspan(kIssuerDataAt);
     if (!issuer_data.empty()) {
-        out.line("9F10 issuer application data (IAD): " + hex(issuer_data));
+        out.line("9F10 issuer application data (IAD): " + hex(issuer_data),
+                 is_pboc_issuer_data(issuer_data));
         const auto nest = out.nest();
         explain_issuer_application_data(issuer_data, out);
     }
@@ -164,7 +180,6 @@ bool is_file_locator(Bytes value) {
 }
 
 void explain_verification_methods(Bytes value, Outline& out) {
-    constexpr std::size_t kAmounts = 8;
     if (value.size() < kAmounts) {
         out.problem("a method list begins with two amounts of four bytes");
         return;
@@ -183,6 +198,19 @@ void explain_verification_methods(Bytes value, Outline& out) {
     }
 }
 
+bool is_method_list(Bytes value) {
+    if (value.size() <= kAmounts || value.size() % 2 != 0) {
+        return false;
+    }
+    for (std::size_t at = kAmounts; at < value.size(); at += 2) {
+        if (find_name(kMethods, value[at] & kMethodMask) == nullptr ||
+            find_name(kConditions, value[at + 1]) == nullptr) {
+            return false;
+        }
+    }
+    return true;
+}
+
 void explain_verification_results(Bytes value, Outline& out) {
     if (value.size() != 3) {
         out.problem("results have 3 bytes");
@@ -194,12 +222,11 @@ void explain_verification_results(Bytes value, Outline& out) {
 }
 
 void explain_issuer_authentication(Bytes value, Outline& out) {
-    constexpr std::size_t kWhole = kCryptogramSize + 2;
     if (value.size() < kWhole) {
         out.line("shorter than the cryptogram and response code of a PBOC issuer");
         return;
     }
-    out.line("issuer's cryptogram (ARPC): " + hex(value.first(kCryptogramSize)));
+    out.told("issuer's cryptogram (ARPC): " + hex(value.first(kCryptogramSize)));
     out.line("authorisation response code: " +
              value_text(Form::kResponseCode, value.subspan(kCryptogramSize, 2), "", out.privacy()));
     if (value.size() > kWhole) {
@@ -207,8 +234,18 @@ void explain_issuer_authentication(Bytes value, Outline& out) {
     }
 }
 
+bool is_pboc_issuer_authentication(Bytes value) {
+    return value.size() == kWhole &&
+           !response_code_words(characters_of(value.subspan(kCryptogramSize))).empty();
+}
+
+bool is_response_format_1(Bytes value) {
+    return is_processing_options(value) ||
+           (value.size() > kIssuerDataAt && is_pboc_issuer_data(value.subspan(kIssuerDataAt)));
+}
+
 void explain_response_format_1(Bytes value, Outline& out) {
-    if (value.size() > kProfileSize && is_file_locator(value.subspan(kProfileSize))) {
+    if (is_processing_options(value)) {
         explain_processing_options(value, out);
     } else if (value.size() >= kIssuerDataAt) {
         explain_cryptogram(value, out);

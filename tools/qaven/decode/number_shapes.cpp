@@ -58,9 +58,18 @@ bool has_length_of_issuer(std::string_view digits) {
 
 // Date and time, with thousandths of a second or without: what logs are full of.
 bool is_timestamp(std::string_view digits) {
-    return (digits.size() == 14 || digits.size() == 17) &&
-           (digits.starts_with("19") || digits.starts_with("20")) && digits.substr(4, 2) >= "01" &&
-           digits.substr(4, 2) <= "12";
+    constexpr std::size_t kSeconds = 14;
+    constexpr std::size_t kThousandths = 17;
+    if ((digits.size() != kSeconds && digits.size() != kThousandths) ||
+        (!digits.starts_with("19") && !digits.starts_with("20"))) {
+        return false;
+    }
+    const auto within = [&](std::size_t at, int least, int most) {
+        const int number = two_digits(digits.substr(at));
+        return number >= least && number <= most;
+    };
+    return within(4, 1, 12) && within(6, 1, 31) && within(8, 0, 23) && within(10, 0, 59) &&
+           within(12, 0, 60);
 }
 
 // Digits of a text, each of which stands there as one character or as two, the hex of it.
@@ -94,6 +103,15 @@ void mask_run(std::string& text, const Run& run) {
             run.mask_middle(text, at, kIdentityNumber);
             at += kIdentityNumber - 1;
         }
+    }
+}
+
+// As hex of characters so many digits in a row are nothing else; but a time of day.
+void mask_hex_run(std::string& text, const Run& run) {
+    if (is_account_number(run.digits)) {
+        run.mask_middle(text, 0, run.digits.size());
+    } else if (!is_timestamp(run.digits)) {
+        run.mask(text, kShownAhead, run.digits.size());
     }
 }
 
@@ -224,6 +242,21 @@ bool is_packed_number(std::string_view digits) {
            (digits.size() != end || has_check_digit(number));
 }
 
+bool are_fields(std::string_view digits) {
+    bool has_long_run = false;
+    for (std::size_t at = 0; at < digits.size(); ++at) {
+        const Run run = digits_from(digits, at);
+        if (run.digits.size() >= kShortestNumber) {
+            if (at % 2 != 0 || begins_as_bank_card(run.digits)) {
+                return false;
+            }
+            has_long_run = true;
+        }
+        at += run.digits.size();
+    }
+    return has_long_run;
+}
+
 std::vector<std::string_view> packed_numbers(std::string_view digits) {
     std::vector<std::string_view> numbers;
     for (std::size_t at = 0; at < digits.size(); at += 2) {
@@ -270,7 +303,8 @@ void mask_lookalikes(std::string& text) {
         if (end - at >= kShortestNumber) {
             mask_runs(text, at, end);
             for (const std::size_t begin : {at, at + 1}) {
-                for_each_run_of_hex(text, begin, end, [&](const Run& run) { mask_run(text, run); });
+                for_each_run_of_hex(text, begin, end,
+                                    [&](const Run& run) { mask_hex_run(text, run); });
             }
         }
         at = end + 1;

@@ -22,6 +22,10 @@ bool may_be_number(std::string_view digits);
 // Hex digits that are nothing but an account number and the F that fills it up.
 bool is_packed_number(std::string_view digits);
 
+// Packed fields of terminal data: their long runs of digits begin with a byte, and not as account
+// numbers do.
+bool are_fields(std::string_view digits);
+
 // The account numbers among packed digits, of which any byte may be a number's first.
 std::vector<std::string_view> packed_numbers(std::string_view digits);
 
@@ -29,7 +33,8 @@ std::vector<std::string_view> packed_numbers(std::string_view digits);
 // whose hex this is; the first digit of a pair may be lost.
 std::vector<std::string> numbers_in_hex_of_text(std::string_view digits);
 
-// Masks the middle of every whole number that stands alone, as digits or as hex of its characters.
+// Masks the middle of every whole number that stands alone, as digits or as hex of its characters,
+// and of the latter all that are long enough for a part of one.
 void mask_lookalikes(std::string& text);
 
 // Masks what may be a good part of a number: of so many digits in a row, or of those of a short

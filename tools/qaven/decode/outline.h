@@ -27,7 +27,13 @@ class Outline {
 
     Nest nest() { return Nest(*this); }
 
+    // A line of which long runs of digits are not shown: they may be a part of an account number
+    // that damage, or a wrong name of the form, has made unrecognisable.
     void line(std::string text);
+
+    // A line whose digits are what it says, by more than a tag or a name: by their own layout.
+    void told(std::string text);
+    void line(std::string text, bool is_told);
 
     // A line that says what does not make sense.
     void problem(const std::string& text);
@@ -43,6 +49,12 @@ class Outline {
 
     Privacy& privacy() { return privacy_; }
 
+    // A long run of digits in it is not shown.
+    bool hides() const;
+
+    // What another outline has, behind this beginning, if that is a single line.
+    bool line_of(const std::string& head, const Outline& single);
+
     // The lines, numbers masked.
     std::string text() const;
 
@@ -50,7 +62,10 @@ class Outline {
     struct Line {
         int depth;
         std::string text;
+        bool is_told;
     };
+
+    std::string shown(const Line& line) const;
 
     Privacy& privacy_;
     std::vector<Line> lines_;

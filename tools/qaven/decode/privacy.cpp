@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 namespace tool {
 
@@ -154,6 +155,14 @@ std::string Privacy::field(std::string_view text) const {
     if (!show_all_) {
         mask_lookalikes(shown);
         mask_long_runs(shown, kLongerThanOthers);
+    }
+    return shown;
+}
+
+std::string Privacy::hidden(std::string text) const {
+    std::string shown = redacted(std::move(text));
+    if (!show_all_) {
+        mask_long_runs(shown, kShortestNumber);
     }
     return shown;
 }

@@ -38,6 +38,10 @@ class Privacy {
     // the field is not what it says it is.
     std::string field(std::string_view text) const;
 
+    // A text that nothing vouches for, for showing: redacted, and without the runs of digits that
+    // are as long as a part of a number that is known would have to be.
+    std::string hidden(std::string text) const;
+
     // The text with every number that is known by now masked, written as digits, as packed hex or
     // as hex of characters, with blanks between or without; and with what looks like one.
     std::string redacted(std::string text) const;

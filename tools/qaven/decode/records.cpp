@@ -174,8 +174,10 @@ void explain_record(const LetterRecord& record, std::span<const Field> fields,
         out.line(letter + " (ignored): " + in_quotes(out.privacy().guarded(record.value)));
         return;
     }
+    // A text is searched for numbers by itself.
     out.line(letter + ' ' + std::string(field->name) + ": " +
-             text_of(field->value, record.value, currency, out.privacy()));
+                 text_of(field->value, record.value, currency, out.privacy()),
+             field->value == Value::kText);
 }
 
 void explain_rest(const LetterRecords& read, std::string_view text, Outline& out) {
@@ -306,7 +308,7 @@ void explain_aid_list(std::string_view text, Outline& out) {
         } else if (field[0] == '0') {
             out.line(hex(aid.bytes) + " (the card's directory)");
         } else {
-            out.line(aid_text(aid.bytes));
+            out.line(aid_text(aid.bytes), is_registered(aid.bytes));
         }
         at = end + 1;
     }

@@ -13,6 +13,8 @@ namespace tool {
 
 namespace {
 
+constexpr std::uint32_t kCommandTemplate = 0x83;
+
 class Tree {
   public:
     Tree(std::string currency, Outline& out) : currency_(std::move(currency)), out_(out) {}
@@ -92,11 +94,14 @@ class Tree {
                                      : value_text(form, object.value, currency_, out_.privacy());
         // The command's own explanation repeats its digits, but for a PIN.
         const bool self_explaining = form == Form::kScriptCommand;
-        out_.line(text.empty() || self_explaining ? head : head + ": " + text);
+        out_.line(text.empty() || self_explaining ? head : head + ": " + text,
+                  is_aid                           ? is_registered(object.value)
+                  : object.tag == kCommandTemplate ? are_fields(digits)
+                                                   : !unknown && is_told(form, object.value));
         const auto nest = out_.nest();
         if (form == Form::kDol) {
             explain_dol(object.value, start + object.at + object.head, out_);
-        } else if (object.tag == 0x83) {
+        } else if (object.tag == kCommandTemplate) {
             explain_command_template(object.value);
         } else {
             explain_value(form, object.value, out_);

@@ -7,6 +7,7 @@
 #include "decode/forms.h"
 #include "decode/text.h"
 #include "decode/trace_labels.h"
+#include "tools/emv/date_time.h"
 #include "tools/emv/hex.h"
 
 #include <algorithm>
@@ -23,16 +24,34 @@ bool is_text(Bytes bytes) {
     }) && std::ranges::any_of(bytes, [](unsigned char byte) { return byte < 0x7F; });
 }
 
-// Without the numbers in it, which must not be torn apart by the end of a row. Of bytes that do not
-// make sense long runs of digits are not shown either.
-void print_rows(Bytes bytes, bool sound, Outline& out) {
+// A number in the digits must not be torn apart by the end of a row.
+void print_rows(std::string_view shown, Outline& out) {
     constexpr std::size_t kDigits = 64;
-    const std::string digits = hex(bytes);
-    const std::string shown =
-        sound ? out.privacy().redacted(digits) : out.privacy().guarded(digits);
     for (std::size_t at = 0; at < shown.size(); at += kDigits) {
-        out.line(shown.substr(at, kDigits));
+        out.told(std::string(shown.substr(at, kDigits)));
     }
+}
+
+// A card's log record has no tags: date, time, amounts one after the other.
+bool is_log_record(std::string_view digits) {
+    constexpr std::size_t kDate = 6;
+    return digits.size() >= 2 * kDate && is_date(digits.substr(0, kDate)) &&
+           is_time(digits.substr(kDate, kDate));
+}
+
+// What may be seen of the digits of a dump: what is in them has to be known before.
+std::string shown_digits(Bytes bytes, const InputForm* form, Privacy& privacy) {
+    const std::string digits = hex(bytes);
+    Outline explained(privacy);
+    if (form == nullptr) {
+        privacy.learn(bytes);
+        return guessed_form(digits) != nullptr ? privacy.guarded(digits)
+               : is_log_record(digits)         ? privacy.redacted(digits)
+                                               : privacy.hidden(digits);
+    }
+    return !decode(digits, form, explained) ? privacy.guarded(digits)
+           : explained.hides()              ? privacy.hidden(digits)
+                                            : privacy.redacted(digits);
 }
 
 // Explains a value whose form nothing but its looks tells; says nothing when they do not.
@@ -104,13 +123,11 @@ void TracePrinter::labelled(const std::string& head, Explain explain, std::strin
     // What is one line belongs beside its label.
     Outline trial(privacy_);
     explain(value, trial);
-    const std::string explained = trial.text();
-    if (explained.empty()) {
+    if (trial.text().empty()) {
         out.line(head + ": (empty)");
         return;
     }
-    if (std::ranges::count(explained, '\n') == 1 && !trial.has_problems()) {
-        out.line(head + ": " + explained.substr(0, explained.size() - 1));
+    if (!trial.has_problems() && out.line_of(head + ": ", trial)) {
         return;
     }
     out.line(head);
@@ -173,17 +190,9 @@ void TracePrinter::dump(const TraceEntry& entry, Outline& out) {
         return;
     }
     const InputForm* const form = form_of_bytes(entry.bytes);
-    // What is in the bytes is known before they are shown.
-    Outline explained(out.privacy());
-    const std::string digits = hex(entry.bytes);
-    const bool sound =
-        form != nullptr ? decode(digits, form, explained) : guessed_form(digits) == nullptr;
-    if (form == nullptr) {
-        out.privacy().learn(entry.bytes);
-    }
-    print_rows(entry.bytes, sound, out);
+    print_rows(shown_digits(entry.bytes, form, out.privacy()), out);
     if (form != nullptr) {
-        decode(digits, form, out);
+        decode(hex(entry.bytes), form, out);
     } else if (is_text(entry.bytes)) {
         const std::string_view text = characters_of(entry.bytes);
         if (!explain_by_looks(text, out)) {

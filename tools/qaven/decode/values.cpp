@@ -115,18 +115,27 @@ std::string text_text(Bytes value, Privacy& privacy) {
                : privacy.guarded(hex(value));
 }
 
-// Hexadecimal digits, and the text they may be.
-std::string bytes_text(Bytes value) {
-    std::string text = hex(value);
+// What the bytes are if they are text, filled up with zeros or not.
+std::string_view text_in(Bytes value) {
     constexpr std::size_t kLeastText = 3;
     const std::string_view characters = characters_of(value);
     const std::size_t end = characters.find_last_not_of('\0');
     const std::string_view kept = characters.substr(0, end == std::string_view::npos ? 0 : end + 1);
-    if (kept.size() >= kLeastText &&
-        std::ranges::all_of(kept, [](char c) { return c >= 0x20 && c < 0x7F; })) {
-        text += ' ' + in_quotes(kept);
-    }
-    return text;
+    const bool is_text = kept.size() >= kLeastText &&
+                         std::ranges::all_of(kept, [](char c) { return c >= 0x20 && c < 0x7F; });
+    return is_text ? kept : std::string_view();
+}
+
+// Hexadecimal digits, and the text they may be.
+std::string bytes_text(Bytes value) {
+    const std::string_view text = text_in(value);
+    return text.empty() ? hex(value) : hex(value) + ' ' + in_quotes(text);
+}
+
+// Too short for a part of an account number.
+bool is_short_text(Bytes value) {
+    const std::string_view text = text_in(value);
+    return !text.empty() && text.size() < kShortestNumber;
 }
 
 const Size* size_of(Form form) {
@@ -249,6 +258,30 @@ std::string value_text(Form form, Bytes value, std::string_view currency, Privac
         return currencies_text(digits);
     default:
         return digits_of_form(form, value, privacy);
+    }
+}
+
+bool is_told(Form form, Bytes value) {
+    constexpr std::size_t kCryptogram = 8;
+    switch (form) {
+    case Form::kText: // which is searched for numbers by itself
+        return true;
+    case Form::kDol:
+        return is_dol_of_known_tags(value);
+    case Form::kFileLocator:
+        return is_file_locator(value);
+    case Form::kVerificationMethods:
+        return is_method_list(value);
+    case Form::kIssuerApplicationData:
+        return is_pboc_issuer_data(value);
+    case Form::kIssuerAuthentication:
+        return is_pboc_issuer_authentication(value);
+    case Form::kResponseFormat1:
+        return is_response_format_1(value);
+    case Form::kBytes:
+        return value.size() == kCryptogram || is_short_text(value);
+    default:
+        return false;
     }
 }
 

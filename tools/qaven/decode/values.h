@@ -13,6 +13,9 @@ namespace tool {
 // The value as people write it: "12.13 CNY", "2030-12-31". currency: its four digits, or "".
 std::string value_text(Form form, Bytes value, std::string_view currency, Privacy& privacy);
 
+// The value has a layout of its own, whose digits are no part of an account number.
+bool is_told(Form form, Bytes value);
+
 // Bits, entries and parts, a line each; nothing for values that the short text says all about.
 void explain_value(Form form, Bytes value, Outline& out);
 
