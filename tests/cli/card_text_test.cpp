@@ -1,44 +1,10 @@
-// Texts from a card: letters, encodings, masks.
+// Texts on a terminal: controls, masks.
 #include "card_text.h"
-#include "exit_status.h"
 #include "terminal.h"
 
 #include <gtest/gtest.h>
 
 namespace {
-
-using tool::LetterFields;
-
-TEST(LetterText, BeginsANewRecordWithALetterThatComesAgain) {
-    const std::vector<LetterFields> expected{{{'P', "12"}, {'R', ""}}, {{'P', "345"}}};
-    EXPECT_EQ(tool::letter_records("P00212R000P003345"), expected);
-}
-
-TEST(LetterText, EndsWhereItIsCutShort) {
-    const std::vector<LetterFields> expected{{{'P', "12"}, {'R', "3"}}};
-    EXPECT_EQ(tool::letter_records("P00212R0053"), expected);
-    EXPECT_EQ(tool::letter_records("P00212R0013S00"), expected);
-    EXPECT_TRUE(tool::letter_records("").empty());
-}
-
-TEST(LetterText, TakesTheLengthOfATrackTwoWithoutItsPadding) {
-    const std::vector<LetterFields> expected{{{'E', "1234567890=12345678"}, {'F', "x"}}};
-    EXPECT_EQ(tool::letter_records("E02/1234567890=12345678F001x"), expected);
-}
-
-TEST(Encoding, OfCardsIsGbk) {
-    EXPECT_EQ(tool::to_utf8("\xCA\xBE\xC0\xFD shop"), "示例 shop");
-    EXPECT_EQ(tool::to_gbk("示例 shop"), "\xCA\xBE\xC0\xFD shop");
-    EXPECT_EQ(tool::to_utf8("TEST SHOP           "), "TEST SHOP");
-}
-
-TEST(Encoding, ShowsAQuestionMarkForWhatIsNoText) {
-    EXPECT_EQ(tool::to_utf8("a\xFF"
-                            "b"),
-              "a?b");
-    EXPECT_EQ(tool::to_utf8("shop\xCA"), "shop?");
-    EXPECT_THROW(tool::to_gbk("caf\xC3\xA9 \xF0\x9F\x8D\xB5"), tool::UsageError);
-}
 
 TEST(Terminal, IsNotSteeredByACard) {
     EXPECT_EQ(tool::printable("a\x1B[2Jb\n\x7F"), "a?[2Jb??");
@@ -49,8 +15,6 @@ TEST(Terminal, IsNotSteeredByControlsBehindAscii) {
     EXPECT_EQ(tool::printable("a\xC2\x9B"
                               "2J"),
               "a?2J");
-    EXPECT_EQ(tool::printable(tool::to_utf8("\x81\x30\x84\x36")), "\xC2\xA5");
-    EXPECT_EQ(tool::printable(tool::to_utf8("\x81\x30\x83\x37")), "?");
 }
 
 TEST(Terminal, GetsNothingThatIsNoUtf8) {

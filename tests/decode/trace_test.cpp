@@ -78,7 +78,7 @@ TEST(Trace, OfNoLogAndOfAnEmptyOneGoesOnWithTheNextLine) {
 }
 
 TEST(Trace, SaysWhatAResultMeans) {
-    EXPECT_THAT(traced("iRet:-203\n\r\n"), HasSubstr("-203: the card did not give the cryptogram"));
+    EXPECT_THAT(traced("iRet:-203\n\r\n"), HasSubstr("-203: the card did not return the cryptogram"));
     EXPECT_THAT(traced("iRet:27266\n\r\n"),
                 HasSubstr("27266: the card answered 6A82 the file or application is not found"));
     EXPECT_THAT(traced("iRet:-99\n\r\n"), HasSubstr("-99: unknown result"));

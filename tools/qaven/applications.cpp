@@ -4,6 +4,7 @@
 #include "bus.h"
 #include "library.h"
 #include "qaven/qaven.h"
+#include "tools/emv/hex.h"
 
 namespace tool {
 
@@ -16,8 +17,7 @@ constexpr std::size_t kShortestAid = 10;
 constexpr std::size_t kLongestAid = 32;
 
 std::string checked(const std::string& aid) {
-    const bool digits = aid.find_first_not_of("0123456789ABCDEFabcdef") == std::string::npos;
-    if (!digits || aid.size() % 2 != 0 || aid.size() < kShortestAid || aid.size() > kLongestAid) {
+    if (!is_hex(aid) || aid.size() < kShortestAid || aid.size() > kLongestAid) {
         throw UsageError("--aid takes 5 to 16 bytes in hexadecimal, not '" + aid + "'");
     }
     return aid;
@@ -45,7 +45,13 @@ Failure operation_failure(const std::string& what, int code) {
     if (slots_are_empty()) {
         return {kNoCard, what + ": the card was taken out"};
     }
-    return {kFailed, code == QAVEN_OK ? what : what + ": " + explained(code)};
+    if (code == QAVEN_OK) {
+        return {kFailed, what};
+    }
+    // The card that the reader holds would otherwise be said to be missing.
+    return {kFailed, what + ": " +
+                         (code == QAVEN_NO_CARD ? "GPO response format 2 is not supported"
+                                                : explained(code))};
 }
 
 void require_whole_reading(const std::string& reader) {

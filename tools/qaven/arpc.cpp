@@ -1,5 +1,6 @@
 // qaven arpc: an answer of the issuer that is known beforehand, handed to the card.
 #include "exit_status.h"
+#include "tools/emv/hex.h"
 #include "transaction.h"
 #include "verbs.h"
 
@@ -28,24 +29,12 @@ Syntax syntax() {
         "the ARQC, use 'qaven arqc --issuer COMMAND'."};
 }
 
-std::string checked(const Option& option, const std::string& hex) {
-    const bool digits = hex.find_first_not_of("0123456789ABCDEFabcdef") == std::string::npos;
-    if (hex.empty() || hex.size() % 2 != 0 || !digits) {
-        throw UsageError(std::string(option.name) + " takes bytes in hexadecimal, not '" + hex +
+std::string checked(const Option& option, const std::string& text) {
+    if (!is_hex(text)) {
+        throw UsageError(std::string(option.name) + " takes bytes in hexadecimal, not '" + text +
                          "'");
     }
-    return hex;
-}
-
-std::string hex_of(std::string_view text) {
-    static constexpr std::string_view digits = "0123456789ABCDEF";
-    std::string hex;
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        hex += digits[byte >> 4U];
-        hex += digits[byte & 0x0FU];
-    }
-    return hex;
+    return text;
 }
 
 IssuerAnswer answer_from_parts(const Options& options, const std::string& arpc) {
@@ -56,7 +45,7 @@ IssuerAnswer answer_from_parts(const Options& options, const std::string& arpc) 
     if (code.size() != 2) {
         throw UsageError("--arc takes two characters, not '" + code + "'");
     }
-    std::string line = code + " 910A" + arpc + hex_of(code);
+    std::string line = code + " 910A" + arpc + hex(bytes_of(code));
     for (const std::string& script : options.all(kScript.name)) {
         line += checked(kScript, script);
     }

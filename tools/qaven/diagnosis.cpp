@@ -2,6 +2,7 @@
 #include "diagnosis.h"
 
 #include "terminal.h"
+#include "tools/emv/hex.h"
 
 #include <algorithm>
 #include <array>
@@ -15,16 +16,6 @@ std::string octal(unsigned mode) {
     std::array<char, 16> text{};
     std::snprintf(text.data(), text.size(), "%04o", mode);
     return text.data();
-}
-
-std::string hex(const std::vector<unsigned char>& bytes) {
-    std::string text;
-    for (const unsigned byte : bytes) {
-        std::array<char, 4> digits{};
-        std::snprintf(digits.data(), digits.size(), "%02X", byte);
-        text += digits.data();
-    }
-    return text;
 }
 
 std::string joined(const std::vector<std::string>& words) {

@@ -9,6 +9,8 @@
 #include "terminal.h"
 #include "tools/emv/code_words.h"
 #include "tools/emv/date_time.h"
+#include "tools/emv/gbk.h"
+#include "tools/emv/letter_records.h"
 #include "tools/emv/money.h"
 #include "verbs.h"
 
@@ -66,9 +68,10 @@ std::string in_words(char letter, const std::string& value, bool show_pan) {
     case 'C':
         return identity_type_text(value);
     case 'D':
-        return show_pan ? to_utf8(value) : masked_number(to_utf8(value));
+        return show_pan ? readable(without_filling(value))
+                        : masked_number(readable(without_filling(value)));
     case 'F':
-        return show_pan ? to_utf8(value) : kNotShown;
+        return show_pan ? readable(without_filling(value)) : kNotShown;
     case 'E':
         return show_pan ? value : masked_track2(value, '=');
     case 'G':
@@ -78,24 +81,14 @@ std::string in_words(char letter, const std::string& value, bool show_pan) {
     case 'I':
         return date_text(value);
     default:
-        return to_utf8(value);
+        return readable(without_filling(value));
     }
 }
 
-bool has(const LetterFields& fields, char letter) {
-    const auto field = fields.find(letter);
-    return field != fields.end() && !field->second.empty();
-}
-
-LetterFields information(std::string_view text) {
-    const std::vector<LetterFields> records = letter_records(text);
-    return records.empty() ? LetterFields() : records.front();
-}
-
-void print_information(const LetterFields& fields, bool show_pan) {
+void print_information(std::span<const LetterRecord> records, bool show_pan) {
     for (const auto& [letter, label] : kShown) {
-        const bool there = has(fields, letter);
-        print_field(label, there ? in_words(letter, fields.at(letter), show_pan) : "-");
+        const std::string value = value_of(records, letter);
+        print_field(label, value.empty() ? "-" : in_words(letter, value, show_pan));
     }
 }
 
@@ -114,14 +107,15 @@ int info_command(Arguments arguments) {
     if (answer.code != QAVEN_OK) {
         throw operation_failure("the card could not be read", answer.code);
     }
-    const LetterFields fields = information(answer.text("IcInfo"));
+    const std::string information = answer.text("IcInfo");
+    const LetterRecords fields = letter_records(information);
     if (options->has(kJson.name)) {
         std::puts(answer.json().c_str());
     } else {
-        print_information(fields, options->has(kShowPan.name));
+        print_information(fields.records, options->has(kShowPan.name));
     }
     require_whole_reading(reader);
-    if (!has(fields, 'A') && !has(fields, 'E')) {
+    if (value_of(fields.records, 'A').empty() && value_of(fields.records, 'E').empty()) {
         throw Failure(kFailed, "the card gave no card number and no track 2: it may have been "
                                "pulled out, or could not be read whole");
     }

@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <csignal>
 #include <cstdint>
 #include <optional>
@@ -29,17 +28,6 @@ namespace {
 constexpr std::size_t kCodeCharacters = 2;
 constexpr std::size_t kArpcBytes = 8;
 constexpr std::uint32_t kAuthenticationTag = 0x91;
-
-bool is_hex(std::string_view text) {
-    return !text.empty() && text.size() % 2 == 0 &&
-           text.find_first_not_of("0123456789ABCDEFabcdef") == std::string_view::npos;
-}
-
-std::string upper(std::string text) {
-    std::ranges::transform(text, text.begin(),
-                           [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return text;
-}
 
 // Tag 91 of a response.
 struct Authentication {

@@ -5,7 +5,9 @@
 #include "exit_status.h"
 #include "host/lorim_pboc.h"
 #include "qaven/qaven.h"
+#include "tools/emv/hex.h"
 #include "tools/emv/latin1.h"
+#include "tools/emv/result_codes.h"
 
 #include <nlohmann/json.hpp>
 
@@ -28,45 +30,6 @@ constexpr const char* kTraceFile = "Qm_ic.log";
 constexpr const char* kReaderName = "qaven"; // is traced, nothing else
 constexpr int kAllRecords = -1;
 constexpr int kFolder = O_PATH | O_DIRECTORY | O_CLOEXEC;
-
-struct Meaning {
-    int code;
-    const char* words;
-};
-
-constexpr std::array kMeanings{
-    Meaning{QAVEN_NO_CARD, "the card's processing options have a form that is not taken"},
-    Meaning{QAVEN_INVALID_CARD, "the card is invalid"},
-    Meaning{QAVEN_NO_CRYPTOGRAM,
-            "the card gave another cryptogram than the one asked for, or lacks "
-            "a data object"},
-    Meaning{QAVEN_BAD_RESPONSE, "data of the issuer or the card is missing or illegal, or "
-                                "the reader was gone"},
-    Meaning{QAVEN_TIMEOUT, "the reader did not answer in time"},
-    Meaning{QAVEN_BAD_HANDLE, "no reader is open"},
-    Meaning{QAVEN_CARD_NOT_SEATED, "the card is not seated, or there is more than one, or the "
-                                   "reader refused a transfer"},
-    Meaning{QAVEN_ILLEGAL_DATA, "the answer of the reader or the card is not usable"},
-    Meaning{QAVEN_NO_LOAD_LOG, "the card keeps no load log"},
-    Meaning{QAVEN_NO_APPLICATION, "the card has no application, or more than one, for the AID"},
-    Meaning{QAVEN_NO_TAG_80, "the card's answer has no response template"},
-    Meaning{0x6283, "the card's application is blocked"},
-    Meaning{0x6300, "the card does not take the issuer's answer for genuine"},
-    Meaning{0x6983, "the card's tries are used up"},
-    Meaning{0x6984, "the card's data is invalid"},
-    Meaning{0x6985, "the card is not in a state for this command"},
-    Meaning{0x6988, "the card refuses a message authentication code"},
-    Meaning{0x6A81, "the card is blocked, or does not know the command"},
-    Meaning{0x6A82, "the card has no such application or file"},
-    Meaning{0x6A83, "the card has no such record"},
-    Meaning{0x6A88, "the card has no such data object"},
-};
-
-std::string hex(int status_word) {
-    std::array<char, 16> digits{};
-    std::snprintf(digits.data(), digits.size(), "%04X", static_cast<unsigned>(status_word));
-    return digits.data();
-}
 
 // A text that the library fills.
 class Output {
@@ -230,11 +193,11 @@ Answer Library::load_log(const std::string& aid) const {
 }
 
 std::string explained(int code) {
-    const auto* const meaning = std::ranges::find(kMeanings, code, &Meaning::code);
-    const std::string number =
-        code > 0 ? "status word " + hex(code) : "result " + std::to_string(code);
-    return meaning == kMeanings.end() ? "the card or the reader refused (" + number + ")"
-                                      : meaning->words + (" (" + number + ")");
+    if (code == kAuthenticationRefused) {
+        return "issuer authentication failed (6300)";
+    }
+    return result_words(code) + (code > 0 ? " (" + hex(static_cast<unsigned>(code), 4) + ')'
+                                          : " (result " + std::to_string(code) + ')');
 }
 
 } // namespace tool

@@ -59,6 +59,10 @@ class Library {
     TracePlace place_;
 };
 
+// The status word of a card that refuses EXTERNAL AUTHENTICATE: nothing can be completed then, the
+// card has not been asked for its second cryptogram.
+inline constexpr int kAuthenticationRefused = 0x6300;
+
 // What a result code means, in a sentence without its end.
 std::string explained(int code);
 

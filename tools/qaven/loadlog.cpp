@@ -1,7 +1,6 @@
 // qaven loadlog: the card's log of electronic-cash loads as a table.
 #include "applications.h"
 #include "bus.h"
-#include "card_text.h"
 #include "exit_status.h"
 #include "library.h"
 #include "log_table.h"
@@ -10,6 +9,7 @@
 #include "terminal.h"
 #include "tools/emv/code_words.h"
 #include "tools/emv/date_time.h"
+#include "tools/emv/gbk.h"
 #include "tools/emv/money.h"
 #include "verbs.h"
 
@@ -33,15 +33,15 @@ Syntax syntax() {
         {}};
 }
 
-Row row_of(LetterFields record) {
-    return {record['W'],
-            date_text(record['S']),
-            time_text(record['T']),
-            decimal_text(record['Q'], kCash),
-            decimal_text(record['R'], kCash),
-            record['P'],
-            country_text(record['U']),
-            to_utf8(record['V'])};
+Row row_of(Entry entry) {
+    return {value_of(entry, 'W'),
+            date_text(value_of(entry, 'S')),
+            time_text(value_of(entry, 'T')),
+            decimal_text(value_of(entry, 'Q'), kCash),
+            decimal_text(value_of(entry, 'R'), kCash),
+            value_of(entry, 'P'),
+            country_text(value_of(entry, 'U')),
+            readable(without_filling(value_of(entry, 'V')))};
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 // qaven log: the card's transaction log as a table.
 #include "applications.h"
 #include "bus.h"
-#include "card_text.h"
 #include "exit_status.h"
 #include "library.h"
 #include "log_table.h"
@@ -10,6 +9,7 @@
 #include "terminal.h"
 #include "tools/emv/code_words.h"
 #include "tools/emv/date_time.h"
+#include "tools/emv/gbk.h"
 #include "tools/emv/money.h"
 #include "verbs.h"
 
@@ -27,17 +27,17 @@ Syntax syntax() {
             {}};
 }
 
-Row row_of(LetterFields record) {
-    const std::string currency = record['R'];
-    return {record['X'],
-            date_text(record['S']),
-            time_text(record['U']),
-            decimal_text(record['P'], currency),
-            decimal_text(record['Q'], currency),
+Row row_of(Entry entry) {
+    const std::string currency = value_of(entry, 'R');
+    return {value_of(entry, 'X'),
+            date_text(value_of(entry, 'S')),
+            time_text(value_of(entry, 'U')),
+            decimal_text(value_of(entry, 'P'), currency),
+            decimal_text(value_of(entry, 'Q'), currency),
             currency_text(currency),
-            transaction_type_text(record['T']),
-            country_text(record['V']),
-            to_utf8(record['W'])};
+            transaction_type_text(value_of(entry, 'T')),
+            country_text(value_of(entry, 'V')),
+            readable(without_filling(value_of(entry, 'W')))};
 }
 
 } // namespace

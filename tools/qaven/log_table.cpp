@@ -18,10 +18,10 @@ std::optional<std::string> transaction_records(const Answer& log) {
     return text.substr(std::min(count_bytes, text.size()));
 }
 
-void print_log(std::string_view text, const Row& columns, Row (*row_of)(LetterFields)) {
+void print_log(std::string_view text, const Row& columns, Row (*row_of)(Entry)) {
     std::vector<Row> rows{columns};
-    for (const LetterFields& record : letter_records(text)) {
-        rows.push_back(row_of(record));
+    for (const auto& entry : log_entries(letter_records(text).records)) {
+        rows.push_back(row_of(entry));
     }
     if (rows.size() == 1) {
         std::puts("The log is empty.");

@@ -1,9 +1,9 @@
 // A log of the card as people read it.
 #pragma once
 
-#include "card_text.h"
 #include "library.h"
 #include "terminal.h"
+#include "tools/emv/letter_records.h"
 
 #include <optional>
 #include <string>
@@ -15,7 +15,8 @@ namespace tool {
 // none to give.
 std::optional<std::string> transaction_records(const Answer& log);
 
-// One row for each record of the letter-coded text, below the names of the columns.
-void print_log(std::string_view text, const Row& columns, Row (*row_of)(LetterFields));
+// One row for each entry of the letter-coded text, below the names of the columns.
+using Entry = std::span<const LetterRecord>;
+void print_log(std::string_view text, const Row& columns, Row (*row_of)(Entry));
 
 } // namespace tool

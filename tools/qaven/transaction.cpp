@@ -3,7 +3,6 @@
 
 #include "applications.h"
 #include "bus.h"
-#include "card_text.h"
 #include "exit_status.h"
 #include "library.h"
 #include "log_table.h"
@@ -12,7 +11,11 @@
 #include "terminal.h"
 #include "tools/emv/code_words.h"
 #include "tools/emv/date_time.h"
+#include "tools/emv/gbk.h"
+#include "tools/emv/hex.h"
+#include "tools/emv/letter_records.h"
 #include "tools/emv/money.h"
+#include "tools/emv/script_result.h"
 
 #include <algorithm>
 #include <array>
@@ -40,10 +43,6 @@ constexpr Option kNoSm{"--no-sm", "", "ask the card for 3DES instead"};
 constexpr std::size_t kMerchantSize = 20;
 
 constexpr std::size_t kCountDigits = 6;
-
-// The status word of a card that does not take the issuer for genuine. Nothing can be completed
-// then: the card has not been asked for its second cryptogram.
-constexpr int kAuthenticationRefused = 0x6300;
 
 std::string record(char letter, std::string_view value) {
     std::array<char, 32> head{};
@@ -83,12 +82,16 @@ std::string merchant(const Options& options) {
     if (!name) {
         return {};
     }
-    const std::string gbk = to_gbk(*name);
-    if (gbk.empty() || gbk.size() > kMerchantSize) {
-        throw UsageError("--merchant takes 1 to 20 bytes in GBK, '" + *name + "' has " +
-                         std::to_string(gbk.size()));
+    const auto gbk = to_gbk(*name);
+    if (!gbk) {
+        throw UsageError("--merchant: '" + *name +
+                         "' cannot be written in GBK, the cards' encoding");
     }
-    return record('V', gbk);
+    if (gbk->empty() || gbk->size() > kMerchantSize) {
+        throw UsageError("--merchant takes 1 to 20 bytes in GBK, '" + *name + "' has " +
+                         std::to_string(gbk->size()));
+    }
+    return record('V', *gbk);
 }
 
 // Without a record the terminal asks for the SM algorithms.
@@ -132,20 +135,14 @@ ArqcStep generate_arqc(const Library& library, const Options& options, const std
     return step;
 }
 
-std::string script_result_in_words(const std::string& result) {
-    // Tag DF31, its length, the result byte, the script identifier.
-    if (result.empty()) {
+std::string script_result_in_words(const std::string& text) {
+    const auto results = script_results_in(text);
+    if (!results || results->bytes.empty()) {
         return "no script was run";
     }
-    const std::string identifier = result.size() > 8 ? result.substr(8) : "";
-    const std::string head = "script " + identifier + " ";
-    if (result.starts_with("DF310520")) {
-        return head + "was carried out";
-    }
-    if (result.starts_with("DF31051") && result.size() > 7) {
-        return head + "was refused at command " + result.substr(7, 1);
-    }
-    return head + "was not run";
+    const Bytes bytes(results->bytes);
+    const Bytes identifier = bytes.first(std::min(bytes.size(), kScriptResultSize)).subspan(1);
+    return hex(identifier) + ": " + script_outcome(bytes[0]);
 }
 
 void print_completion(const Answer& answer, const IssuerAnswer& issuer, bool show_pan) {
@@ -171,35 +168,37 @@ void print_completion(const Answer& answer, const IssuerAnswer& issuer, bool sho
     }
 }
 
-// The log of the card that the ARQC step was made with, newest first; nothing when it cannot be
+// The counters of the log of the card that the ARQC step was made with; none when it cannot be
 // read, or another card is in the reader now.
-std::vector<LetterFields> logged(const Library& library, const ArqcStep& step) {
-    // The card's objects, the AID first, stand behind their count of bytes.
+std::vector<std::string> logged(const Library& library, const ArqcStep& step) {
+    // The card's objects, the AID first, follow their count of bytes.
     const std::string_view text = step.application_data;
     const std::string aid =
         object_value(read_objects(text.substr(std::min(kCountDigits, text.size()))), "4F")
             .value_or("");
     const std::string pan = object_value(read_objects(step.field55), "5A").value_or("");
-    const auto card = letter_records(library.card_information("A", aid).text("IcInfo"));
-    if (card.empty() || card.front().at('A') != pan.substr(0, pan.find('F'))) {
+    const std::string card = library.card_information("A", aid).text("IcInfo");
+    if (value_of(letter_records(card).records, 'A') != pan.substr(0, pan.find('F'))) {
         return {};
     }
-    return letter_records(transaction_records(library.transaction_log(aid)).value_or(""));
+    std::vector<std::string> counters;
+    const std::string log = transaction_records(library.transaction_log(aid)).value_or("");
+    for (const auto& entry : log_entries(letter_records(log).records)) {
+        counters.push_back(value_of(entry, 'X'));
+    }
+    return counters;
 }
 
 // What can be said of a transaction whose end nobody has seen.
 std::string looked_up(const Library& library, const ArqcStep& step) {
-    const std::vector<LetterFields> records = logged(library, step);
+    const std::vector<std::string> counters = logged(library, step);
     // Without a record the log may be empty, or could not be read.
-    if (records.empty()) {
+    if (counters.empty()) {
         return "whether the card completed the transaction is not known ('qaven log' shows it)";
     }
     // The counter is another one in each transaction of a card.
     const auto counter = object_value(read_objects(step.field55), "9F36");
-    const bool there = std::ranges::any_of(records, [&counter](const LetterFields& record) {
-        const auto found = record.find('X');
-        return found != record.end() && found->second == counter;
-    });
+    const bool there = counter && std::ranges::find(counters, *counter) != counters.end();
     return there ? "the card has completed the transaction, as its log shows, but the "
                    "certificate (TC) is lost"
                  : "the transaction broke off, and the card's log does not show it";

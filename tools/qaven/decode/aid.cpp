@@ -1,7 +1,7 @@
 // Application identifiers.
 #include "decode/aid.h"
 
-#include "decode/text.h"
+#include "tools/emv/gbk.h"
 
 #include <algorithm>
 #include <array>

@@ -3,7 +3,7 @@
 
 #include "decode/records.h"
 #include "decode/script_result.h"
-#include "decode/text.h"
+#include "tools/emv/gbk.h"
 #include "decode/tlv_tree.h"
 #include "tools/emv/hex.h"
 #include "tools/emv/latin1.h"

@@ -4,9 +4,9 @@
 #include "decode/aid.h"
 #include "decode/bits.h"
 #include "decode/lists.h"
-#include "decode/status_words.h"
+#include "tools/emv/status_words.h"
 #include "decode/tags.h"
-#include "decode/text.h"
+#include "tools/emv/gbk.h"
 #include "decode/tlv.h"
 #include "decode/tlv_tree.h"
 #include "decode/values.h"
@@ -266,10 +266,6 @@ void explain_response(Bytes apdu, Outline& out) {
         }
     }
     out.line(status_line(apdu[apdu.size() - 2] * 256U + apdu.back()));
-}
-
-std::string status_line(unsigned status) {
-    return hex(status, 4) + ' ' + status_text(status);
 }
 
 } // namespace tool

@@ -23,7 +23,4 @@ bool carries_pin(Bytes apdu);
 void explain_command(Bytes apdu, Outline& out);
 void explain_response(Bytes apdu, Outline& out);
 
-// One line: the status word and what it says.
-std::string status_line(unsigned status);
-
 } // namespace tool

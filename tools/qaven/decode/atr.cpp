@@ -1,8 +1,8 @@
 // The answer to reset.
 #include "decode/atr.h"
 
-#include "decode/status_words.h"
-#include "decode/text.h"
+#include "tools/emv/status_words.h"
+#include "tools/emv/gbk.h"
 #include "decode/values.h"
 #include "tools/emv/code_words.h"
 

@@ -4,7 +4,7 @@
 #include "decode/decode.h"
 #include "decode/forms.h"
 #include "decode/outline.h"
-#include "decode/text.h"
+#include "tools/emv/gbk.h"
 #include "tools/emv/hex.h"
 
 #include <cstdio>
@@ -142,7 +142,8 @@ std::string cleaned_input(std::string_view input) {
                         : input[at];
         at += escaped ? kEscape : 1;
     }
-    return as_gbk(text);
+    // Text that is GBK already stays as it is.
+    return to_gbk(text).value_or(text);
 }
 
 bool decode(std::string_view text, const InputForm* form, Outline& out) {

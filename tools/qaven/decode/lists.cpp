@@ -2,7 +2,7 @@
 #include "decode/lists.h"
 
 #include "decode/bits.h"
-#include "decode/text.h"
+#include "tools/emv/gbk.h"
 #include "decode/values.h"
 #include "tools/emv/code_words.h"
 

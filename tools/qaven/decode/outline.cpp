@@ -2,7 +2,7 @@
 #include "decode/outline.h"
 
 #include "decode/known_numbers.h"
-#include "decode/text.h"
+#include "tools/emv/gbk.h"
 
 #include <algorithm>
 #include <utility>

@@ -2,7 +2,7 @@
 #include "decode/records.h"
 
 #include "decode/aid.h"
-#include "decode/text.h"
+#include "tools/emv/gbk.h"
 #include "decode/values.h"
 #include "tools/emv/code_words.h"
 #include "tools/emv/date_time.h"
@@ -16,8 +16,6 @@
 namespace tool {
 
 namespace {
-
-constexpr std::size_t kHead = 4;
 
 enum class Value {
     kText,
@@ -146,21 +144,6 @@ std::string text_of(Value form, std::string_view value, std::string_view currenc
     return shown;
 }
 
-// The length field of a record, which the library makes smaller by one as a character when it drops
-// a filling digit: "02/" is one less than "020".
-std::optional<std::size_t> length_of(std::string_view digits) {
-    if (!is_digit(digits[0]) || !is_digit(digits[1]) || digits[2] < '/' || digits[2] > '9') {
-        return std::nullopt;
-    }
-    const int length = 100 * (digits[0] - '0') + 10 * (digits[1] - '0') + (digits[2] - '0');
-    return length < 0 ? std::nullopt : std::optional(static_cast<std::size_t>(length));
-}
-
-std::string_view currency_in(std::span<const LetterRecord> records) {
-    const auto found = std::ranges::find(records, 'R', &LetterRecord::letter);
-    return found != records.end() ? found->value : std::string_view();
-}
-
 const Field* field_of(std::span<const Field> fields, char letter) {
     const auto found = std::ranges::find(fields, letter, &Field::letter);
     return found != fields.end() ? &*found : nullptr;
@@ -200,55 +183,23 @@ void explain_all(std::string_view text, std::span<const Field> fields, std::stri
     explain_rest(read, text, out);
 }
 
-// Entries begin with P.
 void explain_log(std::string_view text, std::span<const Field> fields, Outline& out) {
     const LetterRecords read = letter_records(text);
-    const std::span<const LetterRecord> all(read.records);
     int number = 0;
-    for (std::size_t at = 0; at < all.size();) {
-        std::size_t end = at + 1;
-        while (end < all.size() && all[end].letter != 'P') {
-            ++end;
-        }
-        const auto entry = all.subspan(at, end - at);
+    for (const auto& entry : log_entries(read.records)) {
         out.line("entry " + std::to_string(++number));
         const auto nest = out.nest();
-        // The second entry of the load log names an amount with the letter of a currency.
-        const std::string_view currency =
-            fields.data() == kTransactionLog.data() ? currency_in(entry) : std::string_view();
+        // The load log names an amount with the letter of a currency.
+        const std::string currency =
+            fields.data() == kTransactionLog.data() ? value_of(entry, 'R') : std::string();
         for (const LetterRecord& record : entry) {
             explain_record(record, fields, currency, out);
         }
-        at = end;
     }
     explain_rest(read, text, out);
 }
 
 } // namespace
-
-LetterRecords letter_records(std::string_view text) {
-    LetterRecords result;
-    std::size_t at = 0;
-    while (at < text.size()) {
-        const std::string_view rest = text.substr(at);
-        if (rest.size() < kHead &&
-            std::ranges::all_of(rest, [](char c) { return c == ' ' || c == '\0'; })) {
-            result.blanks = rest.size();
-            break;
-        }
-        const bool lettered = rest[0] >= 'A' && rest[0] <= 'Z';
-        const auto length =
-            lettered && rest.size() >= kHead ? length_of(rest.substr(1, 3)) : std::nullopt;
-        if (!length || *length > rest.size() - kHead) {
-            result.stops_at = at;
-            result.cut = length.has_value();
-            break;
-        }
-        result.records.push_back({rest[0], rest.substr(kHead, *length)});
-        at += kHead + *length;
-    }
-    return result;
-}
 
 void explain_card_information(std::string_view text, Outline& out) {
     explain_all(text, kCardInformation, "", out);
@@ -256,13 +207,7 @@ void explain_card_information(std::string_view text, Outline& out) {
 
 void explain_transaction_data(std::string_view text, Outline& out) {
     const LetterRecords read = letter_records(text);
-    explain_all(text, kTransactionData, currency_in(read.records), out);
-}
-
-bool has_log_counts(std::string_view text) {
-    constexpr std::size_t kCounts = 2;
-    return text.size() >= kCounts + kHead && text[kCounts] == 'P' &&
-           length_of(text.substr(kCounts + 1, 3)).has_value();
+    explain_all(text, kTransactionData, value_of(read.records, 'R'), out);
 }
 
 void explain_transaction_log(std::string_view text, Outline& out) {

@@ -2,7 +2,7 @@
 #include "decode/commands.h"
 
 #include "decode/privacy.h"
-#include "decode/text.h"
+#include "tools/emv/gbk.h"
 #include "decode/trace_printer.h"
 #include "decode/trace_reader.h"
 #include "decode/trace_source.h"

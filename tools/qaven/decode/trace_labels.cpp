@@ -3,9 +3,9 @@
 
 #include "decode/answers.h"
 #include "decode/records.h"
-#include "decode/result_codes.h"
+#include "tools/emv/result_codes.h"
 #include "decode/script_result.h"
-#include "decode/text.h"
+#include "tools/emv/gbk.h"
 #include "tools/emv/hex.h"
 
 #include "support/gbk_text.h"

@@ -5,7 +5,7 @@
 #include "decode/apdu.h"
 #include "decode/decode.h"
 #include "decode/forms.h"
-#include "decode/text.h"
+#include "tools/emv/gbk.h"
 #include "decode/trace_labels.h"
 #include "tools/emv/date_time.h"
 #include "tools/emv/hex.h"

@@ -7,7 +7,7 @@
 #include "decode/lists.h"
 #include "decode/number_shapes.h"
 #include "decode/script_result.h"
-#include "decode/text.h"
+#include "tools/emv/gbk.h"
 #include "tools/emv/code_words.h"
 #include "tools/emv/date_time.h"
 #include "tools/emv/money.h"

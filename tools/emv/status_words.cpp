@@ -1,11 +1,13 @@
 // What a card's status word says.
-#include "decode/status_words.h"
+#include "tools/emv/status_words.h"
+
+#include "tools/emv/hex.h"
 
 #include <algorithm>
 #include <array>
 #include <string_view>
 
-namespace tool {
+namespace qaven::emv {
 
 namespace {
 
@@ -90,6 +92,10 @@ std::string status_text(unsigned status) {
     return "unknown status word";
 }
 
+std::string status_line(unsigned status) {
+    return hex(status, 4) + ' ' + status_text(status);
+}
+
 bool looks_like_status(unsigned status) {
     const unsigned sw1 = status >> 8U;
     return status == 0x9000 || (sw1 >= 0x61 && sw1 <= 0x6F) ||
@@ -98,4 +104,4 @@ bool looks_like_status(unsigned status) {
            });
 }
 
-} // namespace tool
+} // namespace qaven::emv
