@@ -87,6 +87,16 @@ TEST(TagLetters, KeepTheirOrderAndSkipOtherCharacters) {
 
 // --- the letter-coded text ---
 
+// The killed host had selected an application of another card, whose answer to reset comes when the
+// options are asked for.
+TEST_F(CardInformation, OfAnOperationThatWasAnsweredAsAKilledHostIsReadAnew) {
+    leave_answers_of_a_killed_host("6F07 8405 A000000333 9000");
+    expect_select(card);
+    expect_options(card, 1);
+    EXPECT_EQ(information("A", object("5A", kPan)), "A0196214830123456789012");
+    EXPECT_EQ(usb.unread(), 0U);
+}
+
 TEST_F(CardInformation, PanAndName) {
     EXPECT_EQ(information("AB", object("5A", kPan) + object("5F20", text_hex("ZHANG/SAN"))),
               "A0196214830123456789012B009ZHANG/SAN");

@@ -35,6 +35,8 @@ namespace {
 
 constexpr std::string_view kReadFirst = "00B2010C00";
 constexpr std::string_view kReadSecond = "00B2020C00";
+constexpr std::string_view kSelect = "00A4040005A000000333";
+constexpr std::string_view kFci = "6F07 8405A000000333 9000";
 constexpr std::string_view kFirstRecord = "7002 5A00 9000";
 constexpr std::string_view kSecondRecord = "7002 5700 9000";
 
@@ -290,6 +292,161 @@ INSTANTIATE_TEST_SUITE_P(
                     LeftBehind{"TwoAnswers", {data_block(4, kFirstRecord), slot_status(5)}},
                     LeftBehind{"TheEndOfARecord", {Bytes(30, 0xEE)}}),
     [](const auto& left) { return left.param.name; });
+
+// What comes of an operation that opens the reader and sends these commands, all of it once more
+// when it was misled.
+struct Told {
+    int result;
+    std::vector<std::string> responses;
+};
+
+Told told_by(const std::vector<std::string_view>& commands) {
+    Told told{};
+    told.result = session::from_opening([&] {
+        told.responses.clear();
+        int result = session::open_with_card();
+        for (const std::string_view command : commands) {
+            const Exchanged exchanged = send(command);
+            result = result != 0 ? result : exchanged.result;
+            told.responses.push_back(exchanged.response);
+        }
+        return result;
+    });
+    return told;
+}
+
+// Two answers of a killed host pass for those to power-on and slot status, and the answer to reset
+// comes when an application is selected.
+TEST_F(Opening, AnAnswerToResetIsNotWhatASelectGot) {
+    usb.answer(data_block(0, kFirstRecord));
+    usb.answer(slot_status(1));
+    card.expect(kSelect, kFci).expect(kSelect, kFci);
+    const Told told = told_by({kSelect});
+    EXPECT_EQ(told.result, 0);
+    EXPECT_THAT(told.responses, ElementsAre(hex(bytes(kFci))));
+    EXPECT_THAT(card.events(), ElementsAre("claim 2", "power on", "slot status", kSelect, "close",
+                                           "claim 2", "power on", "slot status", "slot status",
+                                           "power on", "slot status", kSelect));
+    EXPECT_EQ(usb.unread(), 0U);
+}
+
+// So does the answer to the killed host's own SELECT, from whatever card that had.
+TEST_F(Opening, WhatAnEarlierHostSelectedIsNotThisCardsApplication) {
+    const Bytes of_another_card = bytes("6F07 8405A000000334 9000");
+    for (const Bytes& left :
+         {data_block(0, "3B00"), slot_status(1), data_block(2, hex(of_another_card))}) {
+        usb.answer(left);
+    }
+    card.expect(kSelect, kFci).expect(kReadFirst, kFirstRecord);
+    card.expect(kSelect, kFci).expect(kReadFirst, kFirstRecord);
+    const Told told = told_by({kSelect, kReadFirst});
+    EXPECT_EQ(told.result, 0);
+    EXPECT_THAT(told.responses, ElementsAre(hex(bytes(kFci)), "70025A009000"));
+    EXPECT_EQ(usb.unread(), 0U);
+}
+
+TEST_F(Opening, WordOfTheSlotIsNotWhatACardAnswers) {
+    for (const Bytes& left :
+         {data_block(0, "3B00"), slot_status(1), data_block(2, kFirstRecord), slot_status(3)}) {
+        usb.answer(left);
+    }
+    card.expect(kSelect, kFci).expect(kReadFirst, kFirstRecord);
+    card.expect(kSelect, kFci).expect(kReadFirst, kFirstRecord);
+    EXPECT_EQ(told_by({kSelect, kReadFirst}).result, 0);
+    EXPECT_EQ(usb.unread(), 0U);
+}
+
+TEST_F(Opening, AMisledOperationReadsNothingMore) {
+    usb.answer(data_block(0, kFirstRecord));
+    usb.answer(slot_status(1));
+    card.expect(kSelect, kFci);
+    ASSERT_EQ(session::open_with_card(), 0);
+    EXPECT_EQ(send(kSelect).result, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_TRUE(session::misled());
+    EXPECT_EQ(send(kReadFirst).result, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_EQ(usb.open_handles(), 0);
+    EXPECT_TRUE(session::forget_misled());
+    EXPECT_FALSE(session::misled());
+}
+
+// One command, whose answer comes when the card's power is taken.
+TEST_F(Opening, APowerOffThatGetsACardsAnswerShowsIt) {
+    for (const Bytes& left : {data_block(0, "3B00"), slot_status(1), data_block(2, "6A82")}) {
+        usb.answer(left);
+    }
+    card.expect(kSelect, kFci).expect(kSelect, kFci);
+    std::string response;
+    session::from_opening([&] {
+        session::open_with_card();
+        response = send(kSelect).response;
+        session::end();
+        return 0;
+    });
+    EXPECT_EQ(response, hex(bytes(kFci)));
+    EXPECT_EQ(usb.unread(), 0U);
+}
+
+// A card's own bytes may be any once the session is in step.
+TEST_F(Opening, OnceInStepWhatLooksLikeAnAnswerToResetIsTheCards) {
+    usb.answer(slot_status(9));
+    card.expect(kSelect, "3B00");
+    EXPECT_THAT(told_by({kSelect}).responses, ElementsAre("3B00"));
+    EXPECT_EQ(card.commands().size(), 1U);
+}
+
+TEST_F(Opening, AKeptConnectionIsNotDoubtedByTheNextOperation) {
+    {
+        const operation::Scope scope;
+        ASSERT_EQ(card.connect(), 0);
+    }
+    const operation::Scope scope;
+    card.expect(kReadFirst, "3B00");
+    EXPECT_EQ(send(kReadFirst).response, "3B00");
+}
+
+// TS, T0, interface characters, historical bytes, TCK (ISO/IEC 7816-3, 8.2).
+TEST(AnAnswerToReset, IsKnownByItsFirstCharacterAndItsLength) {
+    for (const std::string_view whole :
+         {"3B00", "3F00", "3B02 1450", "3B 65 0000 2063CB6800", "3B 10 95", "3B F0 11223300",
+          "3B 80 01 81", "3B 80 80 01 01", "3B 81 01 77 F7"}) {
+        EXPECT_TRUE(qaven::in_step::is_answer_to_reset(bytes(whole))) << whole;
+    }
+    for (const std::string_view other : {"", "3B", "9000", "3B01", "3B00 9000", "3C00", "3B 80 01",
+                                         "3B 80 00 81", "3B F0 1122", "6F00 9000"}) {
+        EXPECT_FALSE(qaven::in_step::is_answer_to_reset(bytes(other))) << other;
+    }
+}
+
+// The host was killed when it asked for a card that was put in only after that.
+TEST_F(Opening, ASlotThatAnOlderAnswerCallsEmptyIsAskedAgain) {
+    usb.answer(data_block(0, "", 0x42));
+    usb.answer(slot_status(1, 0x02));
+    EXPECT_EQ(session::open_with_card(), 0);
+    EXPECT_THAT(card.events(), ElementsAre("claim 2", "power on", "slot status", "power off",
+                                           "slot status", "power on", "slot status"));
+    EXPECT_EQ(usb.unread(), 0U);
+}
+
+TEST(OpeningWithoutACard, ASlotThatIsEmptyInStepTooIsLeftForTheOther) {
+    FakeUsb usb;
+    ScriptedCard card(usb, ScriptedCard::kOtherSlot);
+    usb.answer(data_block(0, "", 0x42));
+    usb.answer(slot_status(1, 0x02));
+    EXPECT_EQ(session::open_with_card(), 0);
+    EXPECT_THAT(card.events(), ElementsAre("claim 2", "power on", "slot status", "power off",
+                                           "slot status", "power on", "slot status", "power off",
+                                           "close", "claim 1", "power on", "slot status"));
+    card.disconnect();
+}
+
+// Their answers would be, to the byte, those to the next opening's own power-on and slot status.
+TEST_F(Opening, OneThatNobodyAnsweredEndsWithAReset) {
+    usb.on_packet = nullptr;
+    ASSERT_EQ(session::open_with_card(), 0);
+    EXPECT_EQ(send(kSelect).result, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_THAT(usb.log(), Contains("reset_device").Times(1));
+    EXPECT_FALSE(session::live());
+}
 
 TEST_F(Opening, MissingAndZeroRepliesProveNothing) {
     usb.on_packet = nullptr;

@@ -121,4 +121,12 @@ void OperationTest::connect() {
     usb.clear_log();
 }
 
+void OperationTest::leave_answers_of_a_killed_host(std::string_view to_first_command) {
+    constexpr std::uint8_t data_block = 0x80;
+    constexpr std::uint8_t slot_status = 0x81;
+    usb.answer(reply_message(data_block, 0, 0, card.atr));
+    usb.answer(reply_message(slot_status, 1, 0, {}));
+    usb.answer(reply_message(data_block, 2, 0, bytes(to_first_command)));
+}
+
 } // namespace qaven::test

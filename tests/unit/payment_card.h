@@ -91,6 +91,10 @@ class OperationTest : public testing::Test {
     // Connects and forgets how that was done.
     void connect();
 
+    // The reader still has what a host that was killed got for power-on, slot status and its first
+    // command. To the next opening all three pass for its own.
+    void leave_answers_of_a_killed_host(std::string_view to_first_command);
+
     FakeUsb usb;
     FixedClock clock{2019, 4, 22, 16, 13, 55};
     ScriptedCard card;

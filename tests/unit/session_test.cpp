@@ -393,6 +393,20 @@ TEST_F(Session, HandedInDataWithoutAConnectionOpensAndSelectsTheApplicationAgain
     EXPECT_TRUE(session::live());
 }
 
+TEST_F(Session, HandedInDataOfAnOperationThatWasAnsweredAsAKilledHostIsUsedAnew) {
+    leave_answers_of_a_killed_host("6F07 8405 A000000333 9000");
+    for (int reading = 0; reading < 2; ++reading) {
+        expect_select(card);
+        card.expect("80A80000 02 8300", object("80", "7C0008010100") + "9000");
+    }
+    card.expect(generate_arqc_command(), cryptogram_answer("80"));
+    card.expect(kGetLastOnlineAtc, "6A88");
+    GenArqcCall call;
+    call.application_data.set(transaction_data_text());
+    EXPECT_EQ(call.run(), 0);
+    EXPECT_EQ(usb.unread(), 0U);
+}
+
 TEST_F(Session, TheOptionsOfARestoredApplicationAreAnsweredWithTheTransactionsTerminalData) {
     expect_select(card, kPrefix, object("A5", object("9F38", "9F0206 9A03 9F3704")));
     card.expect("80A80000 0F 83 0D 000000001213 190422 " + unpredictable_number(),

@@ -101,6 +101,19 @@ TEST_F(TransactionLog, RecordsComeInTheOrderOfTheHostsFields) {
     EXPECT_TRUE(session::live());
 }
 
+// What is left is the answer for a card without this application.
+TEST_F(TransactionLog, OfAnOperationThatWasAnsweredAsAKilledHostIsReadAnew) {
+    session::end();
+    leave_answers_of_a_killed_host("6A82");
+    card.expect("00A40400 05 A000000333", "6A82");
+    expect_log(kFormat, object("9F4D", "0B01"));
+    expect_record(1, record(merchant("A"), "0001"));
+    EXPECT_EQ(call.run(), 0);
+    EXPECT_EQ(call.detail.text()[0], 1);
+    EXPECT_EQ(call.error_text.text(), kOld);
+    EXPECT_EQ(usb.unread(), 0U);
+}
+
 TEST_F(TransactionLog, TheEntryNamesTheFileAndTheNumberOfRecords) {
     expect_log(kFormat, object("9F4D", "0C01"));
     expect_record(1, record(merchant("A"), "0001"), 12);
@@ -426,6 +439,17 @@ TEST_F(LoadLog, RecordsBeginWithTheirFixedFields) {
                                    "V020LURO CNT 0328       W0040012" + std::string(kPrefixText) +
                                    middle + "V020                    W0040011");
     EXPECT_TRUE(session::live());
+}
+
+TEST_F(LoadLog, OfAnOperationThatWasAnsweredAsAKilledHostIsReadAnew) {
+    session::end();
+    leave_answers_of_a_killed_host("6A82");
+    card.expect("00A40400 08 A000000333010101", "6A82");
+    expect_log(kLoadFormat, object("DF4D", "0C01"));
+    expect_record(1, load("A", "0001"));
+    EXPECT_EQ(call.run(), 0);
+    EXPECT_THAT(call.log.text(), SizeIs(kLoadText));
+    EXPECT_EQ(usb.unread(), 0U);
 }
 
 TEST_F(LoadLog, TheMerchantEndsAtItsFirstZeroByte) {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <optional>
 #include <thread>
 
@@ -159,6 +160,37 @@ bool proves_older_answer(std::span<const unsigned char, CCID::kHeaderSize> heade
     const bool of_other_type =
         type != type_of_answer && (type == CCID::kDataBlock || type == CCID::kSlotStatus);
     return of_other_type || (answered != 0 && answered != bseq);
+}
+
+// ISO/IEC 7816-3, 8.2: TS; T0, the first of the Yi, which say what follows, with the number of
+// historical bytes; TAi to TDi, the last of which is the next Yi; the historical bytes; TCK unless
+// T=0 is the only protocol.
+bool is_answer_to_reset(std::span<const unsigned char> response) {
+    constexpr unsigned char kDirectConvention = 0x3B;
+    constexpr unsigned char kInverseConvention = 0x3F;
+    constexpr unsigned char kPresent = 0xF0;
+    constexpr unsigned char kTdPresent = 0x80;
+    constexpr unsigned char kLowHalf = 0x0F;
+    if (response.size() < 2 ||
+        (response[0] != kDirectConvention && response[0] != kInverseConvention)) {
+        return false;
+    }
+    unsigned char y = response[1];
+    std::size_t size = 2 + (response[1] & kLowHalf);
+    std::size_t at = 1;
+    bool tck = false;
+    while (at < response.size()) {
+        const auto interface_bytes =
+            static_cast<std::size_t>(std::popcount(static_cast<unsigned char>(y & kPresent)));
+        size += interface_bytes;
+        at += interface_bytes;
+        if ((y & kTdPresent) == 0 || at >= response.size()) {
+            break;
+        }
+        y = response[at];
+        tck = tck || (y & kLowHalf) != 0;
+    }
+    return response.size() == size + (tck ? 1 : 0);
 }
 
 Outcome reach(CCID& reader) {

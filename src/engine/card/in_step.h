@@ -11,6 +11,10 @@ namespace qaven::in_step {
 bool proves_older_answer(std::span<const unsigned char, CCID::kHeaderSize> header,
                          unsigned char type_of_answer, unsigned char bseq);
 
+// Whether a response is a whole answer to reset, which a card sends when it gets power and never to
+// a command.
+bool is_answer_to_reset(std::span<const unsigned char> response);
+
 // Asks for the slot's state and drops what comes until the answer to that question has come; a line
 // of the trace says what was dropped.
 struct Outcome {

@@ -39,9 +39,16 @@ link::State& connection() {
 // answered through it.
 constinit bool reader_gone = false;
 
-// No command has been sent since the opening. What another host left, its own power-on and slot
-// status, can look like the answers to those of the opening; the first command tells.
+// No command has been sent since the opening.
 constinit bool only_opened = false;
+
+// The operation that opened the reader and has not got in step with it since. What another host
+// left in the reader, its own power-on, slot status and commands, can look like the answers that
+// are awaited, one after the other.
+constinit std::optional<std::uint64_t> blind_in;
+
+// The operation in which that came to light: what it has read is of no worth.
+constinit std::optional<std::uint64_t> misled_in;
 
 // A connection of this process ended disturbed: what it left in the reader may still come.
 constinit bool left_disturbed = false;
@@ -102,34 +109,52 @@ void open(int interface) {
     ccid.open(kReaderVendor, kReaderProduct, interface);
     reader_gone = false;
     only_opened = true;
+    blind_in = operation::serial();
+}
+
+in_step::Outcome get_in_step() {
+    const auto outcome = in_step::reach(ccid);
+    if (outcome.failure == 0) {
+        blind_in.reset();
+    }
+    return outcome;
+}
+
+// True when what came was a card's answer, to an older command.
+bool power_off() {
+    ccid.atr[CCID::kTypeByte] = 0; // an answer that does not come proves nothing
+    ccid.poweroff();
+    return live() && ccid.atr[CCID::kTypeByte] == CCID::kDataBlock;
+}
+
+// What the operation was told was meant for an earlier host.
+void note_misled() {
+    misled_in = operation::serial();
+    connection().disturbed = true;
 }
 
 // Gets in step and asks anew, as if the reader had just been opened. Empty when older answers still
 // come.
 std::optional<Welcome> welcome_in_step() {
-    if (in_step::reach(ccid).failure != 0) {
+    if (get_in_step().failure != 0) {
         return std::nullopt;
     }
     const Welcome anew = welcome();
     return anew.proves_older_answer ? std::nullopt : std::optional(anew);
 }
 
-// Opens one slot and powers its card; true when the slot holds one. A reader that cannot be brought
-// into step is reset once, then given up. It counts as one with a card: the first command finds
-// out.
-bool open_slot(int interface, bool out_of_step) {
-    open(interface);
-    Welcome first = welcome();
-    if (!live() || !(out_of_step || first.proves_older_answer)) {
-        return first.holds_card;
-    }
+// Whether the slot of a reader from which older answers come holds a card. A reader that cannot be
+// brought into step is reset once, then given up. It counts as one with a card: the first command
+// finds out.
+bool holds_card_once_in_step(int interface) {
     if (const auto anew = welcome_in_step()) {
         return anew->holds_card;
     }
     ccid.reset();
     open(interface);
-    first = welcome();
+    const Welcome first = welcome();
     if (!live() || !first.proves_older_answer) {
+        blind_in.reset();
         return first.holds_card;
     }
     if (const auto anew = welcome_in_step()) {
@@ -139,6 +164,27 @@ bool open_slot(int interface, bool out_of_step) {
     return true;
 }
 
+// Opens one slot and powers its card; true when the slot holds one.
+bool open_slot(int interface, bool out_of_step) {
+    open(interface);
+    const Welcome first = welcome();
+    return live() && (out_of_step || first.proves_older_answer) ? holds_card_once_in_step(interface)
+                                                                : first.holds_card;
+}
+
+// Leaves a slot that was called empty. When the answer to power-off is an older one, so was the
+// word about the card: true when the slot holds one after all.
+bool leave_empty_slot(int interface) {
+    if (!power_off()) {
+        return false;
+    }
+    if (holds_card_once_in_step(interface)) {
+        return true;
+    }
+    power_off();
+    return false;
+}
+
 // Before anything is sent on a connection that was found: 0 when it is undisturbed or in step
 // again. One whose card has lost its power since, by a reset of the reader or because another card
 // was put in, is given up too: nothing of what was selected is left.
@@ -146,31 +192,43 @@ int settle() {
     if (!live() || !connection().disturbed) {
         return 0;
     }
-    const auto outcome = in_step::reach(ccid);
+    const auto outcome = get_in_step();
     if (outcome.failure == LIBUSB_ERROR_NO_DEVICE) {
         return outcome.failure;
     }
     if (outcome.failure == 0 && outcome.card_active) {
         return 0;
     }
+    // What an opening left unanswered would look like the answers to the next one's own messages.
+    if (outcome.failure != 0 && only_opened && !operation::over()) {
+        ccid.reset();
+    }
     give_up();
     return LIBUSB_ERROR_TIMEOUT;
+}
+
+// Whether what came for a command since an opening was the answer to something older. The first
+// reply has to carry its command's number too; it is not looked at after that.
+bool answers_older(std::span<const unsigned char> response, bool first, unsigned char bseq) {
+    const auto& header = connection().reply_header;
+    const bool slot_status = header[CCID::kTypeByte] == CCID::kSlotStatus && response.empty();
+    return slot_status || in_step::is_answer_to_reset(response) ||
+           (first && in_step::proves_older_answer(header, CCID::kDataBlock, bseq));
 }
 
 int send_command(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len,
                  int timeout_ms) {
     const auto bseq = static_cast<unsigned char>(ccid.seq);
+    const bool first = std::exchange(only_opened, false);
     connection().reply_header.fill(0); // one that does not come proves nothing
     const int result = ccid.interact_apdu(cmd, cmd_len, resp, resp_len, timeout_ms);
-    if (!std::exchange(only_opened, false) ||
-        !in_step::proves_older_answer(connection().reply_header, CCID::kDataBlock, bseq)) {
+    const auto received = static_cast<std::size_t>(result == 0 ? *resp_len : 0);
+    if (blind_in != operation::serial() || !answers_older(std::span(resp, received), first, bseq)) {
         return result;
     }
-    // What the card answered is among the messages that are dropped now. The first command of a
-    // connection is a SELECT, which can be sent again.
-    connection().disturbed = true;
-    const int settled = settle();
-    return settled != 0 ? settled : ccid.interact_apdu(cmd, cmd_len, resp, resp_len, timeout_ms);
+    note_misled();
+    give_up();
+    return LIBUSB_ERROR_TIMEOUT;
 }
 
 } // namespace
@@ -200,7 +258,17 @@ void forget() {
     connection() = link::State{};
     reader_gone = false;
     left_disturbed = false;
+    blind_in.reset();
+    misled_in.reset();
     given_up_in.reset();
+}
+
+bool misled() {
+    return misled_in == operation::serial();
+}
+
+bool forget_misled() {
+    return std::exchange(misled_in, std::nullopt) == operation::serial();
 }
 
 bool ready() {
@@ -220,10 +288,9 @@ int open_with_card() {
     const bool out_of_step =
         std::exchange(left_disturbed, false) || (live() && connection().disturbed);
     for (const int interface : kSlotInterfaces) {
-        if (open_slot(interface, out_of_step)) {
+        if (open_slot(interface, out_of_step) || leave_empty_slot(interface)) {
             return 0;
         }
-        ccid.poweroff();
         close();
     }
     return QAVEN_NO_CARD;
@@ -236,7 +303,10 @@ void end() {
         return;
     }
     if (!operation::over()) {
-        ccid.poweroff();
+        const bool blind = blind_in == operation::serial() && !connection().disturbed;
+        if (power_off() && blind) {
+            note_misled();
+        }
     }
     close();
 }

@@ -29,6 +29,19 @@ bool live();
 // has lost its power, is closed.
 bool ready();
 
+// True when the operation that is going on was told something by a reader that was still answering
+// an earlier host: nothing that it has read is its card's. The connection is closed then.
+bool misled();
+bool forget_misled(); // the same, for once
+
+// Runs an operation that opens the reader, and once more when it was misled: after that an opening
+// gets in step before it asks for anything.
+template <typename Operation>
+int from_opening(const Operation& operation) {
+    const int result = operation();
+    return forget_misled() ? operation() : result;
+}
+
 // Opens the reader on interface 2, else on interface 1, and powers the card. 0, or QAVEN_NO_CARD
 // when neither slot holds a card (the reader is closed then). A reader that is not there is not
 // told apart from one with a card: the first command finds out.

@@ -200,6 +200,9 @@ int generate_arqc(const Parameters& parameters, bool found_live) {
     }
 
     const TlvList list = field55(answer, application_data, converted, parameters.field60);
+    if (session::misled()) {
+        return QAVEN_TIMEOUT;
+    }
     std::array<char, kLengthTextSize> length{};
     std::snprintf(length.data(), length.size(), "%03d", static_cast<int>(list.size()));
     BoundedText(parameters.arqc_length, kLengthTextSize).append(length.data());
@@ -212,12 +215,7 @@ int generate_arqc(const Parameters& parameters, bool found_live) {
     return 0;
 }
 
-int run(const Parameters& parameters) {
-    WriteKsLog("\r\n --- GenARQC---\r\n");
-    trace::line(gbk::kQueryDataFormat, text_or_empty(parameters.application_data));
-    trace::line(gbk::kTxDataFormat, text_or_empty(parameters.tx_data));
-
-    const bool handed_in = *text_or_empty(parameters.application_data) != '\0';
+int run_once(const Parameters& parameters, bool handed_in) {
     const bool found_live = !handed_in || session::ready();
     const int reading = !handed_in   ? read_card(parameters)
                         : found_live ? 0
@@ -235,6 +233,14 @@ int run(const Parameters& parameters) {
         Qm_CloseDevice();
     }
     return result;
+}
+
+int run(const Parameters& parameters) {
+    WriteKsLog("\r\n --- GenARQC---\r\n");
+    trace::line(gbk::kQueryDataFormat, text_or_empty(parameters.application_data));
+    trace::line(gbk::kTxDataFormat, text_or_empty(parameters.tx_data));
+    const bool handed_in = *text_or_empty(parameters.application_data) != '\0';
+    return session::from_opening([&] { return run_once(parameters, handed_in); });
 }
 
 } // namespace

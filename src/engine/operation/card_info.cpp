@@ -187,38 +187,13 @@ constinit OneCard* one_card = nullptr;
 int fail(int result, int described, char* err_msg) {
     qm_closeicc();
     Qm_CloseDevice();
-    describe(described, err_msg);
+    if (!session::misled()) {
+        describe(described, err_msg);
+    }
     return result;
 }
 
-} // namespace
-
-OneCard::OneCard() {
-    one_card = this;
-}
-
-OneCard::~OneCard() {
-    one_card = nullptr;
-}
-
-bool OneCard::has(tlv::Bytes records) {
-    // The record with the number may be one that could not be read; track 2 has it too.
-    const bool same_number = matches(number_, kTag5APan, records);
-    return matches(track2_, kTag57Track2, records) && same_number;
-}
-
-bool OneCard::matches(WipedBytes& known, tlv::Bytes tag, tlv::Bytes records) {
-    const auto value = tlv::value_of(tag, records);
-    if (!value) {
-        return true;
-    }
-    if (known.empty()) {
-        known = *value;
-    }
-    return known == *value;
-}
-
-int read_card(const Request& request, const Outputs& outputs, session::AtSuccess at_success) {
+int read_card_once(const Request& request, const Outputs& outputs, session::AtSuccess at_success) {
     diagnostics::line("ZEB_ICC_GetInfo");
     WriteKsLog("ZEB_ICC_GetInfo\n");
     WriteKsLog(gbk::kCardInfoTitle);
@@ -251,6 +226,9 @@ int read_card(const Request& request, const Outputs& outputs, session::AtSuccess
     }
 
     const auto data = reading::read_records(options.afl);
+    if (session::misled()) {
+        return QAVEN_TIMEOUT;
+    }
     if (one_card != nullptr && !one_card->has(data.bytes())) {
         session::end();
         return fail(QAVEN_NO_CARD, QAVEN_NO_CARD, outputs.err_msg);
@@ -263,6 +241,37 @@ int read_card(const Request& request, const Outputs& outputs, session::AtSuccess
         session::end();
     }
     return 0;
+}
+
+} // namespace
+
+OneCard::OneCard() {
+    one_card = this;
+}
+
+OneCard::~OneCard() {
+    one_card = nullptr;
+}
+
+bool OneCard::has(tlv::Bytes records) {
+    // The record with the number may be one that could not be read; track 2 has it too.
+    const bool same_number = matches(number_, kTag5APan, records);
+    return matches(track2_, kTag57Track2, records) && same_number;
+}
+
+bool OneCard::matches(WipedBytes& known, tlv::Bytes tag, tlv::Bytes records) {
+    const auto value = tlv::value_of(tag, records);
+    if (!value) {
+        return true;
+    }
+    if (known.empty()) {
+        known = *value;
+    }
+    return known == *value;
+}
+
+int read_card(const Request& request, const Outputs& outputs, session::AtSuccess at_success) {
+    return session::from_opening([&] { return read_card_once(request, outputs, at_success); });
 }
 
 } // namespace qaven::card_info

@@ -148,69 +148,86 @@ std::optional<LogEntry> log_entry(Bytes tag, Bytes fci, const LogEntry& usual) {
 // The output's two leading count bytes.
 constexpr std::size_t kCountBytes = 2;
 
-void write_no_log(char* out) {
-    BoundedText(out, QAVEN_TXDETAIL_SIZE).append("0");
+// What a reading of the transaction log comes to. It is the host's when the reader has been left.
+struct TransactionLog {
+    WipedText text; // as it stands in the host's buffer, which is zeroed: no terminator of its own
+    bool described = false; // the result is put into words
+};
+
+void put_no_log(TransactionLog& log) {
+    log.text.assign({'0', '\0'});
 }
 
-int fail_selection(int result, char* out, char* error_text) {
-    write_no_log(out);
+int fail_selection(int result, TransactionLog& log) {
+    put_no_log(log);
+    log.described = true;
     qm_closeicc();
     Qm_CloseDevice();
-    describe(result, error_text);
     return result;
 }
 
-void read_transaction_records(const LogEntry& entry, std::span<const Field> fields, char* out) {
-    WipedText text;
+void read_transaction_records(const LogEntry& entry, std::span<const Field> fields,
+                              TransactionLog& log) {
     std::size_t last_size = 0;
     int count = 0;
     commands::Response record;
+    log.text.assign(kCountBytes, '\0');
     for (int number = 1; number <= entry.records; ++number) {
         if (commands::read_record(static_cast<unsigned char>(number), entry.sfi, record) != 0) {
             break;
         }
         const WipedText fresh = record_text(fields, record.padded(), AfterNul::kGoesOn);
-        if (kCountBytes + text.size() + fresh.size() >= QAVEN_TXDETAIL_SIZE) {
+        if (log.text.size() + fresh.size() >= QAVEN_TXDETAIL_SIZE) {
             break;
         }
-        text += fresh;
+        log.text += fresh;
         last_size = fresh.size();
         ++count;
     }
-    if (out == nullptr) {
-        return;
-    }
-    out[0] = static_cast<char>(static_cast<unsigned char>(count));
-    out[1] = static_cast<char>(static_cast<unsigned char>(last_size));
-    // The text has no terminator of its own: the host's buffer is zeroed.
-    std::ranges::copy(text, out + kCountBytes);
+    log.text[0] = static_cast<char>(static_cast<unsigned char>(count));
+    log.text[1] = static_cast<char>(static_cast<unsigned char>(last_size));
 }
 
-int read_transactions(const char* aid_text, char* out, char* error_text) {
+int read_transactions(std::string_view aid_text, TransactionLog& log) {
     const session::Visit connection;
     if (connection.result() != 0) {
-        return fail_selection(connection.result(), out, error_text);
+        return fail_selection(connection.result(), log);
     }
-    const auto choice = selection::choose(text_or_empty(aid_text));
+    const auto choice = selection::choose(aid_text);
     if (!choice.selected()) {
-        return fail_selection(choice.result != 0 ? choice.result : choice.count, out, error_text);
+        return fail_selection(choice.result != 0 ? choice.result : choice.count, log);
     }
 
     commands::Response format;
     if (commands::get_data(DataObject::kLogFormat, format) != 0) {
-        write_no_log(out);
+        put_no_log(log);
         Qm_CloseDevice();
         return 0;
     }
     const auto fields = laid_out(kTransactionFields, format.data());
     const auto entry = log_entry(kTag9F4DLogEntry, choice.fci, kUsualTransactionLog);
     if (!entry) {
-        write_no_log(out);
+        put_no_log(log);
         return 0;
     }
-    read_transaction_records(*entry, fields, out);
+    read_transaction_records(*entry, fields, log);
     Qm_CloseDevice();
     return 0;
+}
+
+int read_transactions(const char* aid_text, char* out, char* error_text) {
+    TransactionLog log;
+    const int result = session::from_opening([&] {
+        log = {};
+        return read_transactions(text_or_empty(aid_text), log);
+    });
+    if (out != nullptr) {
+        std::ranges::copy(log.text, out);
+    }
+    if (log.described) {
+        describe(result, error_text);
+    }
+    return result;
 }
 
 // The load log's fixed fields, which stand before the ones that the card's format describes.
@@ -301,7 +318,8 @@ int ZEB_ICC_GetTxDetail(char* /*p1*/, char* /*p2*/, char* /*p3*/, char* /*p4*/, 
 
 int ReadAmtLog(const char* aid, int recordIndex, char* out) {
     const int result = qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
-        return transaction_log::read_loads(aid, recordIndex, out);
+        return qaven::session::from_opening(
+            [&] { return transaction_log::read_loads(aid, recordIndex, out); });
     });
     qm_closeicc();
     Qm_CloseDevice();
