@@ -49,6 +49,16 @@ void DisturbedReader::disturb(const Disturbance& disturbance) {
     announced_.push_back(disturbance);
 }
 
+std::set<std::uint8_t> DisturbedReader::answers_left() const {
+    std::set<std::uint8_t> endpoints;
+    for (const auto& [endpoint, queue] : queues_) {
+        if (!queue.empty()) {
+            endpoints.insert(endpoint);
+        }
+    }
+    return endpoints;
+}
+
 Bytes DisturbedReader::device_descriptor() const {
     return reader_.device_descriptor();
 }

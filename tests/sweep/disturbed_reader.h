@@ -8,6 +8,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,9 @@ class DisturbedReader final : public virtual_usb::Device {
     void set_answer_time(std::chrono::milliseconds time) { habits_.answer_time = time; }
     // Answers nothing any more.
     void fall_silent() { silent_ = true; }
+    [[nodiscard]] bool numbers_answers() const { return habits_.numbers_answers; }
+    // The IN endpoints at which there are answers that nobody has fetched.
+    [[nodiscard]] std::set<std::uint8_t> answers_left() const;
     // When the last answer that is under way is there.
     [[nodiscard]] virtual_usb::TimePoint last_ready() const { return last_ready_; }
 

@@ -13,6 +13,11 @@
 //     the amount that the host gave, each log record against the card's own file.
 //   - Once a disturbance is over, the next call with a card in the reader succeeds.
 //
+// A disturbance is not over as long as nobody can know of it. Every host numbers its messages from
+// 0 and begins with the same ones, so what a reader still holds for hosts that were killed may be,
+// answer by answer and to the end of a call, what it would say to this one: of the same kinds, with
+// the same numbers. Such a call may fail. It may not attribute anything to the wrong card either.
+//
 // Under test is the library as hosts load it. Its libusb, its clocks and its memory are this
 // program's: a host that is killed in the middle of a transfer never comes back from it, and the
 // next one finds the library as the loader leaves it.
@@ -22,6 +27,7 @@
 
 #include "../temporary_folder.h"
 #include "card/card.h"
+#include "engine/operation/transaction_log.h"
 #include "fuzz/support/guarded.h"
 #include "issuer/issuer.h"
 #include "qaven/qaven.h"
@@ -178,40 +184,72 @@ struct Customer {
     }
 };
 
-// The records of a card's log as the library puts them into words, the newest first.
-std::vector<std::string> log_of(const Card& card) {
-    struct Place {
-        std::size_t at = 0;
-        std::size_t length = 0;
-    };
-    static const std::vector<std::pair<char, virtual_card::Tag>> in_order{
-        {'P', 0x9F02}, {'Q', 0x9F03}, {'R', 0x5F2A}, {'S', 0x9A},  {'T', 0x9C},
-        {'U', 0x9F21}, {'V', 0x9F1A}, {'W', 0x9F4E}, {'X', 0x9F36}};
-    const auto& log = *card.profile().applications.front().transaction_log;
-    std::map<virtual_card::Tag, Place> places;
-    std::size_t at = 0;
-    const auto format = virtual_card::parse_dol(log.format);
+using NamedTags = std::vector<std::pair<char, virtual_card::Tag>>;
+
+// The fields of a log record that the card's log format names, in the library's words.
+std::string described(std::span<const std::uint8_t> record, const virtual_card::Bytes& log_format,
+                      const NamedTags& in_order) {
+    constexpr virtual_card::Tag merchant_name = 0x9F4E;
+    std::map<virtual_card::Tag, std::span<const std::uint8_t>> values;
+    const auto format = virtual_card::parse_dol(log_format);
     for (const auto& entry : format.value()) {
-        places[entry.tag] = {at, entry.length};
-        at += entry.length;
+        values[entry.tag] = record.first(entry.length);
+        record = record.subspan(entry.length);
     }
-    std::vector<std::string> records;
-    for (const auto& record : log.records) {
-        std::string text;
-        for (const auto& [letter, tag] : in_order) {
-            const Place place = places[tag];
-            const auto value = std::span(record).subspan(place.at, place.length);
-            std::string shown = virtual_card::to_hex(value);
-            if (letter == 'W') {
-                shown.assign(value.begin(), value.end());
-                std::ranges::replace(shown, '\0', ' ');
-            }
-            std::string length = std::to_string(shown.size());
-            text += letter + length.insert(0, 3 - length.size(), '0') + shown;
+    std::string text;
+    for (const auto& [letter, tag] : in_order) {
+        const auto value = values[tag];
+        std::string shown = virtual_card::to_hex(value);
+        if (tag == merchant_name) {
+            shown.assign(value.begin(), value.end());
+            std::ranges::replace(shown, '\0', ' ');
         }
-        records.push_back(text);
+        std::string length = std::to_string(shown.size());
+        text += letter + length.insert(0, 3 - length.size(), '0') + shown;
     }
-    return records;
+    return text;
+}
+
+// A log as the library gives it: of no record, of the newest one, and so on to the whole.
+using LogTexts = std::vector<std::string>;
+
+LogTexts transaction_log_of(const Card& card) {
+    static const NamedTags in_order{{'P', 0x9F02}, {'Q', 0x9F03}, {'R', 0x5F2A},
+                                    {'S', 0x9A},   {'T', 0x9C},   {'U', 0x9F21},
+                                    {'V', 0x9F1A}, {'W', 0x9F4E}, {'X', 0x9F36}};
+    const auto& log = *card.profile().applications.front().transaction_log;
+    LogTexts texts{""};
+    std::string records;
+    for (const auto& record : log.records) {
+        const std::string last = described(record, log.format, in_order);
+        records += last;
+        texts.push_back(
+            std::string{static_cast<char>(texts.size()), static_cast<char>(last.size() & 0xFFU)} +
+            records);
+    }
+    return texts;
+}
+
+// Before what the format names stand the tag of the balance, and the balance before and after.
+LogTexts load_log_of(const Card& card) {
+    static const NamedTags in_order{
+        {'S', 0x9A}, {'T', 0x9F21}, {'U', 0x9F1A}, {'V', 0x9F4E}, {'W', 0x9F36}};
+    constexpr std::size_t tag_size = 2;
+    constexpr std::size_t amount_size = 6;
+    const auto& log = card.profile().applications.front().load_log;
+    LogTexts texts{""};
+    if (!log) {
+        return texts;
+    }
+    for (const std::span<const std::uint8_t> record : log->records) {
+        const auto amounts = record.subspan(tag_size);
+        const auto rest = amounts.subspan(2 * amount_size);
+        texts.push_back(texts.back() + "P004" + virtual_card::to_hex(record.first(tag_size)) +
+                        "Q012" + virtual_card::to_hex(amounts.first(amount_size)) + "R012" +
+                        virtual_card::to_hex(amounts.subspan(amount_size, amount_size)) +
+                        described(rest, log->format, in_order));
+    }
+    return texts;
 }
 
 // --- the host's process ---
@@ -240,10 +278,17 @@ class MortalMemory {
 
 using EntryPoint = int (*)(const char*, char*, char*, int, int);
 
+// The load log, which has no JSON function: from the AID to the text.
+int read_all_loads(const char* aid, char* text, char* /*errmsg*/, int /*reserved1*/,
+                   int /*reserved2*/) {
+    constexpr int all_records = -1;
+    return ReadAmtLog(aid, all_records, text);
+}
+
 // The buffers of a host's call, which this program keeps when the host is gone.
 struct Call {
     EntryPoint entry_point;
-    std::string json;
+    std::string input;
     fuzz::Guarded<char, QAVEN_RESMSG_SIZE> resmsg;
     fuzz::Guarded<char, QAVEN_ERRMSG_SIZE> errmsg;
     int result = 0;
@@ -256,7 +301,8 @@ bool lived_through(Call& call) {
     if (setjmp(death) != 0) {
         return false;
     }
-    call.result = call.entry_point(call.json.c_str(), call.resmsg, call.errmsg, reserved, reserved);
+    call.result =
+        call.entry_point(call.input.c_str(), call.resmsg, call.errmsg, reserved, reserved);
     return true;
 }
 
@@ -264,7 +310,8 @@ bool lived_through(Call& call) {
 struct Answer {
     bool died = false;
     int result = 0;
-    Members members;
+    std::string text;
+    Members members; // of the text
 
     [[nodiscard]] std::string member(const std::string& key) const {
         const auto found = members.find(key);
@@ -272,11 +319,11 @@ struct Answer {
     }
 };
 
-Answer call_library(EntryPoint entry_point, const std::string& json) {
+Answer call_library(EntryPoint entry_point, const std::string& input) {
     const MortalMemory memory;
     const auto call = std::make_unique<Call>();
     call->entry_point = entry_point;
-    call->json = json;
+    call->input = input;
     *call->resmsg.data() = '\0';
     *call->errmsg.data() = '\0';
     Answer answer;
@@ -287,6 +334,7 @@ Answer call_library(EntryPoint entry_point, const std::string& json) {
     answer.result = call->result;
     call->resmsg.must_be_text();
     call->errmsg.must_be_text();
+    answer.text = call->resmsg;
     answer.members = members_of(call->resmsg);
     if (const std::string inner = answer.member("IcARQC"); !inner.empty()) {
         answer.members.merge(members_of(inner.c_str()));
@@ -335,6 +383,62 @@ struct Event {
     }
 };
 
+// --- what a host can see ---
+
+// Whether this may be the answer to the message, for all that their headers say. A card's answer to
+// reset is none to a command.
+bool may_answer(std::span<const std::uint8_t> reply, std::span<const std::uint8_t> message,
+                bool numbered) {
+    namespace to_reader = virtual_reader::pc_to_rdr;
+    constexpr std::size_t type = 0;
+    constexpr std::size_t number = 6;
+    constexpr std::uint8_t data_block = 0x80;
+    constexpr std::uint8_t slot_status = 0x81;
+    constexpr std::uint8_t answer_to_reset = 0x3B;
+    if (reply.size() < virtual_reader::ccid_header_size) {
+        return false;
+    }
+    const bool of_card =
+        message[type] == to_reader::icc_power_on || message[type] == to_reader::xfr_block;
+    const auto data = reply.subspan(virtual_reader::ccid_header_size);
+    return reply[type] == (of_card ? data_block : slot_status) &&
+           (reply[number] == message[number] || !numbered) &&
+           !(message[type] == to_reader::xfr_block && !data.empty() &&
+             data.front() == answer_to_reset);
+}
+
+bool fetches_from(const std::set<std::uint8_t>& endpoints,
+                  std::span<const Bus::Transfer> transfers) {
+    return std::ranges::any_of(transfers, [&](const Bus::Transfer& transfer) {
+        return endpoints.contains(transfer.endpoint);
+    });
+}
+
+// Whether every message of these transfers got one answer that may be its own.
+bool all_in_order(std::span<const Bus::Transfer> transfers, bool numbered) {
+    std::span<const std::uint8_t> message; // that waits for its answer
+    bool inside_answer = false;
+    for (const Bus::Transfer& transfer : transfers) {
+        const std::span<const std::uint8_t> packet(transfer.carried);
+        if (transfer.result != 0) {
+            return false;
+        }
+        if (!transfer.in()) {
+            message = message.empty() ? packet : message; // else it goes on
+            inside_answer = false;
+            continue;
+        }
+        if (!inside_answer) {
+            if (message.empty() || !may_answer(packet, message, numbered)) {
+                return false;
+            }
+            message = {};
+        }
+        inside_answer = packet.size() == virtual_reader::bulk_packet_size;
+    }
+    return true;
+}
+
 // --- a session ---
 
 // What all sessions together came to.
@@ -342,6 +446,7 @@ struct Tally {
     std::map<std::string, std::size_t> disturbances; // that came about, by their first word
     std::map<std::string, std::size_t> calls;        // by operation
     std::size_t owed = 0;                            // calls that had to succeed
+    std::size_t deceived = 0; // calls that could not know of the answers to earlier hosts
     std::size_t complaints = 0;
 };
 
@@ -407,17 +512,21 @@ class Session {
     void read_and_generate(EntryPoint entry_point);
     void hand_over(bool careless);
     void read_log();
+    void read_load_log();
+    [[nodiscard]] std::string aid_of_log() const;
 
     struct Before {
         bool quiet;
+        std::set<std::uint8_t> answers_left; // to earlier hosts, by endpoint
         std::size_t happened;
         std::size_t transfers;
     };
     Before begin(const char* name);
-    Answer call(EntryPoint entry_point, const std::string& json);
+    Answer call(EntryPoint entry_point, const std::string& input);
     // True when this call had to succeed.
     bool end(const Before& before, const Answer& answer);
 
+    void judge_log(const std::string& text, bool owed, LogTexts (*log_of)(const Card&));
     // One customer for all that a call handed out; null when nobody fits.
     Turn* judge_reading(const Answer& answer, std::optional<std::uint64_t> amount);
     std::string why_not(const Turn& turn, const Answer& answer,
@@ -610,11 +719,12 @@ Session::Before Session::begin(const char* name) {
         in_reader_during_call_.insert(in_reader_);
     }
     tell(std::string("  ") + name + (quiet() ? "" : ", answers still under way"));
-    return {quiet() && in_reader_ != nullptr && !card_changed_, happened_, bus_.transfers().size()};
+    return {quiet() && in_reader_ != nullptr && !card_changed_, disturbed_.answers_left(),
+            happened_, bus_.transfers().size()};
 }
 
-Answer Session::call(EntryPoint entry_point, const std::string& json) {
-    Answer answer = call_library(entry_point, json);
+Answer Session::call(EntryPoint entry_point, const std::string& input) {
+    Answer answer = call_library(entry_point, input);
     if (answer.died) {
         end_host();
     }
@@ -634,9 +744,17 @@ bool Session::end(const Before& before, const Answer& answer) {
         }
         tell(text);
     }
-    const bool owed = before.quiet && before.happened == happened_;
-    tally_.owed += owed ? 1 : 0;
-    return owed;
+    if (!before.quiet || before.happened != happened_) {
+        return false;
+    }
+    const auto transfers = std::span(bus_.transfers()).subspan(before.transfers);
+    const bool deceived = fetches_from(before.answers_left, transfers) &&
+                          all_in_order(transfers, disturbed_.numbers_answers());
+    if (deceived) {
+        tell("    the answers to earlier hosts pass for its own");
+    }
+    ++(deceived ? tally_.deceived : tally_.owed);
+    return !deceived;
 }
 
 // --- judging ---
@@ -812,7 +930,7 @@ void Session::hand_over(bool careless) {
 
     if (const std::string tc = answer.member("TC"); !tc.empty()) {
         const Turn& turn = *waiting.turn;
-        const auto records = log_of(turn.card);
+        const LogTexts log = transaction_log_of(turn.card);
         std::string why;
         try {
             const Field55 objects = Field55::parse(tc);
@@ -824,8 +942,8 @@ void Session::hand_over(bool careless) {
                 why = "another transaction's counter";
             } else if (!verdict.verified) {
                 why = verdict.reason;
-            } else if (records.empty() ||
-                       fields_of(records.front())['P'] != twelve_digits(waiting.amount)) {
+            } else if (log.size() == 1 || fields_of(std::string_view(log[1]).substr(2))['P'] !=
+                                              twelve_digits(waiting.amount)) {
                 why = "the card has no such transaction in its log";
             }
         } catch (const std::runtime_error& error) {
@@ -856,30 +974,31 @@ void Session::hand_over(bool careless) {
 
 void Session::read_log() {
     const Before before = begin("log");
-    const Turn* const expected_card = in_reader_;
-    const std::string aid =
-        expected_card != nullptr ? expected_card->customer->log_aid() : std::string("A000000333");
+    const std::string aid = aid_of_log();
     const Answer answer = call(QAVEN_GetTxDetail, json_of({{"AIDList", aid}}));
     waiting_.reset();
-    const bool owed = end(before, answer);
     const std::string text = answer.member("TxDtailRet");
+    judge_log(text == "0" ? "" : text, end(before, answer), transaction_log_of);
+}
+
+void Session::read_load_log() {
+    const Before before = begin("load log");
+    const Answer answer = call(read_all_loads, aid_of_log());
+    waiting_.reset();
+    judge_log(answer.text, end(before, answer), load_log_of);
+}
+
+std::string Session::aid_of_log() const {
+    return in_reader_ != nullptr ? in_reader_->customer->log_aid() : "A000000333";
+}
+
+void Session::judge_log(const std::string& text, bool owed, LogTexts (*log_of)(const Card&)) {
     bool whole = false;
-    bool known = text.empty() || text == "0";
+    bool known = text.empty();
     for (const Turn* const turn : in_reader_during_call_) {
-        const auto records = log_of(turn->card);
-        std::string expected;
-        for (std::size_t count = 0; count <= records.size(); ++count) {
-            if (count > 0) {
-                expected += records[count - 1];
-            }
-            const auto last = count > 0 ? records[count - 1].size() : 0;
-            const std::string shown = count == 0 ? std::string()
-                                                 : std::string{static_cast<char>(count),
-                                                               static_cast<char>(last & 0xFFU)} +
-                                                       expected;
-            known = known || text == shown;
-            whole = whole || (text == shown && count == records.size());
-        }
+        const LogTexts texts = log_of(turn->card);
+        known = known || std::ranges::find(texts, text) != texts.end();
+        whole = whole || text == texts.back();
     }
     if (!known) {
         complain("a log that is not the card's: " + text);
@@ -893,7 +1012,7 @@ void Session::some_call() {
         hand_over(dice_.percent(10));
         return;
     }
-    switch (dice_.below(4)) {
+    switch (dice_.below(5)) {
     case 0:
         read();
         break;
@@ -901,6 +1020,9 @@ void Session::some_call() {
         read_log();
         break;
     case 2:
+        read_load_log();
+        break;
+    case 3:
         read_and_generate(QAVEN_genARQC);
         break;
     default:
@@ -947,6 +1069,7 @@ void Session::run() {
             hand_over(false);
         }
         read_log();
+        read_load_log();
     }
     for (const std::string& misuse : bus_.misuses()) {
         complain(misuse);
@@ -1024,7 +1147,8 @@ void tell_tally(std::uint64_t sessions, const Tally& tally) {
     for (const auto& [name, count] : tally.calls) {
         std::cout << "  " << count << " x " << name << '\n';
     }
-    std::cout << tally.owed << " of these calls had to succeed; disturbances:\n";
+    std::cout << tally.owed << " of these calls had to succeed, " << tally.deceived
+              << " were deceived; disturbances:\n";
     for (const auto& [name, count] : tally.disturbances) {
         std::cout << "  " << count << " x " << name << '\n';
     }
