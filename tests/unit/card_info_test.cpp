@@ -211,6 +211,7 @@ TEST_F(CardInformation, TheLengthOfTrackTwoCountsDownAsACharacter) {
 
 TEST_F(CardInformation, TheSequenceNumberIsThreeDecimalDigits) {
     EXPECT_EQ(information("J", object("5F34", "00")), "J003000");
+    EXPECT_EQ(information("J", object("5F34", "")), "J003000");
     EXPECT_EQ(information("J", object("5F34", "01")), "J003001");
     EXPECT_EQ(information("J", object("5F34", "FF02")), "J003255");
     EXPECT_EQ(information("J", object("5A", kPan)), "J000");

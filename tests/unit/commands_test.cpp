@@ -4,6 +4,7 @@
 #include "card_test.h"
 #include "console.h"
 #include "hex.h"
+#include "noted_operations.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -371,6 +372,30 @@ TEST_F(Command, WithoutAReaderEveryCommandIsABadHandle) {
     EXPECT_EQ(qmcx_ReadRecord(1, 1, out.data(), &length), -8);
     EXPECT_THAT(usb.log(), IsEmpty());
     expect_untouched();
+}
+
+// --- waiting hints ---
+
+TEST_F(Command, TellsTheExchangeHowLongItMayTake) {
+    Bytes data = bytes("0102030405060708");
+    const auto wait_of = [](auto command) {
+        command();
+        return qaven::test::noted_wait();
+    };
+    int count = 0;
+    card.disconnect(); // the hint is given before there is a card
+    EXPECT_EQ(wait_of([&] { qmcx_getrandom(8, out.data()); }), 3);
+    EXPECT_EQ(wait_of([&] { QM_read_binary(1, 0, 8, out.data(), &count); }), 3);
+    EXPECT_EQ(wait_of([&] { qmcx_SelectFile(4, 0, data.data(), 8, out.data(), &length); }), 3);
+    EXPECT_EQ(wait_of([&] { qmcx_ExternalAuth(data.data(), 8); }), 12);
+    EXPECT_EQ(wait_of([&] { qmcx_InternalAuth(data.data(), 8, out.data(), &short_length); }), 12);
+    EXPECT_EQ(wait_of([&] { qmcx_VerifyPin(0x80, data.data(), 8); }), 5);
+    EXPECT_EQ(wait_of([&] { qmcx_GetProcessOptions(data.data(), 8, out.data(), &short_length); }),
+              6);
+    EXPECT_EQ(wait_of([&] { qmcx_GetData(1, out.data(), &short_length); }), 3);
+    EXPECT_EQ(wait_of([&] { qmcx_GenerateAC(0x80, data.data(), 8, out.data(), &short_length); }),
+              10);
+    EXPECT_EQ(wait_of([&] { qmcx_ReadRecord(1, 1, out.data(), &length); }), 5);
 }
 
 } // namespace

@@ -116,6 +116,14 @@ TEST_F(DisturbedConnection, WhatTheCardSaysInsideALongAnswerIsNotTheReadersAnswe
     EXPECT_EQ(usb.unread(), 0U);
 }
 
+TEST_F(DisturbedConnection, AnAnswerThatFillsItsPacketsNeedsNoEmptyOneToEnd) {
+    lose_the_first_record();
+    usb.answer(reply_message(0x80, 2, 0, Bytes(54, 0xEE)));
+    card.expect(kReadSecond, kSecondRecord);
+    EXPECT_EQ(send(kReadSecond).response, "700257009000");
+    EXPECT_THAT(trace.text(), HasSubstr("Reader in step again: 1 messages dropped, 64 bytes\n"));
+}
+
 TEST_F(DisturbedConnection, TheRestOfAnAnswerThatWasCutIsDropped) {
     const auto packets = in_packets(reply_message(0x80, 2, 0, Bytes(100, 0xEE)));
     card.expect_packets(kReadFirst, {packets[0]});
@@ -201,6 +209,19 @@ TEST_F(DisturbedConnection, AnOlderUnnumberedAnswerAboutTheSlotIsTheAnswerOnlyIf
     usb.answer(slot_status(0));
     usb.answer(data_block(0, kFirstRecord));
     EXPECT_EQ(send(kReadSecond).response, "700257009000");
+    EXPECT_THAT(trace.text(), HasSubstr("Reader in step again: 3 messages dropped, 42 bytes\n"));
+}
+
+TEST_F(DisturbedConnection, AReaderThatNumberedAnEmptyAnswerNumbersTheAnswerToTheQuestionToo) {
+    card.disconnect();
+    usb.on_packet = [this](std::span<const std::uint8_t> packet) {
+        usb.answer(packet[0] == 0x65 ? slot_status(0) : data_block(0, kSecondRecord));
+    };
+    ASSERT_EQ(session::open_with_card(), 0);
+    usb.fail_bulk(2, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_EQ(send(kReadFirst).result, LIBUSB_ERROR_TIMEOUT);
+    usb.answer(data_block(7, ""));
+    EXPECT_EQ(send(kReadSecond).result, LIBUSB_ERROR_TIMEOUT);
 }
 
 TEST_F(DisturbedConnection, ACardThatLostItsPowerMeanwhileIsNotTheOneThatWasSelected) {
@@ -243,6 +264,7 @@ TEST_F(DisturbedConnection, AReaderThatTalksWithoutEndIsGivenUp) {
         usb.answer(data_block(2, kFirstRecord));
     }
     EXPECT_EQ(send(kReadSecond).result, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_EQ(usb.unread(), 1200U - 1100U);
     EXPECT_FALSE(session::live());
 }
 
@@ -572,6 +594,17 @@ TEST_F(Deadline, NoTransferWaitsLongerThanWhatIsLeft) {
     card.expect(kReadFirst, kFirstRecord);
     send(kReadFirst);
     EXPECT_THAT(usb.transfers(), Not(Contains(HasSubstr("10000ms"))));
+}
+
+TEST_F(Deadline, NothingIsReadOnceItHasPassedByLessThanAMillisecond) {
+    setenv(operation::kDeadlineVariable, "5", 1);
+    const operation::Scope scope;
+    usb.on_packet = [](auto) {
+        while (operation::Clock::now() < operation::deadline()) {
+        }
+    };
+    EXPECT_EQ(send(kReadFirst).result, LIBUSB_ERROR_TIMEOUT);
+    EXPECT_EQ(usb.reads(), 0);
 }
 
 TEST_F(Deadline, WhatIsNoNumberOfMillisecondsIsNotTaken) {

@@ -10,6 +10,7 @@ using Text = char*;
 
 std::vector<std::string> latest;
 qaven::test::HookCalls hook_calls;
+int latest_wait = 0;
 
 void note(std::initializer_list<const char*> texts) {
     latest.clear();
@@ -87,7 +88,22 @@ void noted_close_reader() {
     real_close_reader();
 }
 
+int real_exchange(unsigned char*, int, unsigned char*, int*,
+                  int) __asm__("__real__Z13Qm_Icc_EXApduPhiS_Pii");
+int noted_exchange(unsigned char*, int, unsigned char*, int*,
+                   int) __asm__("__wrap__Z13Qm_Icc_EXApduPhiS_Pii");
+
+int noted_exchange(unsigned char* command, int length, unsigned char* reply, int* reply_length,
+                   int wait) {
+    latest_wait = wait;
+    return real_exchange(command, length, reply, reply_length, wait);
+}
+
 namespace qaven::test {
+
+int noted_wait() {
+    return latest_wait;
+}
 
 HookCalls take_hook_calls() {
     return std::exchange(hook_calls, {});

@@ -168,6 +168,15 @@ mode_t mode_of(const char* file) {
     return what.st_mode & 07777U;
 }
 
+TEST_F(Trace, AHostWithoutStandardInputHasALogToo) {
+    const int input = dup(STDIN_FILENO);
+    close(STDIN_FILENO); // the log gets its number
+    WriteKsLog("a");
+    dup2(input, STDIN_FILENO);
+    close(input);
+    EXPECT_EQ(log.text(), "a\r\n");
+}
+
 TEST_F(Trace, ANewLogIsItsOwnersAlone) {
     const mode_t before = umask(0);
     WriteKsLog("a");

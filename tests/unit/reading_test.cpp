@@ -485,6 +485,9 @@ TEST_F(Records, GiveTheTemplateWhereverItStands) {
     read("08010101");
     EXPECT_EQ(data_text(), "57016370035A0162");
     EXPECT_EQ(sda_text(), "5A0162");
+    card.expect("00B2011400", "570163 70035A0162 9000");
+    read("10010101");
+    EXPECT_EQ(sda_text(), "70035A0162");
 }
 
 TEST_F(Records, GiveZerosForWhatATemplateOnlyClaims) {

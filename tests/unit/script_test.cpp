@@ -4,6 +4,7 @@
 #include "card_test.h"
 #include "exact_buffer.h"
 #include "hex.h"
+#include "noted_operations.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -59,6 +60,12 @@ TEST_F(IssuerScript, LeavesOutTheOnlyLengthByteOfACommandThatAsksForData) {
     card.expect("00840000", "9000");
     EXPECT_EQ(run("8605 0084000008"), 0);
     EXPECT_EQ(count, 1);
+}
+
+TEST_F(IssuerScript, GivesEachCommandTheTimeOfACryptogram) {
+    card.expect("00B2010C00", "9000");
+    EXPECT_EQ(run("8605 00B2010C00"), 0);
+    EXPECT_EQ(qaven::test::noted_wait(), 10);
 }
 
 TEST_F(IssuerScript, SendsItsCommandsInTheirOrder) {

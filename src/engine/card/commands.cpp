@@ -15,8 +15,7 @@ namespace {
 constexpr std::size_t kHeader = 5;
 constexpr std::size_t kMaxData = 255;
 
-// Header, 255 data bytes, and room for the Le that some commands carry behind them.
-using Staging = std::array<unsigned char, kHeader + kMaxData + 1>;
+using Staging = std::array<unsigned char, kHeader + kMaxData>;
 
 // How much response data a command takes; longer is no answer to that command.
 constexpr std::size_t kShortResponse = 256;
@@ -55,7 +54,7 @@ Command command(const Header& header, std::span<const unsigned char> data = {}) 
     built.bytes[3] = header.p2;
     built.bytes[4] = header.p3;
     const auto taken = data.first(std::min(data.size(), kMaxData));
-    std::ranges::copy(taken, built.bytes.begin() + kHeader);
+    std::ranges::copy(taken, std::span(built.bytes).subspan(kHeader, taken.size()).begin());
     built.length = kHeader + taken.size();
     return built;
 }
