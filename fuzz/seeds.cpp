@@ -3,14 +3,14 @@
 // card, and what the card says is kept.
 //
 // usage: qaven-fuzz-seeds PROFILES FOLDER      (writes FOLDER/TARGET/NAME)
-#include "card/card_factory.h"
 #include "host/lorim_pboc.h"
-#include "issuer/issuer.h"
 #include "qaven/qaven.h"
 #include "support/input.h"
 #include "support/wire.h"
+#include "virtual/card/card_factory.h"
 #include "virtual/idcard/identity_card.h"
 #include "virtual/idcard/samv.h"
+#include "virtual/issuer/issuer.h"
 
 #include <algorithm>
 #include <array>

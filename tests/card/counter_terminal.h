@@ -9,9 +9,9 @@
 #include <string>
 #include <string_view>
 
-#include "card/card.h"
-#include "card/tlv.h"
-#include "issuer/issuer.h"
+#include "virtual/card/card.h"
+#include "virtual/card/tlv.h"
+#include "virtual/issuer/issuer.h"
 
 namespace qaven::card_test {
 

@@ -53,7 +53,7 @@ TEST_F(Cryptograms, FirstOneIsAnArqcThatTheIssuerVerifies) {
                          "01"
                          "03A00000"
                          "01");
-    EXPECT_TRUE(verdict_on(arqc, CryptogramKind::request).verified);
+    EXPECT_TRUE(verdict_on(arqc, CryptogramKind::kRequest).verified);
 }
 
 // The PAN, its sequence number, the counter and every object are fixed here, so the cryptogram is.
@@ -167,8 +167,8 @@ TEST_F(Cryptograms, IssuerAuthenticationOpensTheWayToATcThatTheIssuerVerifies) {
     EXPECT_EQ(iad(tc), "070101"
                        "03600000"
                        "01");
-    EXPECT_TRUE(verdict_on(tc, CryptogramKind::transaction_certificate).verified);
-    EXPECT_FALSE(verdict_on(tc, CryptogramKind::request).verified);
+    EXPECT_TRUE(verdict_on(tc, CryptogramKind::kTransactionCertificate).verified);
+    EXPECT_FALSE(verdict_on(tc, CryptogramKind::kRequest).verified);
     EXPECT_EQ(terminal.second_cryptogram(), refused("6985")) << "the transaction is over";
 }
 
@@ -181,7 +181,7 @@ TEST_F(Cryptograms, TcCoversWhatTheSecondRequestSaid) {
     terminal.data[0x9C] = "33";
     terminal.data[0x9F37] = "55667788";
     EXPECT_TRUE(
-        verdict_on(terminal.second_cryptogram(), CryptogramKind::transaction_certificate).verified);
+        verdict_on(terminal.second_cryptogram(), CryptogramKind::kTransactionCertificate).verified);
 }
 
 TEST_F(Cryptograms, WrongIssuerAuthenticationIsRefusedAndHasNoSecondTry) {
@@ -332,7 +332,7 @@ TEST_F(Cryptograms, NewCardSaysSo) {
                          "03A01000"
                          "01");
     EXPECT_TRUE(issuer_of("credit")
-                    .verify(Field55::parse(at_credit.field55(arqc)), CryptogramKind::request)
+                    .verify(Field55::parse(at_credit.field55(arqc)), CryptogramKind::kRequest)
                     .verified);
 }
 

@@ -3,9 +3,9 @@
 
 #include <algorithm>
 
-#include "card/cryptogram_input.h"
-#include "card/cryptography.h"
 #include "counter_terminal.h"
+#include "virtual/card/cryptogram_input.h"
+#include "virtual/card/cryptography.h"
 
 namespace qaven::card_test {
 namespace {
@@ -32,26 +32,26 @@ const card::Key example_card_key = key("014D996FCC8F49157DC8B49E3BCDFD99");
 const card::Key example_session_key = key("D4102725E6E5AD329E55AAB50BF23DA9");
 
 TEST(PublishedExample, CardKeyComesFromIssuerKeyPanAndSequenceNumber) {
-    EXPECT_EQ(card::to_hex(card::derive_card_key(Algorithm::triple_des, example_issuer_key,
+    EXPECT_EQ(card::to_hex(card::derive_card_key(Algorithm::kTripleDes, example_issuer_key,
                                                  "6228000100001", 0x01)),
               "014D996FCC8F49157DC8B49E3BCDFD99");
 }
 
 TEST(PublishedExample, SessionKeyComesFromCardKeyAndCounter) {
     EXPECT_EQ(
-        card::to_hex(card::derive_session_key(Algorithm::triple_des, example_card_key, 0x0240)),
+        card::to_hex(card::derive_session_key(Algorithm::kTripleDes, example_card_key, 0x0240)),
         "D4102725E6E5AD329E55AAB50BF23DA9");
 }
 
 TEST(PublishedExample, RequestCryptogramCoversTerminalDataAipAtcAndCvr) {
     const Bytes data = hex("000000000001 000000000000 0156 0080046000 0156 140701 00 1E78EEBC"
                            "7D00 0240 03A04002");
-    EXPECT_EQ(card::to_hex(card::compute_mac(Algorithm::triple_des, example_session_key, data)),
+    EXPECT_EQ(card::to_hex(card::compute_mac(Algorithm::kTripleDes, example_session_key, data)),
               "5D016C91005E7CC2");
 }
 
 TEST(PublishedExample, ResponseCryptogramForResponseCode01) {
-    EXPECT_EQ(card::to_hex(card::compute_arpc(Algorithm::triple_des, example_session_key,
+    EXPECT_EQ(card::to_hex(card::compute_arpc(Algorithm::kTripleDes, example_session_key,
                                               cryptogram("5D016C91005E7CC2"), {'0', '1'})),
               "21415243527CE78F");
 }
@@ -65,7 +65,7 @@ TEST(PublishedExample, IssuerVerifiesItFromTheObjectsOfTheRequest) {
         "9F26085D016C91005E7CC2 9F270180 9F1008 070101 03A04002 01 9F37041E78EEBC 9F36020240"
         "95050080046000 9A03140701 9C0100 9F0206000000000001 5F2A020156 5A076228000100001F"
         "5F340101 82027D00 9F1A020156 9F0306000000000000 9F330320A100");
-    const auto verdict = issuer.verify(field, virtual_issuer::CryptogramKind::request);
+    const auto verdict = issuer.verify(field, virtual_issuer::CryptogramKind::kRequest);
     EXPECT_TRUE(verdict.verified) << verdict.reason;
     virtual_issuer::Answer answer;
     answer.arc = {'0', '1'};
@@ -73,15 +73,15 @@ TEST(PublishedExample, IssuerVerifiesItFromTheObjectsOfTheRequest) {
 }
 
 TEST(CardKey, UsesTheRightmostSixteenDigitsOfALongPan) {
-    const card::Key whole = card::derive_card_key(Algorithm::triple_des, example_issuer_key,
+    const card::Key whole = card::derive_card_key(Algorithm::kTripleDes, example_issuer_key,
                                                   "6228000100001234569", 0x01);
     const card::Key cut =
-        card::derive_card_key(Algorithm::triple_des, example_issuer_key, "00100001234569", 0x01);
+        card::derive_card_key(Algorithm::kTripleDes, example_issuer_key, "00100001234569", 0x01);
     EXPECT_EQ(whole, cut);
 }
 
 TEST(CardKey, RefusesAPanThatIsNotDigits) {
-    EXPECT_THROW(card::derive_card_key(Algorithm::triple_des, example_issuer_key, "62XY", 0x01),
+    EXPECT_THROW(card::derive_card_key(Algorithm::kTripleDes, example_issuer_key, "62XY", 0x01),
                  std::runtime_error);
 }
 
@@ -89,40 +89,41 @@ TEST(CardKey, RefusesAPanThatIsNotDigits) {
 TEST(Mac, OfAFullBlockDiffersFromTheMacOfThatBlockWithPaddingWrittenOut) {
     const Bytes full = hex("0102030405060708");
     const Bytes written_out = hex("0102030405060708 80");
-    EXPECT_NE(card::compute_mac(Algorithm::triple_des, example_session_key, full),
-              card::compute_mac(Algorithm::triple_des, example_session_key, written_out));
+    EXPECT_NE(card::compute_mac(Algorithm::kTripleDes, example_session_key, full),
+              card::compute_mac(Algorithm::kTripleDes, example_session_key, written_out));
 }
 
 // The example of the SM4 standard enciphers 0123456789ABCDEFFEDCBA9876543210 under itself. Its
 // right half is the complement of its left half, so it is also a card key derivation.
 TEST(Sm4, CardKeyDerivationGivesTheExampleOfTheStandard) {
-    EXPECT_EQ(card::to_hex(card::derive_card_key(
-                  Algorithm::sm4, key("0123456789ABCDEFFEDCBA9876543210"), "0123456789ABCD", 0xEF)),
-              "681EDF34D206965E86B3E94F536E4246");
+    EXPECT_EQ(
+        card::to_hex(card::derive_card_key(Algorithm::kSm4, key("0123456789ABCDEFFEDCBA9876543210"),
+                                           "0123456789ABCD", 0xEF)),
+        "681EDF34D206965E86B3E94F536E4246");
 }
 
 TEST(Sm4, ResponseCryptogramDependsOnRequestCryptogramXorResponseCode) {
     const card::Key session = key("0123456789ABCDEFFEDCBA9876543210");
     const auto one =
-        card::compute_arpc(Algorithm::sm4, session, cryptogram("0123456789ABCDEF"), {0, 0});
+        card::compute_arpc(Algorithm::kSm4, session, cryptogram("0123456789ABCDEF"), {0, 0});
     const auto same_sum =
-        card::compute_arpc(Algorithm::sm4, session, cryptogram("0223456789ABCDEF"), {0x03, 0x00});
+        card::compute_arpc(Algorithm::kSm4, session, cryptogram("0223456789ABCDEF"), {0x03, 0x00});
     const auto other_sum =
-        card::compute_arpc(Algorithm::sm4, session, cryptogram("0223456789ABCDEF"), {0x00, 0x00});
+        card::compute_arpc(Algorithm::kSm4, session, cryptogram("0223456789ABCDEF"), {0x00, 0x00});
     EXPECT_EQ(one, same_sum);
     EXPECT_NE(one, other_sum);
 }
 
 TEST(Sm4, KeysDifferFromTheOnesOf3Des) {
     EXPECT_NE(
-        card::derive_card_key(Algorithm::sm4, example_issuer_key, "6228000100001", 0x01),
-        card::derive_card_key(Algorithm::triple_des, example_issuer_key, "6228000100001", 0x01));
+        card::derive_card_key(Algorithm::kSm4, example_issuer_key, "6228000100001", 0x01),
+        card::derive_card_key(Algorithm::kTripleDes, example_issuer_key, "6228000100001", 0x01));
 }
 
 TEST(ScriptMac, IsFourBytesAndCoversHeaderCounterCryptogramAndData) {
     const auto mac = [](std::string_view header, std::uint16_t counter, std::string_view first,
                         std::string_view data) {
-        return card::compute_script_mac(Algorithm::triple_des, example_session_key, hex(header),
+        return card::compute_script_mac(Algorithm::kTripleDes, example_session_key, hex(header),
                                         counter, cryptogram(first), hex(data));
     };
     const Bytes genuine = mac("04DA9F790A", 0x0240, "5D016C91005E7CC2", "000000010000");
@@ -147,7 +148,7 @@ TEST(PinBlock, IsRefusedWhenItDoesNotAddUp) {
 }
 
 TEST(PinBlock, ComesBackFromItsEncipheredFormWithBothAlgorithms) {
-    for (const Algorithm algorithm : {Algorithm::triple_des, Algorithm::sm4}) {
+    for (const Algorithm algorithm : {Algorithm::kTripleDes, Algorithm::kSm4}) {
         const auto block = cryptogram("26123456FFFFFFFF");
         Bytes enciphered = card::encipher_pin_block(algorithm, example_session_key, block);
         EXPECT_EQ(enciphered.size(), 16U);

@@ -9,8 +9,8 @@
 
 #include <sys/wait.h>
 
-#include "card/json.h"
 #include "counter_terminal.h"
+#include "virtual/card/json.h"
 
 namespace qaven::card_test {
 namespace {

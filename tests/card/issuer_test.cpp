@@ -20,7 +20,7 @@ class IssuerOfDebit : public testing::Test {
         terminal.begin(debit_aid);
         request = terminal.field55(terminal.first_cryptogram());
     }
-    Verdict judge(const std::string& text, CryptogramKind kind = CryptogramKind::request) const {
+    Verdict judge(const std::string& text, CryptogramKind kind = CryptogramKind::kRequest) const {
         return issuer.verify(Field55::parse(text), kind);
     }
     std::string without(std::uint32_t tag) const {
@@ -76,8 +76,8 @@ TEST_F(IssuerOfDebit, RefusesAnotherKindOfCryptogramThanTheCvrNames) {
     std::string as_tc = request;
     as_tc.replace(as_tc.find("9F270180"), 8, "9F270140");
     EXPECT_FALSE(judge(as_tc).verified);
-    EXPECT_FALSE(judge(as_tc, CryptogramKind::transaction_certificate).verified);
-    EXPECT_FALSE(judge(request, CryptogramKind::transaction_certificate).verified);
+    EXPECT_FALSE(judge(as_tc, CryptogramKind::kTransactionCertificate).verified);
+    EXPECT_FALSE(judge(request, CryptogramKind::kTransactionCertificate).verified);
 }
 
 TEST_F(IssuerOfDebit, DoesNotNoticeObjectsThatNoCryptogramCovers) {
@@ -101,7 +101,7 @@ TEST_F(IssuerOfDebit, RefusesWithTheKeysOfAnotherIssuer) {
     auto keys = profile("debit").issuer_keys;
     keys.triple_des.cryptogram.front() ^= 0x10;
     EXPECT_FALSE(virtual_issuer::Issuer(keys)
-                     .verify(Field55::parse(request), CryptogramKind::request)
+                     .verify(Field55::parse(request), CryptogramKind::kRequest)
                      .verified);
 }
 
@@ -217,7 +217,7 @@ TEST(CardResults, TellAWrongPinFromAVerifiedOne) {
         terminal.begin(debit_aid);
         terminal.send("0020008008" + block);
         const Field55 field = Field55::parse(terminal.field55(terminal.first_cryptogram()));
-        const Verdict verdict = issuer_of("debit").verify(field, CryptogramKind::request);
+        const Verdict verdict = issuer_of("debit").verify(field, CryptogramKind::kRequest);
         return virtual_issuer::describe(verdict.comparison.value().cvr);
     };
     const std::vector<std::string> online = {"first cryptogram: ARQC",

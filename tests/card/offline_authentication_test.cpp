@@ -315,7 +315,7 @@ TEST(OfflineAuthentication, FindsNothingAgainstTheShippedCards) {
             continue;
         }
         Profile shipped = virtual_card::load_profile(entry.path());
-        shipped.transmission = virtual_card::Transmission::direct;
+        shipped.transmission = virtual_card::Transmission::kDirect;
         for (const auto& application : shipped.applications) {
             Card card(shipped);
             OfflineTerminal terminal(card, to_hex(application.aid));
@@ -417,7 +417,7 @@ TEST_F(DynamicData, IsTheIssuersBusinessToo) {
         const auto field =
             virtual_issuer::Field55::parse(counter.field55(counter.first_cryptogram()));
         const auto verdict =
-            issuer_of("debit").verify(field, virtual_issuer::CryptogramKind::request);
+            issuer_of("debit").verify(field, virtual_issuer::CryptogramKind::kRequest);
         EXPECT_TRUE(verdict.verified);
         const auto phrases = virtual_issuer::describe(verdict.comparison.value().cvr);
         return std::ranges::find(phrases, "dynamic data signed by the card") != phrases.end();
@@ -431,7 +431,8 @@ TEST_F(DynamicData, IsTheIssuersBusinessToo) {
 
 TEST_F(DynamicData, ComesInTheWayOfTheCard) {
     Profile constructed = profile("debit");
-    constructed.applications.front().generate_ac_format = virtual_card::ResponseFormat::constructed;
+    constructed.applications.front().generate_ac_format =
+        virtual_card::ResponseFormat::kConstructed;
     Card other(constructed);
     OfflineTerminal at_other(other, debit_aid);
     const Reply reply = at_other.sign("1A2B3C4D");

@@ -7,8 +7,8 @@
 #include <sstream>
 
 #include "../temporary_folder.h"
-#include "card/card_factory.h"
 #include "counter_terminal.h"
+#include "virtual/card/card_factory.h"
 
 namespace qaven::card_test {
 namespace {
@@ -88,16 +88,16 @@ TEST(ShippedProfiles, AllMakeACardThatAnswersToReset) {
 // The reader takes 63 bytes of a command without loss.
 TEST(ShippedProfiles, AskForNoMoreThanOneCommandOf63BytesCarries) {
     constexpr std::size_t longest_command = 63;
-    constexpr std::size_t header_size = 5;
+    constexpr std::size_t kHeaderSize = 5;
     constexpr std::size_t template_size = 2;
     for (const fs::path& file : shipped_profiles()) {
         for (const auto& application : card::load_profile(file).applications) {
             const auto data = card::personal_data(application.records);
             ASSERT_FALSE(data.cdol1.empty()) << file;
             ASSERT_FALSE(data.cdol2.empty()) << file;
-            EXPECT_LE(header_size + card::dol_value_size(data.cdol1), longest_command) << file;
-            EXPECT_LE(header_size + card::dol_value_size(data.cdol2), longest_command) << file;
-            EXPECT_LE(header_size + template_size +
+            EXPECT_LE(kHeaderSize + card::dol_value_size(data.cdol1), longest_command) << file;
+            EXPECT_LE(kHeaderSize + card::dol_value_size(data.cdol2), longest_command) << file;
+            EXPECT_LE(kHeaderSize + template_size +
                           card::dol_value_size(card::parse_dol(application.pdol).value()),
                       longest_command)
                 << file;

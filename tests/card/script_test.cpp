@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "../temporary_folder.h"
-#include "card/card_factory.h"
 #include "counter_terminal.h"
+#include "virtual/card/card_factory.h"
 
 namespace qaven::card_test {
 namespace {

@@ -23,9 +23,9 @@ TEST_F(SmCard, ComputesWithSm4WhenTheTerminalSays01) {
     terminal.begin(debit_aid);
     const Reply arqc = terminal.first_cryptogram();
     EXPECT_EQ(arqc.data.substr(40), "04") << "the algorithm byte of the IAD";
-    const auto verdict = issuer.verify(field(arqc), CryptogramKind::request);
+    const auto verdict = issuer.verify(field(arqc), CryptogramKind::kRequest);
     EXPECT_TRUE(verdict.verified) << verdict.reason;
-    EXPECT_EQ(verdict.comparison->algorithm, virtual_card::Algorithm::sm4);
+    EXPECT_EQ(verdict.comparison->algorithm, virtual_card::Algorithm::kSm4);
 }
 
 TEST_F(SmCard, ComputesWith3DesWhenTheTerminalSays00) {
@@ -33,7 +33,7 @@ TEST_F(SmCard, ComputesWith3DesWhenTheTerminalSays00) {
     terminal.begin(debit_aid);
     const Reply arqc = terminal.first_cryptogram();
     EXPECT_EQ(arqc.data.substr(40), "01");
-    EXPECT_TRUE(issuer.verify(field(arqc), CryptogramKind::request).verified);
+    EXPECT_TRUE(issuer.verify(field(arqc), CryptogramKind::kRequest).verified);
 }
 
 TEST_F(SmCard, ComputesWith3DesWhenItHasNoSm4Keys) {
@@ -54,7 +54,7 @@ TEST_F(SmCard, CarriesTheWholeTransactionWithSm4) {
     const Bytes response = issuer.answer(field(arqc), answer);
     EXPECT_EQ(terminal.authenticate(response), "9000");
     const Reply tc = terminal.second_cryptogram();
-    EXPECT_TRUE(issuer.verify(field(tc), CryptogramKind::transaction_certificate).verified);
+    EXPECT_TRUE(issuer.verify(field(tc), CryptogramKind::kTransactionCertificate).verified);
     EXPECT_EQ(terminal.run_script(response), "9000 9000");
     EXPECT_EQ(terminal.send("80CA9F7900"), accepted("9F7906000000050000"));
     EXPECT_EQ(terminal.send("0020008008 244321FFFFFFFFFF"), accepted());

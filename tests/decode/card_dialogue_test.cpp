@@ -7,7 +7,7 @@
 
 #include "../temporary_folder.h"
 
-#include "card/card_factory.h"
+#include "virtual/card/card_factory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

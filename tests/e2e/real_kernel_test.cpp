@@ -39,8 +39,8 @@ std::string hex4(unsigned value) {
 // The reader's folder in sysfs; empty when the kernel knows of none.
 fs::path reader_in_sysfs() {
     for (const auto& device : fs::directory_iterator("/sys/bus/usb/devices")) {
-        if (line_of(device.path() / "idVendor") == hex4(reader::vendor_id) &&
-            line_of(device.path() / "idProduct") == hex4(reader::product_id)) {
+        if (line_of(device.path() / "idVendor") == hex4(reader::kVendorId) &&
+            line_of(device.path() / "idProduct") == hex4(reader::kProductId)) {
             return device.path();
         }
     }
@@ -90,7 +90,7 @@ TEST_F(UserWithoutPermission, SeesTheReaderAndMayNotOpenIt) {
     for (libusb_device* const device : std::span(list, static_cast<std::size_t>(count))) {
         libusb_device_descriptor descriptor{};
         libusb_get_device_descriptor(device, &descriptor);
-        if (descriptor.idVendor == reader::vendor_id) {
+        if (descriptor.idVendor == reader::kVendorId) {
             libusb_device_handle* handle = nullptr;
             opened = libusb_open(device, &handle);
         }

@@ -34,12 +34,12 @@ class VirtualIdCardReader : public testing::Test {
 
     void send(Bytes report) {
         report.resize(64, 0);
-        ASSERT_EQ(device_->control(set_report, report, now_).handshake, Handshake::ack);
+        ASSERT_EQ(device_->control(set_report, report, now_).handshake, Handshake::kAck);
     }
 
     Bytes poll() {
         const Reply reply = device_->control(get_report, {}, now_);
-        EXPECT_EQ(reply.handshake, Handshake::ack);
+        EXPECT_EQ(reply.handshake, Handshake::kAck);
         EXPECT_EQ(reply.data.size(), 64U);
         return reply.data;
     }
@@ -105,7 +105,7 @@ TEST_F(VirtualIdCardReader, DescribesItsReportsInTheLengthItAnnounces) {
     const Reply hid = device_->control({0x81, 6, 0x2100, 0, 9}, {}, now_);
     EXPECT_EQ(hid.data, Bytes(configuration.begin() + 18, configuration.begin() + 27));
     const Reply report = device_->control({0x81, 6, 0x2200, 0, 255}, {}, now_);
-    EXPECT_EQ(report.handshake, Handshake::ack);
+    EXPECT_EQ(report.handshake, Handshake::kAck);
     EXPECT_EQ(report.data.size(), configuration[25]);
 }
 
@@ -118,7 +118,7 @@ TEST_F(VirtualIdCardReader, GivesReportsOfZerosWhileItWorksOnACommand) {
     put("resident");
     send(find);
     EXPECT_EQ(poll(), zeros);
-    now_ += thinking_time - 1ms;
+    now_ += kThinkingTime - 1ms;
     EXPECT_EQ(poll(), zeros);
     now_ += 1ms;
     EXPECT_NE(poll(), zeros);
@@ -243,22 +243,22 @@ TEST_F(VirtualIdCardReader, StallsRequestsItDoesNotKnow) {
     const auto answer = [&](const ControlSetup& setup) {
         return device_->control(setup, report, now_).handshake;
     };
-    EXPECT_EQ(answer({0x21, 0x0A, 0, 0, 0}), Handshake::ack);      // SET_IDLE: every host sends it
-    EXPECT_EQ(answer({0xA1, 1, 0x0300, 0, 64}), Handshake::stall); // a feature report
-    EXPECT_EQ(answer({0x21, 9, 0x0201, 0, 64}), Handshake::stall); // another report identifier
-    EXPECT_EQ(answer({0xA1, 1, 0x0100, 1, 64}), Handshake::stall); // another interface
-    EXPECT_EQ(answer({0xC0, 1, 0x0100, 0, 64}), Handshake::stall); // a vendor request
-    EXPECT_EQ(answer({0x81, 6, 0x2300, 0, 64}), Handshake::stall); // a physical descriptor
-    EXPECT_EQ(device_->control(set_report, Bytes(65, 0), now_).handshake, Handshake::stall);
+    EXPECT_EQ(answer({0x21, 0x0A, 0, 0, 0}), Handshake::kAck);      // SET_IDLE: every host sends it
+    EXPECT_EQ(answer({0xA1, 1, 0x0300, 0, 64}), Handshake::kStall); // a feature report
+    EXPECT_EQ(answer({0x21, 9, 0x0201, 0, 64}), Handshake::kStall); // another report identifier
+    EXPECT_EQ(answer({0xA1, 1, 0x0100, 1, 64}), Handshake::kStall); // another interface
+    EXPECT_EQ(answer({0xC0, 1, 0x0100, 0, 64}), Handshake::kStall); // a vendor request
+    EXPECT_EQ(answer({0x81, 6, 0x2300, 0, 64}), Handshake::kStall); // a physical descriptor
+    EXPECT_EQ(device_->control(set_report, Bytes(65, 0), now_).handshake, Handshake::kStall);
 }
 
 TEST_F(VirtualIdCardReader, HasAnInterruptEndpointThatStaysQuiet) {
     put("resident");
     exchange(find);
-    EXPECT_EQ(device_->in(0x81, now_).handshake, Handshake::nak);
+    EXPECT_EQ(device_->in(0x81, now_).handshake, Handshake::kNak);
     device_->clear_halt(0x81);
-    EXPECT_EQ(device_->in(0x81, now_).handshake, Handshake::nak);
-    EXPECT_EQ(device_->out(0x01, {}, now_), Handshake::stall);
+    EXPECT_EQ(device_->in(0x81, now_).handshake, Handshake::kNak);
+    EXPECT_EQ(device_->out(0x01, {}, now_), Handshake::kStall);
 }
 
 TEST(VirtualIdCardReaderKinds, AreFourAndNoOthers) {

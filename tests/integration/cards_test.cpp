@@ -222,9 +222,9 @@ class CardWithSmAlgorithms : public OneOfTheseCards {
 
 TEST_F(CardWithSmAlgorithms, ComputesWithThemUnlessTheHostSaysNo) {
     using qaven::virtual_card::Algorithm;
-    EXPECT_EQ(algorithm_for(kTransaction), Algorithm::sm4);
-    EXPECT_EQ(algorithm_for("P012000000001213Z00201"), Algorithm::sm4);
-    EXPECT_EQ(algorithm_for("P012000000001213Z00200"), Algorithm::triple_des);
+    EXPECT_EQ(algorithm_for(kTransaction), Algorithm::kSm4);
+    EXPECT_EQ(algorithm_for("P012000000001213Z00201"), Algorithm::kSm4);
+    EXPECT_EQ(algorithm_for("P012000000001213Z00200"), Algorithm::kTripleDes);
 }
 
 TEST_F(CardWithSmAlgorithms, CompletesATransaction) {

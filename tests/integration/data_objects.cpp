@@ -1,7 +1,7 @@
 // ASN1_get_object over card data.
 #include "data_objects.h"
 
-#include "card/bytes.h"
+#include "virtual/card/bytes.h"
 
 #include <gtest/gtest.h>
 #include <openssl/asn1.h>

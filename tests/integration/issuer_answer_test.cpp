@@ -1,7 +1,7 @@
 // What the issuer answers, and what the card makes of it.
 #include "at_the_counter.h"
 
-#include "card/cryptogram_input.h"
+#include "virtual/card/cryptogram_input.h"
 
 using namespace qaven::test;
 
@@ -71,8 +71,7 @@ TEST_F(IssuerAnswer, ThatTheCardDidNotBelieveIsToldOfInTheNextArqc) {
     const auto verdict = issuer_.arqc(read_and_generate().arqc.field55);
     EXPECT_TRUE(verdict.verified);
     namespace cvr = qaven::virtual_card::cvr;
-    EXPECT_NE(verdict.comparison.value().cvr[cvr::history_byte] & cvr::last_online_not_completed,
-              0);
+    EXPECT_NE(verdict.comparison.value().cvr[cvr::kHistoryByte] & cvr::kLastOnlineNotCompleted, 0);
 }
 
 class IssuerScript : public IssuerAnswer {

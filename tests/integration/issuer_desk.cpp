@@ -14,11 +14,11 @@ IssuerDesk::IssuerDesk(std::string_view profile)
     : issuer_(virtual_issuer::Issuer::from_profile(profile_file(profile))) {}
 
 virtual_issuer::Verdict IssuerDesk::arqc(const std::string& field55) const {
-    return issuer_.verify(Field55::parse(field55), CryptogramKind::request);
+    return issuer_.verify(Field55::parse(field55), CryptogramKind::kRequest);
 }
 
 virtual_issuer::Verdict IssuerDesk::tc(const std::string& tc) const {
-    return issuer_.verify(Field55::parse(tc), CryptogramKind::transaction_certificate);
+    return issuer_.verify(Field55::parse(tc), CryptogramKind::kTransactionCertificate);
 }
 
 std::string IssuerDesk::answer(const std::string& field55, const Reply& reply) const {

@@ -2,7 +2,7 @@
 // judges from the texts that the library gave the host.
 #pragma once
 
-#include "issuer/issuer.h"
+#include "virtual/issuer/issuer.h"
 
 #include <string>
 #include <string_view>

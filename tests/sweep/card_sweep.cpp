@@ -13,7 +13,7 @@
 #include "desk.h"
 #include "table.h"
 
-#include "card/bytes.h"
+#include "virtual/card/bytes.h"
 
 #include <algorithm>
 #include <array>
@@ -39,7 +39,7 @@ using virtual_card::ByteView;
 using virtual_card::Icc;
 
 // Each of three AIDs can be asked for 256 follow-ups in each of its commands, two transfers each.
-constexpr std::size_t most_transfers = 60000;
+constexpr std::size_t kMostTransfers = 60000;
 
 // A card is never late here; what a reply announces and does not deliver is waited for.
 constexpr std::chrono::seconds longest_call{60};
@@ -312,7 +312,7 @@ class Sweep {
     Sweep(SetUp set_up, bool thorough, bool in_detail, Table& table)
         : set_up_(std::move(set_up)), thorough_(thorough), in_detail_(in_detail),
           issuer_(set_up_.profile), table_(table),
-          demands_(set_up_.name, {longest_call, most_transfers}) {
+          demands_(set_up_.name, {longest_call, kMostTransfers}) {
         Desk desk(set_up_, issuer_, [this](Icc& card) {
             return std::make_unique<EditedCard>(card, std::nullopt, &exchanges_);
         });

@@ -1,7 +1,7 @@
 // The counter, and its words for outcomes.
 #include "desk.h"
 
-#include "card/card_factory.h"
+#include "virtual/card/card_factory.h"
 
 #include <algorithm>
 #include <array>

@@ -4,7 +4,7 @@
 
 #include "transaction.h"
 
-#include "card/icc.h"
+#include "virtual/card/icc.h"
 #include "virtual/reader/reader.h"
 
 #include <chrono>

@@ -24,8 +24,8 @@ constexpr std::uint8_t time_extension = 0x80;
 constexpr std::uint8_t waiting_times = 1;
 
 std::uint8_t in_endpoint_for(std::uint8_t out_endpoint) {
-    return out_endpoint == virtual_reader::slot_1.bulk_out ? virtual_reader::slot_1.bulk_in
-                                                           : virtual_reader::slot_2.bulk_in;
+    return out_endpoint == virtual_reader::kSlot1.bulk_out ? virtual_reader::kSlot1.bulk_in
+                                                           : virtual_reader::kSlot2.bulk_in;
 }
 
 } // namespace
@@ -77,14 +77,14 @@ Handshake DisturbedReader::out(std::uint8_t endpoint, std::span<const std::uint8
     const std::uint8_t in_endpoint = in_endpoint_for(endpoint);
     Queue& queue = queues_[in_endpoint];
     if (habits_.holds_off && !queue.empty() && queue.back().ready > now) {
-        return Handshake::nak;
+        return Handshake::kNak;
     }
     const Handshake handshake = reader_.out(endpoint, packet, now);
     Bytes message;
-    for (Reply reply = reader_.in(in_endpoint, now); reply.handshake == Handshake::ack;
+    for (Reply reply = reader_.in(in_endpoint, now); reply.handshake == Handshake::kAck;
          reply = reader_.in(in_endpoint, now)) {
         message.insert(message.end(), reply.data.begin(), reply.data.end());
-        if (reply.data.size() < virtual_reader::bulk_packet_size) {
+        if (reply.data.size() < virtual_reader::kBulkPacketSize) {
             take_answer(std::move(message), queue, now);
             message.clear();
         }
@@ -120,7 +120,7 @@ void DisturbedReader::take_answer(Bytes message, Queue& queue, TimePoint now) {
             break;
         case Disturbance::Kind::extension:
             if (message[type_byte] == data_block) {
-                Bytes request(message.begin(), message.begin() + virtual_reader::ccid_header_size);
+                Bytes request(message.begin(), message.begin() + virtual_reader::kCcidHeaderSize);
                 std::fill(request.begin() + 1, request.begin() + 5, std::uint8_t{0});
                 request[status_byte] = time_extension;
                 request[error_byte] = waiting_times;

@@ -61,7 +61,7 @@ constexpr const char* silent = "silent";
 
 // Calls that go wrong make few transfers beyond those of a good transaction: power off, the other
 // slot, what a reader that announces too much still sends.
-constexpr std::size_t most_transfers = 200;
+constexpr std::size_t kMostTransfers = 200;
 
 // One fault by its name; "silent" is a reader that answers nothing more until it is put back.
 std::vector<Fault> faults_named(const std::string& name) {
@@ -91,7 +91,7 @@ class Sweep {
     // Of one set-up; complaints are demands that a case did not meet.
     Sweep(const Swept& swept, Table& table)
         : set_up_(swept.set_up), in_detail_(swept.in_detail), issuer_(set_up_.profile),
-          table_(table), demands_(set_up_.name, {longest_call, most_transfers}) {
+          table_(table), demands_(set_up_.name, {longest_call, kMostTransfers}) {
         Desk desk(set_up_, issuer_);
         desk.bus().plug();
         good_ = desk.transaction();

@@ -26,11 +26,11 @@
 #include "port_libusb.h"
 
 #include "../temporary_folder.h"
-#include "card/card.h"
 #include "engine/operation/transaction_log.h"
 #include "fuzz/support/guarded.h"
-#include "issuer/issuer.h"
 #include "qaven/qaven.h"
+#include "virtual/card/card.h"
+#include "virtual/issuer/issuer.h"
 
 #include <cjson/cJSON.h>
 
@@ -395,15 +395,15 @@ bool may_answer(std::span<const std::uint8_t> reply, std::span<const std::uint8_
     constexpr std::uint8_t data_block = 0x80;
     constexpr std::uint8_t slot_status = 0x81;
     constexpr std::uint8_t answer_to_reset = 0x3B;
-    if (reply.size() < virtual_reader::ccid_header_size) {
+    if (reply.size() < virtual_reader::kCcidHeaderSize) {
         return false;
     }
     const bool of_card =
-        message[type] == to_reader::icc_power_on || message[type] == to_reader::xfr_block;
-    const auto data = reply.subspan(virtual_reader::ccid_header_size);
+        message[type] == to_reader::kIccPowerOn || message[type] == to_reader::kXfrBlock;
+    const auto data = reply.subspan(virtual_reader::kCcidHeaderSize);
     return reply[type] == (of_card ? data_block : slot_status) &&
            (reply[number] == message[number] || !numbered) &&
-           !(message[type] == to_reader::xfr_block && !data.empty() &&
+           !(message[type] == to_reader::kXfrBlock && !data.empty() &&
              data.front() == answer_to_reset);
 }
 
@@ -434,7 +434,7 @@ bool all_in_order(std::span<const Bus::Transfer> transfers, bool numbered) {
             }
             message = {};
         }
-        inside_answer = packet.size() == virtual_reader::bulk_packet_size;
+        inside_answer = packet.size() == virtual_reader::kBulkPacketSize;
     }
     return true;
 }
@@ -780,7 +780,7 @@ std::string Session::why_no_arqc(const Turn& turn, const std::string& field55,
         if ((counter[0] << 8U | counter[1]) != application.atc) {
             return "another transaction's counter";
         }
-        const auto verdict = turn.customer->issuer.verify(objects, CryptogramKind::request);
+        const auto verdict = turn.customer->issuer.verify(objects, CryptogramKind::kRequest);
         return verdict.verified ? "" : verdict.reason;
     } catch (const std::runtime_error& error) {
         return error.what();
@@ -935,7 +935,7 @@ void Session::hand_over(bool careless) {
         try {
             const Field55 objects = Field55::parse(tc);
             const auto verdict =
-                turn.customer->issuer.verify(objects, CryptogramKind::transaction_certificate);
+                turn.customer->issuer.verify(objects, CryptogramKind::kTransactionCertificate);
             if (!in_reader_during_call_.contains(waiting.turn)) {
                 why = "its card was not in the reader";
             } else if (in_hex(objects.require(0x9F36, 2)) != waiting.counter) {

@@ -636,7 +636,7 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, std::uint8
     const auto high = [](std::uint16_t number) { return static_cast<std::uint8_t>(number >> 8U); };
     const auto buffer = transfer_buffer(data, length);
     qaven::virtual_usb::Urb urb;
-    urb.type = qaven::virtual_usb::TransferType::control;
+    urb.type = qaven::virtual_usb::TransferType::kControl;
     urb.endpoint = type & LIBUSB_ENDPOINT_IN;
     urb.setup = {type,       request,     low(value),  high(value),
                  low(index), high(index), low(length), high(length)};

@@ -3,8 +3,8 @@
 // connection. Built with the thread sanitizer, which stops the program at the first unordered
 // access.
 #include "desk.h"
-#include "issuer/issuer.h"
 #include "qaven/qaven.h"
+#include "virtual/issuer/issuer.h"
 
 #include <cjson/cJSON.h>
 #include <sys/wait.h>

@@ -6,9 +6,9 @@
 #include "desk.h"
 #include "disturbed_reader.h"
 
-#include "card/card_factory.h"
 #include "engine/pboccash.h"
 #include "qaven/qaven.h"
+#include "virtual/card/card_factory.h"
 
 #include <algorithm>
 #include <array>

@@ -80,7 +80,7 @@ TEST_F(Capture, ASubmittedWriteCarriesItsData) {
     EXPECT_EQ(number<std::uint64_t>(usb, 0), 1U); // the transfer
     EXPECT_EQ(usb[8], 'S');
     EXPECT_EQ(usb[9], 3); // bulk
-    EXPECT_EQ(usb[10], reader::slot_2.bulk_out);
+    EXPECT_EQ(usb[10], reader::kSlot2.bulk_out);
     EXPECT_EQ(usb[11], 5); // device
     EXPECT_EQ(number<std::uint16_t>(usb, 12), 1);
     EXPECT_EQ(usb[14], '-'); // no set-up bytes

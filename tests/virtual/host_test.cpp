@@ -29,8 +29,8 @@ using std::chrono::milliseconds;
 
 constexpr std::uint16_t vendor = 0x2F7A;
 constexpr std::uint16_t product = 0x4417;
-constexpr int slot_1 = 1;
-constexpr int slot_2 = 2;
+constexpr int kSlot1 = 1;
+constexpr int kSlot2 = 2;
 constexpr unsigned char slot_2_out = 0x04;
 constexpr unsigned char slot_2_in = 0x84;
 
@@ -62,7 +62,7 @@ class Host : public testing::Test {
             handle_ = nullptr;
         }
     }
-    void open_slot(int interface = slot_2) {
+    void open_slot(int interface = kSlot2) {
         ASSERT_TRUE(open());
         ASSERT_EQ(libusb_claim_interface(handle_, interface), 0);
     }
@@ -137,7 +137,7 @@ TEST_F(Default, ItsConfigurationHasTwoCcidInterfacesWithBulkOutFirst) {
 
 TEST_F(Default, TheCardInSlotTwoIsPoweredAndAnswers) {
     open_slot();
-    EXPECT_EQ(libusb_kernel_driver_active(handle_, slot_2), 0);
+    EXPECT_EQ(libusb_kernel_driver_active(handle_, kSlot2), 0);
     EXPECT_EQ(answer_to(power_on()),
               "80 0B 00 00 00 00 00 00 00 00 3B 67 00 00 51 41 56 45 4E 30 31");
     EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00 00 01 00 00 00");
@@ -166,15 +166,15 @@ TEST_F(Default, ASetConfigurationLeavesNoReply) {
     answer_to(power_on());
     ASSERT_EQ(send(slot_status()), 0);
     EXPECT_EQ(libusb_set_configuration(handle_, 1), LIBUSB_ERROR_BUSY);
-    ASSERT_EQ(libusb_release_interface(handle_, slot_2), 0);
+    ASSERT_EQ(libusb_release_interface(handle_, kSlot2), 0);
     EXPECT_EQ(libusb_set_configuration(handle_, 7), LIBUSB_ERROR_NOT_FOUND);
     EXPECT_EQ(libusb_set_configuration(handle_, 1), 0);
-    ASSERT_EQ(libusb_claim_interface(handle_, slot_2), 0);
+    ASSERT_EQ(libusb_claim_interface(handle_, kSlot2), 0);
     EXPECT_EQ(answer_to(hex("65 00 00 00 00 00 02 00 00 00")), "81 00 00 00 00 00 02 01 00 01");
 }
 
 TEST_F(Default, SlotOneIsEmpty) {
-    open_slot(slot_1);
+    open_slot(kSlot1);
     EXPECT_EQ(send(slot_status(), 0x02), 0);
     EXPECT_EQ(receive(2000, 0x82), "81 00 00 00 00 00 01 02 00 01");
 }
@@ -239,7 +239,7 @@ TEST_F(Default, OpenedAgainAndAgainItStillAnswers) {
     for (int round = 0; round < 5; ++round) {
         open_slot();
         EXPECT_EQ(answer_to(power_on()).substr(0, 2), "80") << round;
-        ASSERT_EQ(libusb_release_interface(handle_, slot_2), 0);
+        ASSERT_EQ(libusb_release_interface(handle_, kSlot2), 0);
         close();
         libusb_exit(nullptr);
         ASSERT_EQ(libusb_init(nullptr), 0);
@@ -250,17 +250,17 @@ TEST_F(Default, AnInterfaceGoesToOneHandleAtATime) {
     open_slot();
     libusb_device_handle* const other = libusb_open_device_with_vid_pid(nullptr, vendor, product);
     ASSERT_NE(other, nullptr);
-    EXPECT_EQ(libusb_claim_interface(other, slot_2), LIBUSB_ERROR_BUSY);
-    EXPECT_EQ(libusb_claim_interface(other, slot_1), 0);
+    EXPECT_EQ(libusb_claim_interface(other, kSlot2), LIBUSB_ERROR_BUSY);
+    EXPECT_EQ(libusb_claim_interface(other, kSlot1), 0);
     close(); // without a release
-    EXPECT_EQ(libusb_claim_interface(other, slot_2), 0);
+    EXPECT_EQ(libusb_claim_interface(other, kSlot2), 0);
     libusb_close(other);
 }
 
 TEST_F(Default, AnInterfaceThatIsNotThereCannotBeClaimed) {
     ASSERT_TRUE(open());
     EXPECT_EQ(libusb_claim_interface(handle_, 5), LIBUSB_ERROR_NOT_FOUND);
-    EXPECT_EQ(libusb_release_interface(handle_, slot_2), LIBUSB_ERROR_NOT_FOUND);
+    EXPECT_EQ(libusb_release_interface(handle_, kSlot2), LIBUSB_ERROR_NOT_FOUND);
 }
 
 TEST_F(Default, ControlTransfersReachTheReader) {
@@ -268,7 +268,7 @@ TEST_F(Default, ControlTransfersReachTheReader) {
     std::array<unsigned char, 64> text{};
     ASSERT_GT(libusb_get_string_descriptor_ascii(handle_, 2, text.data(), text.size()), 0);
     EXPECT_STREQ(reinterpret_cast<const char*>(text.data()), "Virtual Card Reader");
-    EXPECT_EQ(libusb_control_transfer(handle_, 0xA1, 0x77, 0, slot_1, text.data(), 4, 1000),
+    EXPECT_EQ(libusb_control_transfer(handle_, 0xA1, 0x77, 0, kSlot1, text.data(), 4, 1000),
               LIBUSB_ERROR_PIPE);
 }
 
@@ -290,8 +290,8 @@ TEST_F(Default, AResetLeavesTheCardWithoutPower) {
 class CardInSlotOne : public Host {};
 
 TEST_F(CardInSlotOne, IsSeenInSlotOneOnly) {
-    open_slot(slot_1);
-    ASSERT_EQ(libusb_claim_interface(handle_, slot_2), 0);
+    open_slot(kSlot1);
+    ASSERT_EQ(libusb_claim_interface(handle_, kSlot2), 0);
     EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00 00 01 02 00 01");
     EXPECT_EQ(send(power_on(), 0x02), 0);
     EXPECT_EQ(receive(2000, 0x82),
@@ -301,8 +301,8 @@ TEST_F(CardInSlotOne, IsSeenInSlotOneOnly) {
 class NoCard : public Host {};
 
 TEST_F(NoCard, BothSlotsAreEmpty) {
-    open_slot(slot_1);
-    ASSERT_EQ(libusb_claim_interface(handle_, slot_2), 0);
+    open_slot(kSlot1);
+    ASSERT_EQ(libusb_claim_interface(handle_, kSlot2), 0);
     EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00 00 01 02 00 01");
     EXPECT_EQ(answer_to(power_on()), "80 00 00 00 00 00 00 42 FE 00");
     EXPECT_EQ(send(slot_status(), 0x02), 0);
@@ -322,32 +322,32 @@ class DriverBound : public Host {};
 
 TEST_F(DriverBound, ADriverHasToBeDetachedFirst) {
     ASSERT_TRUE(open());
-    EXPECT_EQ(libusb_kernel_driver_active(handle_, slot_2), 1);
-    EXPECT_EQ(libusb_claim_interface(handle_, slot_2), LIBUSB_ERROR_BUSY);
-    EXPECT_EQ(libusb_detach_kernel_driver(handle_, slot_2), 0);
-    EXPECT_EQ(libusb_kernel_driver_active(handle_, slot_2), 0);
-    EXPECT_EQ(libusb_claim_interface(handle_, slot_2), 0);
+    EXPECT_EQ(libusb_kernel_driver_active(handle_, kSlot2), 1);
+    EXPECT_EQ(libusb_claim_interface(handle_, kSlot2), LIBUSB_ERROR_BUSY);
+    EXPECT_EQ(libusb_detach_kernel_driver(handle_, kSlot2), 0);
+    EXPECT_EQ(libusb_kernel_driver_active(handle_, kSlot2), 0);
+    EXPECT_EQ(libusb_claim_interface(handle_, kSlot2), 0);
     EXPECT_EQ(answer_to(power_on()).substr(0, 2), "80");
-    EXPECT_EQ(libusb_release_interface(handle_, slot_2), 0);
-    EXPECT_EQ(libusb_attach_kernel_driver(handle_, slot_2), 0);
-    EXPECT_EQ(libusb_kernel_driver_active(handle_, slot_2), 1);
+    EXPECT_EQ(libusb_release_interface(handle_, kSlot2), 0);
+    EXPECT_EQ(libusb_attach_kernel_driver(handle_, kSlot2), 0);
+    EXPECT_EQ(libusb_kernel_driver_active(handle_, kSlot2), 1);
 }
 
 TEST_F(DriverBound, ADriverLeavesOfItselfIfTheHostWantsThat) {
     ASSERT_TRUE(open());
     ASSERT_EQ(libusb_set_auto_detach_kernel_driver(handle_, 1), 0);
-    EXPECT_EQ(libusb_claim_interface(handle_, slot_1), 0);
-    EXPECT_EQ(libusb_release_interface(handle_, slot_1), 0);
-    EXPECT_EQ(libusb_kernel_driver_active(handle_, slot_1), 1);
+    EXPECT_EQ(libusb_claim_interface(handle_, kSlot1), 0);
+    EXPECT_EQ(libusb_release_interface(handle_, kSlot1), 0);
+    EXPECT_EQ(libusb_kernel_driver_active(handle_, kSlot1), 1);
 }
 
 class Held : public Host {};
 
 TEST_F(Held, AnotherProgramKeepsTheInterface) {
     ASSERT_TRUE(open());
-    EXPECT_EQ(libusb_kernel_driver_active(handle_, slot_2), 0);
-    EXPECT_EQ(libusb_claim_interface(handle_, slot_2), LIBUSB_ERROR_BUSY);
-    EXPECT_EQ(libusb_claim_interface(handle_, slot_1), LIBUSB_ERROR_BUSY);
+    EXPECT_EQ(libusb_kernel_driver_active(handle_, kSlot2), 0);
+    EXPECT_EQ(libusb_claim_interface(handle_, kSlot2), LIBUSB_ERROR_BUSY);
+    EXPECT_EQ(libusb_claim_interface(handle_, kSlot1), LIBUSB_ERROR_BUSY);
     EXPECT_EQ(answer_to(slot_status()), "LIBUSB_ERROR_IO");
 }
 
@@ -593,7 +593,7 @@ class FaultUnplug : public FaultyReader {};
 TEST_F(FaultUnplug, TheReaderIsGoneForGood) {
     EXPECT_EQ(receive(), "LIBUSB_ERROR_NO_DEVICE");
     EXPECT_EQ(send(slot_status()), LIBUSB_ERROR_NO_DEVICE);
-    EXPECT_EQ(libusb_release_interface(handle_, slot_2), LIBUSB_ERROR_NO_DEVICE);
+    EXPECT_EQ(libusb_release_interface(handle_, kSlot2), LIBUSB_ERROR_NO_DEVICE);
     close();
     libusb_exit(nullptr);
     ASSERT_EQ(libusb_init(nullptr), 0);

@@ -40,7 +40,7 @@ TEST_F(PortWithReader, AShortPacketIsAnErrorToAHostThatForbidsIt) {
     plug();
     send(slot_status());
     const auto reply = transfer({.id = ++id_,
-                                 .endpoint = reader::slot_2.bulk_in,
+                                 .endpoint = reader::kSlot2.bulk_in,
                                  .length = packet_size,
                                  .short_not_ok = true});
     EXPECT_EQ(reply.status, -EREMOTEIO);
@@ -64,7 +64,7 @@ TEST_F(PortWithReader, AWriteOfWholePacketsEndsWithAnEmptyOneIfTheHostAsksForIt)
     port_->reset();
     power_on();
     transfer({.id = ++id_,
-              .endpoint = reader::slot_2.bulk_out,
+              .endpoint = reader::kSlot2.bulk_out,
               .data = half_of_108,
               .length = half_of_108.size(),
               .zero_packet = true});
@@ -106,7 +106,7 @@ TEST_F(PortWithReader, AnUnplugEndsWhatIsInFlight) {
     port_->unplug();
     EXPECT_EQ(completion_of(id_).status, -ESHUTDOWN);
     EXPECT_EQ(card_.power_offs, 1);
-    EXPECT_EQ(port_->submit({.id = 99, .endpoint = reader::slot_2.bulk_in}, now_), -ENODEV);
+    EXPECT_EQ(port_->submit({.id = 99, .endpoint = reader::kSlot2.bulk_in}, now_), -ENODEV);
 }
 
 TEST_F(PortWithReader, AResetEndsWhatIsInFlightAndLeavesNothing) {
@@ -138,7 +138,7 @@ TEST_F(PortWithReader, TwoInterfacesDoNotHearEachOther) {
     plug();
     send(slot_status());
     EXPECT_EQ(
-        transfer({.id = ++id_, .endpoint = reader::slot_1.bulk_in, .length = packet_size}).status,
+        transfer({.id = ++id_, .endpoint = reader::kSlot1.bulk_in, .length = packet_size}).status,
         -EINPROGRESS);
     EXPECT_EQ(receive().status, 0);
 }
@@ -149,9 +149,9 @@ class ControlTransfers : public ReaderOnPort {
         const Bytes setup = hex(setup_bytes);
         usb::Urb urb;
         urb.id = ++id_;
-        urb.type = usb::TransferType::control;
-        urb.endpoint = setup[0] & usb::direction_in;
-        std::copy_n(setup.begin(), usb::setup_size, urb.setup.begin());
+        urb.type = usb::TransferType::kControl;
+        urb.endpoint = setup[0] & usb::kDirectionIn;
+        std::copy_n(setup.begin(), usb::kSetupSize, urb.setup.begin());
         urb.data = data;
         urb.length = setup[6];
         return transfer(std::move(urb));
@@ -226,7 +226,7 @@ TEST_F(ControlTransfers, AnUnknownClassRequestIsStalled) {
 }
 
 TEST_F(ControlTransfers, AHaltIsToldAndCleared) {
-    plug({}, {{.after = 0, .kind = FaultKind::halt}});
+    plug({}, {{.after = 0, .kind = FaultKind::kHalt}});
     EXPECT_EQ(send(slot_status()).status, -EPIPE);
     EXPECT_EQ(send(slot_status()).status, -EPIPE);
     EXPECT_EQ(show(request("82 00 00 00 04 00 02 00").data), "01 00");
@@ -245,7 +245,7 @@ class Faults : public ReaderOnPort {
 };
 
 TEST_F(Faults, ATimeoutHoldsOneTransferUntilTheHostTakesItBack) {
-    plug_with(FaultKind::timeout);
+    plug_with(FaultKind::kTimeout);
     EXPECT_EQ(send(slot_status()).status, -EINPROGRESS);
     port_->advance(now_ + std::chrono::hours(1));
     EXPECT_FALSE(port_->wake());
@@ -255,33 +255,33 @@ TEST_F(Faults, ATimeoutHoldsOneTransferUntilTheHostTakesItBack) {
 }
 
 TEST_F(Faults, AStallHitsOneTransfer) {
-    plug_with(FaultKind::stall);
+    plug_with(FaultKind::kStall);
     EXPECT_EQ(send(slot_status()).status, -EPIPE);
     EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00 00 01 00 00 00");
 }
 
 TEST_F(Faults, AnUnplugTakesTheDeviceAway) {
-    plug_with(FaultKind::unplug);
+    plug_with(FaultKind::kUnplug);
     EXPECT_EQ(send(slot_status()).status, -ESHUTDOWN);
     EXPECT_FALSE(port_->plugged());
     EXPECT_EQ(card_.power_offs, 1);
 }
 
 TEST_F(Faults, AnOverflowWaitsForATransferTowardsTheHost) {
-    plug_with(FaultKind::overflow);
+    plug_with(FaultKind::kOverflow);
     EXPECT_EQ(send(slot_status()).status, 0);
     EXPECT_EQ(receive().status, -EOVERFLOW);
     EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00 00 01 00 00 00");
 }
 
 TEST_F(Faults, AShortAnswerHasHalfItsBytes) {
-    plug_with(FaultKind::cut_short);
+    plug_with(FaultKind::kCutShort);
     EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00");
     EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00 00 01 00 00 00");
 }
 
 TEST_F(Faults, GarbageHasTheRightLengthAndNoRightByte) {
-    plug_with(FaultKind::garbage);
+    plug_with(FaultKind::kGarbage);
     send(slot_status());
     const Bytes good = hex("81 00 00 00 00 00 01 00 00 00");
     const Bytes bad = receive().data;
@@ -293,7 +293,7 @@ TEST_F(Faults, GarbageHasTheRightLengthAndNoRightByte) {
 
 TEST_F(Faults, ALateTransferMovesWhenItsTimeHasCome) {
     using std::chrono::milliseconds;
-    plug_with(FaultKind::late, milliseconds(300));
+    plug_with(FaultKind::kLate, milliseconds(300));
     EXPECT_EQ(send(slot_status()).status, -EINPROGRESS);
     EXPECT_EQ(port_->wake(), now_ + milliseconds(300));
     port_->advance(now_ + milliseconds(299));
@@ -306,7 +306,7 @@ TEST_F(Faults, ALateTransferMovesWhenItsTimeHasCome) {
 
 TEST_F(Faults, ALateReplyIsNoSoonerThereForAHostThatGaveUp) {
     using std::chrono::milliseconds;
-    plug({}, {{.after = 3, .kind = FaultKind::late, .delay = milliseconds(300)}});
+    plug({}, {{.after = 3, .kind = FaultKind::kLate, .delay = milliseconds(300)}});
     power_on();
     send(slot_status());
     receive();
@@ -321,7 +321,7 @@ TEST_F(Faults, ALateReplyIsNoSoonerThereForAHostThatGaveUp) {
 }
 
 TEST_F(Faults, AShortPacketOfALongReplyLeavesTheRestOfIt) {
-    plug_with(FaultKind::cut_short);
+    plug_with(FaultKind::kCutShort);
     send(hex("6F 05 00 00 00 00 01 00 00 00 00 C0 00 00 80"));
     EXPECT_EQ(receive().data.size(), 32U);
     EXPECT_EQ(answer_to(slot_status()).substr(0, 5), "37 38") << "the 55th byte of the data";
@@ -329,7 +329,7 @@ TEST_F(Faults, AShortPacketOfALongReplyLeavesTheRestOfIt) {
 
 TEST_F(Faults, AnExtensionComesBeforeTheReply) {
     using std::chrono::milliseconds;
-    plug({}, {{.after = 3, .kind = FaultKind::extension, .delay = milliseconds(300)}});
+    plug({}, {{.after = 3, .kind = FaultKind::kExtension, .delay = milliseconds(300)}});
     power_on();
     EXPECT_EQ(answer_to(hex("6F 05 00 00 00 00 07 00 00 00 00 A4 04 00 00")),
               "80 00 00 00 00 00 07 80 01 00");
@@ -344,7 +344,7 @@ TEST_F(Faults, AnExtensionComesBeforeTheReply) {
 }
 
 TEST_F(Faults, AnExtensionWaitsForAMessageToBegin) {
-    plug({}, {{.after = 2, .kind = FaultKind::extension}});
+    plug({}, {{.after = 2, .kind = FaultKind::kExtension}});
     send(hex("62 00 00 00 00 00 00 00 00 00"));
     receive(4); // an overflow: what is left of the packet is lost
     EXPECT_EQ(receive().status, -EINPROGRESS) << "the fault's transfer, and nothing to read";
@@ -353,7 +353,7 @@ TEST_F(Faults, AnExtensionWaitsForAMessageToBegin) {
     EXPECT_EQ(receive().data.size(), 64U);
     EXPECT_EQ(receive().data.size(), 0U);
 
-    plug({}, {{.after = 4, .kind = FaultKind::extension}});
+    plug({}, {{.after = 4, .kind = FaultKind::kExtension}});
     power_on();
     send(hex("6F 05 00 00 00 00 01 00 00 00 00 C0 00 00 34"));
     EXPECT_EQ(receive().data.size(), 64U);
@@ -362,18 +362,18 @@ TEST_F(Faults, AnExtensionWaitsForAMessageToBegin) {
 }
 
 TEST_F(Faults, SeveralHappenOneAfterTheOther) {
-    plug({}, {{.after = 1, .kind = FaultKind::cut_short}, {.after = 2, .kind = FaultKind::stall}});
+    plug({}, {{.after = 1, .kind = FaultKind::kCutShort}, {.after = 2, .kind = FaultKind::kStall}});
     EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00");
     EXPECT_EQ(send(slot_status()).status, -EPIPE);
     EXPECT_EQ(answer_to(slot_status()), "81 00 00 00 00 00 01 01 00 01");
 }
 
 TEST_F(Faults, OnlyBulkTransfersCount) {
-    plug({}, {{.after = 1, .kind = FaultKind::stall}});
+    plug({}, {{.after = 1, .kind = FaultKind::kStall}});
     usb::Urb interrupt;
     interrupt.id = ++id_;
-    interrupt.type = usb::TransferType::interrupt;
-    interrupt.endpoint = reader::slot_2.interrupt_in;
+    interrupt.type = usb::TransferType::kInterrupt;
+    interrupt.endpoint = reader::kSlot2.interrupt_in;
     interrupt.length = 8;
     EXPECT_EQ(transfer(interrupt).status, 0);
     EXPECT_EQ(send(slot_status()).status, 0);
@@ -383,12 +383,12 @@ TEST_F(Faults, OnlyBulkTransfersCount) {
 TEST(FaultText, NamesWhenAndWhat) {
     const auto stall = usb::parse_fault("after=12:stall");
     EXPECT_EQ(stall.after, 12U);
-    EXPECT_EQ(stall.kind, FaultKind::stall);
-    EXPECT_EQ(usb::parse_fault("after=0:short").kind, FaultKind::cut_short);
+    EXPECT_EQ(stall.kind, FaultKind::kStall);
+    EXPECT_EQ(usb::parse_fault("after=0:short").kind, FaultKind::kCutShort);
     EXPECT_EQ(usb::parse_fault("after=0:late").delay, std::chrono::milliseconds(500));
     EXPECT_EQ(usb::parse_fault("after=0:late=20").delay, std::chrono::milliseconds(20));
     const auto extension = usb::parse_fault("after=0:extension=20");
-    EXPECT_EQ(extension.kind, FaultKind::extension);
+    EXPECT_EQ(extension.kind, FaultKind::kExtension);
     EXPECT_EQ(extension.delay, std::chrono::milliseconds(20));
 }
 

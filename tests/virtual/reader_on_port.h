@@ -49,13 +49,13 @@ class ReaderOnPort : public testing::Test {
     // Submits one bulk-OUT transfer on slot 2.
     usb::Completion send(const Bytes& data) {
         return transfer({.id = ++id_,
-                         .endpoint = reader::slot_2.bulk_out,
+                         .endpoint = reader::kSlot2.bulk_out,
                          .data = data,
                          .length = data.size()});
     }
 
     usb::Completion receive(std::size_t room = packet_size) {
-        return transfer({.id = ++id_, .endpoint = reader::slot_2.bulk_in, .length = room});
+        return transfer({.id = ++id_, .endpoint = reader::kSlot2.bulk_in, .length = room});
     }
 
     std::string answer_to(const Bytes& message) {

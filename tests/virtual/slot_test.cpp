@@ -111,11 +111,11 @@ TEST_F(EmptySlot, RefusesAnApdu) {
 
 TEST_F(EmptySlot, LeavesTheOtherSlotsCardAlone) {
     transfer({.id = ++id_,
-              .endpoint = reader::slot_1.bulk_out,
+              .endpoint = reader::kSlot1.bulk_out,
               .data = hex("62 00 00 00 00 00 00 00 00 00"),
               .length = 10});
     const auto reply =
-        transfer({.id = ++id_, .endpoint = reader::slot_1.bulk_in, .length = packet_size});
+        transfer({.id = ++id_, .endpoint = reader::kSlot1.bulk_in, .length = packet_size});
     EXPECT_EQ(reply.data.at(7), 0);
     EXPECT_EQ(card_.power_ons, 1);
 }
@@ -140,8 +140,8 @@ TEST_F(Slot, TheInterruptEndpointTellsOfCardsThatComeAndGo) {
     const auto news = [this] {
         const auto id = ++id_;
         port_->submit({.id = id,
-                       .type = usb::TransferType::interrupt,
-                       .endpoint = reader::slot_2.interrupt_in,
+                       .type = usb::TransferType::kInterrupt,
+                       .endpoint = reader::kSlot2.interrupt_in,
                        .length = 8},
                       now_);
         auto completion = completion_of(id);
@@ -160,7 +160,7 @@ TEST_F(Slot, ATimedLineDelaysTheAnswerByItsBytes) {
     plug({.baud = 9600});
     const auto id = ++id_;
     send(hex("62 00 00 00 00 00 00 00 00 00"));
-    port_->submit({.id = id, .endpoint = reader::slot_2.bulk_in, .length = packet_size}, now_);
+    port_->submit({.id = id, .endpoint = reader::kSlot2.bulk_in, .length = packet_size}, now_);
     EXPECT_EQ(completion_of(id).status, -EINPROGRESS);
     // 11 bytes of answer to reset, twelve bits each.
     const auto due = now_ + std::chrono::microseconds(11 * 12 * 1'000'000 / 9600);

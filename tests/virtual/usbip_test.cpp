@@ -30,7 +30,7 @@ namespace fs = std::filesystem;
 namespace reader = qaven::virtual_reader;
 namespace usb = qaven::virtual_usb;
 
-constexpr std::size_t header_size = 48;
+constexpr std::size_t kHeaderSize = 48;
 
 std::uint32_t word(const Bytes& bytes, std::size_t at) {
     std::uint32_t value = 0;
@@ -151,7 +151,7 @@ class UsbipHost : public testing::Test {
 
     // The next reply; `in`: of a read, which has data behind it.
     Reply reply(bool in) {
-        const Bytes header = take(header_size);
+        const Bytes header = take(kHeaderSize);
         Reply reply{.command = word(header, 0),
                     .seq = word(header, 4),
                     .status = static_cast<int>(word(header, 20)),
@@ -557,11 +557,11 @@ class PacketDevice : public usb::Device {
     usb::Handshake out(std::uint8_t /*endpoint*/, std::span<const std::uint8_t> packet,
                        usb::TimePoint /*now*/) override {
         if (room == 0) {
-            return usb::Handshake::nak;
+            return usb::Handshake::kNak;
         }
         --room;
         taken.emplace_back(packet.begin(), packet.end());
-        return usb::Handshake::ack;
+        return usb::Handshake::kAck;
     }
     usb::Reply in(std::uint8_t /*endpoint*/, usb::TimePoint /*now*/) override {
         if (packets.empty()) {
@@ -636,7 +636,7 @@ class WithFaults : public UsbipHost {};
 TEST_F(WithFaults, APulledOutReaderComesBackAfterItsTime) {
     UsbipServer::Settings settings;
     settings.replug_after = std::chrono::milliseconds(300);
-    offer(std::move(settings), {{.after = 1, .kind = usb::FaultKind::unplug}});
+    offer(std::move(settings), {{.after = 1, .kind = usb::FaultKind::kUnplug}});
     connect();
     import();
     write(slot_status);
@@ -661,7 +661,7 @@ TEST_F(WithFaults, APulledOutReaderComesBackAfterItsTime) {
 TEST_F(WithFaults, AFaultOnDemandCountsFromThen) {
     import();
     write(slot_status);
-    server_->add_fault("1-1", {.after = 1, .kind = usb::FaultKind::stall});
+    server_->add_fault("1-1", {.after = 1, .kind = usb::FaultKind::kStall});
     start_reading(5, 64);
     EXPECT_EQ(reply(true).status, 0);
     EXPECT_EQ(write(slot_status).status, -32);
@@ -671,7 +671,8 @@ TEST_F(WithFaults, AFaultOnDemandCountsFromThen) {
 TEST_F(WithFaults, ALateAnswerComesWhenItsTimeHasCome) {
     import();
     server_->add_fault(
-        "1-1", {.after = 1, .kind = usb::FaultKind::late, .delay = std::chrono::milliseconds(200)});
+        "1-1",
+        {.after = 1, .kind = usb::FaultKind::kLate, .delay = std::chrono::milliseconds(200)});
     write(slot_status);
     start_reading(5, 64);
     EXPECT_TRUE(silent());
@@ -742,7 +743,7 @@ class OverTheNetwork : public testing::Test {
                           .data = data}
                     .bytes() +
                 SubmitCommand{.seq = 2, .direction = 1, .endpoint = 4, .length = 64}.bytes(),
-            2 * header_size + expected);
+            2 * kHeaderSize + expected);
     }
 
     pid_t server_ = -1;
@@ -755,10 +756,10 @@ TEST_F(OverTheNetwork, NoneOfManyRepliesIsForgotten) {
     options.listen.port = 0;
     options.baud = 4'000'000;
     start(options);
-    ASSERT_EQ(message(hex("62 00 00 00 00 00 00 00 00 00"), 21).size(), 2 * header_size + 21);
+    ASSERT_EQ(message(hex("62 00 00 00 00 00 00 00 00 00"), 21).size(), 2 * kHeaderSize + 21);
     for (int i = 0; i < 3000; ++i) {
         const Bytes answer = message(hex("6F 05 00 00 00 00 02 00 00 00 00 A4 04 00 00"), 17);
-        ASSERT_EQ(answer.size(), 2 * header_size + 17) << "reply " << i;
+        ASSERT_EQ(answer.size(), 2 * kHeaderSize + 17) << "reply " << i;
     }
 }
 
@@ -845,7 +846,7 @@ TEST_F(VhciFolder, APortIsTakenOnlyWhereNothingIsPluggedIn) {
 TEST_F(VhciFolder, AnAttachmentNamesPortSocketDeviceAndSpeed) {
     status("hs  0003 004 000 00000000 000000 0-0\n");
     std::ofstream(folder_ / "attach").flush();
-    const auto attachment = Vhci(folder_).attach(first_device, usb::Speed::full);
+    const auto attachment = Vhci(folder_).attach(first_device, usb::Speed::kFull);
     EXPECT_EQ(attachment.port, 3U);
     std::ifstream order(folder_ / "attach");
     unsigned port = 0;
@@ -862,7 +863,7 @@ TEST_F(VhciFolder, AnAttachmentNamesPortSocketDeviceAndSpeed) {
 TEST_F(VhciFolder, WhatIsMissingIsNamed) {
     const auto complaint = [this] {
         try {
-            static_cast<void>(Vhci(folder_).attach(first_device, usb::Speed::full));
+            static_cast<void>(Vhci(folder_).attach(first_device, usb::Speed::kFull));
         } catch (const std::runtime_error& error) {
             return std::string(error.what());
         }

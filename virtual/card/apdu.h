@@ -5,7 +5,7 @@
 #include <optional>
 #include <utility>
 
-#include "bytes.h"
+#include "virtual/card/bytes.h"
 
 namespace qaven::virtual_card {
 
@@ -45,11 +45,11 @@ struct Command {
 
     // The most data bytes that the response may have: 256 for Le 00 (ISO/IEC 7816-4, 5.1).
     std::optional<std::size_t> ne() const {
-        constexpr std::size_t most = 256;
+        constexpr std::size_t kMost = 256;
         if (!le) {
             return std::nullopt;
         }
-        return *le == 0 ? most : *le;
+        return *le == 0 ? kMost : *le;
     }
 };
 

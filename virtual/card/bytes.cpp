@@ -1,5 +1,5 @@
 // Byte strings and their hexadecimal text.
-#include "bytes.h"
+#include "virtual/card/bytes.h"
 
 namespace qaven::virtual_card {
 
@@ -21,12 +21,12 @@ std::optional<std::uint8_t> digit_value(char digit) {
 } // namespace
 
 std::string to_hex(ByteView bytes) {
-    constexpr std::string_view digits = "0123456789ABCDEF";
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
     std::string text;
     text.reserve(bytes.size() * 2);
     for (const std::uint8_t byte : bytes) {
-        text.push_back(digits[byte >> 4U]);
-        text.push_back(digits[byte & 0x0FU]);
+        text.push_back(kDigits[byte >> 4U]);
+        text.push_back(kDigits[byte & 0x0FU]);
     }
     return text;
 }

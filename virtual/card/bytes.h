@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "icc.h"
+#include "virtual/card/icc.h"
 
 namespace qaven::virtual_card {
 

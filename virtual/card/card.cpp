@@ -1,6 +1,6 @@
 // The virtual PBOC card: taking commands apart, the two ways of handing over data, selection, and
 // the commands that belong to a transaction.
-#include "card.h"
+#include "virtual/card/card.h"
 
 #include <algorithm>
 #include <array>
@@ -17,7 +17,7 @@ struct Card::Instruction {
 };
 
 const Card::Instruction* Card::find_instruction(std::uint8_t cla, std::uint8_t ins) {
-    static constexpr std::array<Instruction, 17> instructions{{
+    static constexpr std::array<Instruction, 17> kInstructions{{
         {0x00, 0x20, true, &Card::verify},
         {0x00, 0x82, true, &Card::external_authenticate},
         {0x00, 0x84, false, &Card::get_challenge},
@@ -37,17 +37,17 @@ const Card::Instruction* Card::find_instruction(std::uint8_t cla, std::uint8_t i
         {0x00, 0xC0, false, &Card::get_response},
     }};
     const auto* const found =
-        std::find_if(instructions.begin(), instructions.end(), [&](const Instruction& candidate) {
+        std::find_if(kInstructions.begin(), kInstructions.end(), [&](const Instruction& candidate) {
             return candidate.cla == cla && candidate.ins == ins;
         });
-    return found != instructions.end() ? found : nullptr;
+    return found != kInstructions.end() ? found : nullptr;
 }
 
 std::uint16_t Card::unsupported_status(std::uint8_t cla, std::uint8_t ins) {
-    constexpr std::array<std::uint8_t, 4> classes{0x00, 0x04, 0x80, 0x84};
-    const bool known_class = std::find(classes.begin(), classes.end(), cla) != classes.end();
+    constexpr std::array<std::uint8_t, 4> kClasses{0x00, 0x04, 0x80, 0x84};
+    const bool known_class = std::find(kClasses.begin(), kClasses.end(), cla) != kClasses.end();
     const bool known_elsewhere =
-        std::any_of(classes.begin(), classes.end(), [&](std::uint8_t candidate) {
+        std::any_of(kClasses.begin(), kClasses.end(), [&](std::uint8_t candidate) {
             return find_instruction(candidate, ins) != nullptr;
         });
     return known_class && !known_elsewhere ? status::kInsNotSupported : status::kClaNotSupported;
@@ -86,8 +86,8 @@ Bytes Card::transmit(std::span<const std::uint8_t> command) {
 }
 
 Response Card::execute(ByteView bytes) {
-    constexpr std::size_t header_size = 4;
-    if (bytes.size() < header_size) {
+    constexpr std::size_t kHeaderSize = 4;
+    if (bytes.size() < kHeaderSize) {
         return status::kWrongLength;
     }
     Command command;
@@ -102,16 +102,16 @@ Response Card::execute(ByteView bytes) {
     if (known->handler != &Card::get_response) {
         pending_response_.clear();
     }
-    if (bytes.size() == header_size + 1) {
-        command.le = bytes[header_size];
-    } else if (bytes.size() > header_size + 1) {
-        const std::size_t data_size = bytes[header_size];
-        const std::size_t data_end = header_size + 1 + data_size;
+    if (bytes.size() == kHeaderSize + 1) {
+        command.le = bytes[kHeaderSize];
+    } else if (bytes.size() > kHeaderSize + 1) {
+        const std::size_t data_size = bytes[kHeaderSize];
+        const std::size_t data_end = kHeaderSize + 1 + data_size;
         if (data_size == 0 || bytes.size() < data_end || bytes.size() > data_end + 1) {
             return status::kWrongLength;
         }
-        command.header = bytes.first(header_size + 1);
-        command.data = bytes.subspan(header_size + 1, data_size);
+        command.header = bytes.first(kHeaderSize + 1);
+        command.data = bytes.subspan(kHeaderSize + 1, data_size);
         if (bytes.size() > data_end) {
             command.le = bytes[data_end];
         }
@@ -130,7 +130,7 @@ Response Card::apply_le(const Command& command, bool takes_data, Response respon
     }
     const auto size = static_cast<std::uint8_t>(response.data.size());
     const auto expected = command.ne();
-    const bool exact_only = profile_.transmission == Transmission::get_response;
+    const bool exact_only = profile_.transmission == Transmission::kGetResponse;
     if (takes_data) {
         if (!exact_only) {
             return response;
@@ -172,23 +172,23 @@ Bytes Card::df_name(std::size_t file) const {
 }
 
 Response Card::select(const Command& command) {
-    constexpr std::uint8_t by_name = 0x04;
-    constexpr std::uint8_t first_occurrence = 0x00;
-    constexpr std::uint8_t next_occurrence = 0x02;
-    constexpr std::size_t longest_name = 16;
-    if (command.p1 != by_name ||
-        (command.p2 != first_occurrence && command.p2 != next_occurrence)) {
+    constexpr std::uint8_t kByName = 0x04;
+    constexpr std::uint8_t kFirstOccurrence = 0x00;
+    constexpr std::uint8_t kNextOccurrence = 0x02;
+    constexpr std::size_t kLongestName = 16;
+    if (command.p1 != kByName ||
+        (command.p2 != kFirstOccurrence && command.p2 != kNextOccurrence)) {
         return status::kIncorrectP1P2;
     }
     if (profile_.card_blocked) {
         return status::kFunctionNotSupported;
     }
-    if (command.data.size() > longest_name) {
+    if (command.data.size() > kLongestName) {
         return status::kWrongLength;
     }
     const Bytes name(command.data.begin(), command.data.end());
     std::size_t file = 0;
-    if (command.p2 == next_occurrence) {
+    if (command.p2 == kNextOccurrence) {
         if (!last_found_ || name != last_name_) {
             return status::kFileNotFound;
         }

@@ -3,10 +3,10 @@
 
 #include <optional>
 
-#include "apdu.h"
-#include "icc.h"
-#include "profile.h"
-#include "transaction.h"
+#include "virtual/card/apdu.h"
+#include "virtual/card/icc.h"
+#include "virtual/card/profile.h"
+#include "virtual/card/transaction.h"
 
 namespace qaven::virtual_card {
 

@@ -1,10 +1,10 @@
 // Makes cards out of profile files and saves them again.
-#include "card_factory.h"
+#include "virtual/card/card_factory.h"
 
 #include <stdexcept>
 
-#include "card.h"
-#include "profile.h"
+#include "virtual/card/card.h"
+#include "virtual/card/profile.h"
 
 namespace qaven::virtual_card {
 

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "icc.h"
+#include "virtual/card/icc.h"
 
 namespace qaven::virtual_card {
 

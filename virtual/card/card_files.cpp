@@ -1,15 +1,15 @@
 // The virtual PBOC card: records, transparent files, data objects, challenge and PIN.
 #include <algorithm>
 
-#include "card.h"
+#include "virtual/card/card.h"
 
 namespace qaven::virtual_card {
 
 namespace {
 
-constexpr unsigned sfi_shift = 3;
-constexpr std::uint8_t by_number = 0x04;
-constexpr std::uint8_t record_mode_mask = 0x07;
+constexpr unsigned kSfiShift = 3;
+constexpr std::uint8_t kByNumber = 0x04;
+constexpr std::uint8_t kRecordModeMask = 0x07;
 
 Response find_log_record(const LogFile& log, std::uint8_t number) {
     if (number == 0 || number > log.records.size()) {
@@ -36,10 +36,10 @@ Bytes directory_record(const std::vector<DirectoryEntry>& entries) {
 } // namespace
 
 Response Card::read_record(const Command& command) {
-    if ((command.p2 & record_mode_mask) != by_number) {
+    if ((command.p2 & kRecordModeMask) != kByNumber) {
         return status::kIncorrectP1P2;
     }
-    const auto sfi = static_cast<std::uint8_t>(command.p2 >> sfi_shift);
+    const auto sfi = static_cast<std::uint8_t>(command.p2 >> kSfiShift);
     if (directory_ != nullptr) {
         return read_directory_record(sfi, command.p1);
     }
@@ -88,15 +88,15 @@ Response Card::read_application_record(std::uint8_t sfi, std::uint8_t number) co
 }
 
 Response Card::read_binary(const Command& command) {
-    constexpr std::uint8_t names_sfi = 0x80;
-    constexpr std::uint8_t sfi_mask = 0x1F;
+    constexpr std::uint8_t kNamesSfi = 0x80;
+    constexpr std::uint8_t kSfiMask = 0x1F;
     if (application_ == nullptr) {
         return status::kConditionsNotSatisfied;
     }
-    if ((command.p1 & names_sfi) == 0) {
+    if ((command.p1 & kNamesSfi) == 0) {
         return status::kNoCurrentEf;
     }
-    const std::uint8_t sfi = command.p1 & sfi_mask;
+    const std::uint8_t sfi = command.p1 & kSfiMask;
     const auto in_file = [sfi](const auto& entry) { return entry.sfi == sfi; };
     const auto file =
         std::find_if(application_->binary_files.begin(), application_->binary_files.end(), in_file);
@@ -161,17 +161,17 @@ std::optional<Bytes> Card::data_object(Tag tag) const {
 
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static): stands in the row of handlers
 Response Card::get_challenge(const Command& command) {
-    constexpr std::uint8_t usual_size = 8;
+    constexpr std::uint8_t kUsualSize = 8;
     if (command.p1 != 0 || command.p2 != 0) {
         return status::kIncorrectP1P2;
     }
     const std::uint8_t asked = command.le.value_or(0);
-    return random_bytes(asked == 0 ? usual_size : asked);
+    return random_bytes(asked == 0 ? kUsualSize : asked);
 }
 
 Response Card::verify(const Command& command) {
-    constexpr std::uint8_t plaintext_pin = 0x80;
-    if (command.p1 != 0 || command.p2 != plaintext_pin) {
+    constexpr std::uint8_t kPlaintextPin = 0x80;
+    if (command.p1 != 0 || command.p2 != kPlaintextPin) {
         return status::kIncorrectP1P2;
     }
     if (application_ == nullptr || !profile_.pin) {

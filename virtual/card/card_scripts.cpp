@@ -1,16 +1,16 @@
 // The virtual PBOC card: the commands of the issuer's script, each ended by a MAC.
 #include <algorithm>
 
-#include "card.h"
+#include "virtual/card/card.h"
 
 namespace qaven::virtual_card {
 
 namespace {
 
-constexpr std::size_t amount_size = 6;
+constexpr std::size_t kAmountSize = 6;
 
 bool is_amount(ByteView value) {
-    return value.size() == amount_size &&
+    return value.size() == kAmountSize &&
            to_hex(value).find_first_not_of("0123456789") == std::string::npos;
 }
 
@@ -27,7 +27,7 @@ Response Card::run_script(const Command& command, Effect effect) {
     if (!transaction_ || !transaction_->accepts_scripts()) {
         return status::kConditionsNotSatisfied;
     }
-    if (command.data.size() < script_mac_size) {
+    if (command.data.size() < kScriptMacSize) {
         return status::kWrongLength;
     }
     const auto data = transaction_->verified_data(command);
@@ -89,15 +89,15 @@ std::uint16_t Card::block_card(const Command& command, ByteView data) {
 }
 
 std::uint16_t Card::change_pin(const Command& command, ByteView data) {
-    constexpr std::uint8_t unblock_only = 0x00;
-    constexpr std::uint8_t new_pin = 0x02;
-    if (command.p1 != 0 || (command.p2 != unblock_only && command.p2 != new_pin)) {
+    constexpr std::uint8_t kUnblockOnly = 0x00;
+    constexpr std::uint8_t kNewPin = 0x02;
+    if (command.p1 != 0 || (command.p2 != kUnblockOnly && command.p2 != kNewPin)) {
         return status::kIncorrectP1P2;
     }
     if (!profile_.pin) {
         return status::kConditionsNotSatisfied;
     }
-    if (command.p2 == new_pin) {
+    if (command.p2 == kNewPin) {
         const auto block = transaction_->decipher_pin(data);
         const auto digits = block ? read_pin_block(*block) : std::nullopt;
         if (!digits) {
@@ -117,7 +117,7 @@ std::uint16_t Card::write_object(const Command& command, ByteView data) {
     if (!cash || (tag != 0x9F77 && tag != 0x9F78 && tag != 0x9F79)) {
         return status::kReferencedDataNotFound;
     }
-    if (data.size() != amount_size) {
+    if (data.size() != kAmountSize) {
         return status::kWrongLength;
     }
     if (!is_amount(data)) {
@@ -153,13 +153,13 @@ void Card::record_load(const Command& command, ByteView before, ByteView after) 
 }
 
 std::uint16_t Card::write_record(const Command& command, ByteView data) {
-    constexpr unsigned sfi_shift = 3;
-    constexpr std::uint8_t record_mode_mask = 0x07;
-    constexpr std::uint8_t by_number = 0x04;
-    if ((command.p2 & record_mode_mask) != by_number) {
+    constexpr unsigned kSfiShift = 3;
+    constexpr std::uint8_t kRecordModeMask = 0x07;
+    constexpr std::uint8_t kByNumber = 0x04;
+    if ((command.p2 & kRecordModeMask) != kByNumber) {
         return status::kIncorrectP1P2;
     }
-    const auto sfi = static_cast<std::uint8_t>(command.p2 >> sfi_shift);
+    const auto sfi = static_cast<std::uint8_t>(command.p2 >> kSfiShift);
     for (const auto* log : {&application_->transaction_log, &application_->load_log}) {
         if (*log && (*log)->sfi == sfi) {
             return status::kIncompatibleFileStructure;

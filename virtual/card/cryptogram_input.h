@@ -19,59 +19,59 @@
 
 #include <array>
 
-#include "tlv.h"
+#include "virtual/card/tlv.h"
 
 namespace qaven::virtual_card {
 
-constexpr std::array<DolEntry, 8> cryptogram_terminal_objects{{{0x9F02, 6},
-                                                               {0x9F03, 6},
-                                                               {0x9F1A, 2},
-                                                               {0x95, 5},
-                                                               {0x5F2A, 2},
-                                                               {0x9A, 3},
-                                                               {0x9C, 1},
-                                                               {0x9F37, 4}}};
+constexpr std::array<DolEntry, 8> kCryptogramTerminalObjects{{{0x9F02, 6},
+                                                              {0x9F03, 6},
+                                                              {0x9F1A, 2},
+                                                              {0x95, 5},
+                                                              {0x5F2A, 2},
+                                                              {0x9A, 3},
+                                                              {0x9C, 1},
+                                                              {0x9F37, 4}}};
 
-constexpr std::size_t cvr_size = 4;
-using Cvr = std::array<std::uint8_t, cvr_size>;
+constexpr std::size_t kCvrSize = 4;
+using Cvr = std::array<std::uint8_t, kCvrSize>;
 
 // Where the fields stand in the IAD (9F10): 07, key index, cryptogram version, CVR, algorithm.
-constexpr std::size_t iad_cvr_at = 3;
-constexpr std::size_t iad_algorithm_at = 7;
-constexpr std::size_t iad_size = 8;
+constexpr std::size_t kIadCvrAt = 3;
+constexpr std::size_t kIadAlgorithmAt = 7;
+constexpr std::size_t kIadSize = 8;
 
 // The bits of the CVR, numbered by the byte that holds them (byte 0 is the length byte).
 namespace cvr {
-constexpr std::size_t outcome_byte = 1;
-constexpr std::uint8_t second_mask = 0xC0;
-constexpr std::uint8_t second_aac = 0x00;
-constexpr std::uint8_t second_tc = 0x40;
-constexpr std::uint8_t second_not_requested = 0x80;
-constexpr std::uint8_t first_mask = 0x30;
-constexpr std::uint8_t first_aac = 0x00;
-constexpr std::uint8_t first_arqc = 0x20;
-constexpr std::uint8_t issuer_authentication_failed = 0x08;
-constexpr std::uint8_t pin_verification_performed = 0x04;
-constexpr std::uint8_t pin_verification_failed = 0x02;
-constexpr std::uint8_t unable_to_go_online = 0x01;
+constexpr std::size_t kOutcomeByte = 1;
+constexpr std::uint8_t kSecondMask = 0xC0;
+constexpr std::uint8_t kSecondAac = 0x00;
+constexpr std::uint8_t kSecondTc = 0x40;
+constexpr std::uint8_t kSecondNotRequested = 0x80;
+constexpr std::uint8_t kFirstMask = 0x30;
+constexpr std::uint8_t kFirstAac = 0x00;
+constexpr std::uint8_t kFirstArqc = 0x20;
+constexpr std::uint8_t kIssuerAuthenticationFailed = 0x08;
+constexpr std::uint8_t kPinVerificationPerformed = 0x04;
+constexpr std::uint8_t kPinVerificationFailed = 0x02;
+constexpr std::uint8_t kUnableToGoOnline = 0x01;
 
-constexpr std::size_t history_byte = 2;
-constexpr std::uint8_t last_online_not_completed = 0x80;
-constexpr std::uint8_t pin_try_limit_exceeded = 0x40;
-constexpr std::uint8_t new_card = 0x10;
-constexpr std::uint8_t last_issuer_authentication_failed = 0x08;
-constexpr std::uint8_t last_issuer_authentication_missing = 0x04;
+constexpr std::size_t kHistoryByte = 2;
+constexpr std::uint8_t kLastOnlineNotCompleted = 0x80;
+constexpr std::uint8_t kPinTryLimitExceeded = 0x40;
+constexpr std::uint8_t kNewCard = 0x10;
+constexpr std::uint8_t kLastIssuerAuthenticationFailed = 0x08;
+constexpr std::uint8_t kLastIssuerAuthenticationMissing = 0x04;
 
-constexpr std::size_t script_byte = 3;
-constexpr unsigned script_count_shift = 4;
-constexpr std::uint8_t script_failed = 0x08;
-constexpr std::uint8_t dynamic_data_signed = 0x02;
+constexpr std::size_t kScriptByte = 3;
+constexpr unsigned kScriptCountShift = 4;
+constexpr std::uint8_t kScriptFailed = 0x08;
+constexpr std::uint8_t kDynamicDataSigned = 0x02;
 } // namespace cvr
 
 // The first two bits of the cryptogram information data (9F27).
-constexpr std::uint8_t cid_mask = 0xC0;
-constexpr std::uint8_t cid_aac = 0x00;
-constexpr std::uint8_t cid_tc = 0x40;
-constexpr std::uint8_t cid_arqc = 0x80;
+constexpr std::uint8_t kCidMask = 0xC0;
+constexpr std::uint8_t kCidAac = 0x00;
+constexpr std::uint8_t kCidTc = 0x40;
+constexpr std::uint8_t kCidArqc = 0x80;
 
 } // namespace qaven::virtual_card

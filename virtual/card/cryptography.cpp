@@ -1,5 +1,5 @@
 // The cryptography that card and issuer share, on OpenSSL's block ciphers.
-#include "cryptography.h"
+#include "virtual/card/cryptography.h"
 
 #include <algorithm>
 #include <memory>
@@ -13,26 +13,26 @@ namespace qaven::virtual_card {
 
 namespace {
 
-constexpr std::size_t des_block = 8;
-constexpr std::size_t sm4_block = 16;
+constexpr std::size_t kDesBlock = 8;
+constexpr std::size_t kSm4Block = 16;
 
 using EightBytes = std::array<std::uint8_t, 8>;
 
 std::size_t block_size(Algorithm algorithm) {
-    return algorithm == Algorithm::sm4 ? sm4_block : des_block;
+    return algorithm == Algorithm::kSm4 ? kSm4Block : kDesBlock;
 }
 
-enum class Direction : std::uint8_t { decipher, encipher };
+enum class Direction : std::uint8_t { kDecipher, kEncipher };
 
 // Enciphers or deciphers whole blocks, each on its own.
 Bytes run_cipher(const EVP_CIPHER* cipher, ByteView key, ByteView blocks, Direction direction) {
     const std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> context(
         EVP_CIPHER_CTX_new(), &EVP_CIPHER_CTX_free);
-    Bytes result(blocks.size() + sm4_block);
+    Bytes result(blocks.size() + kSm4Block);
     int written = 0;
     if (!context ||
         EVP_CipherInit_ex(context.get(), cipher, nullptr, key.data(), nullptr,
-                          direction == Direction::encipher ? 1 : 0) != 1 ||
+                          direction == Direction::kEncipher ? 1 : 0) != 1 ||
         EVP_CIPHER_CTX_set_padding(context.get(), 0) != 1 ||
         EVP_CipherUpdate(context.get(), result.data(), &written, blocks.data(),
                          static_cast<int>(blocks.size())) != 1 ||
@@ -46,7 +46,7 @@ Bytes run_cipher(const EVP_CIPHER* cipher, ByteView key, ByteView blocks, Direct
 Bytes triple_des(const Key& key, ByteView blocks, Direction direction) {
     std::array<std::uint8_t, 24> three_keys{};
     std::copy(key.begin(), key.end(), three_keys.begin());
-    std::copy_n(key.begin(), des_block, three_keys.begin() + 16);
+    std::copy_n(key.begin(), kDesBlock, three_keys.begin() + 16);
     return run_cipher(EVP_des_ede3_ecb(), three_keys, blocks, direction);
 }
 
@@ -57,9 +57,9 @@ Bytes single_des(ByteView key, ByteView blocks, Direction direction) {
 }
 
 Bytes block_cipher(Algorithm algorithm, const Key& key, ByteView blocks,
-                   Direction direction = Direction::encipher) {
-    return algorithm == Algorithm::sm4 ? run_cipher(EVP_sm4_ecb(), key, blocks, direction)
-                                       : triple_des(key, blocks, direction);
+                   Direction direction = Direction::kEncipher) {
+    return algorithm == Algorithm::kSm4 ? run_cipher(EVP_sm4_ecb(), key, blocks, direction)
+                                        : triple_des(key, blocks, direction);
 }
 
 Key as_key(const Bytes& bytes) {
@@ -96,12 +96,12 @@ void xor_into(Bytes& target, ByteView other) {
 }
 
 EightBytes diversification_data(std::string_view pan_digits, std::uint8_t pan_sequence_number) {
-    constexpr std::size_t digit_count = 16;
+    constexpr std::size_t kDigitCount = 16;
     std::string digits = std::string(pan_digits) + to_hex(Bytes{pan_sequence_number});
-    if (digits.size() < digit_count) {
-        digits.insert(0, digit_count - digits.size(), '0');
+    if (digits.size() < kDigitCount) {
+        digits.insert(0, kDigitCount - digits.size(), '0');
     }
-    const auto bytes = from_hex(std::string_view(digits).substr(digits.size() - digit_count));
+    const auto bytes = from_hex(std::string_view(digits).substr(digits.size() - kDigitCount));
     if (!bytes) {
         throw std::runtime_error("A card key needs a PAN and a sequence number of digits.");
     }
@@ -129,17 +129,17 @@ Key derive_session_key(Algorithm algorithm, const Key& card_key, std::uint16_t a
 Cryptogram compute_mac(Algorithm algorithm, const Key& session_key, ByteView data) {
     const std::size_t block = block_size(algorithm);
     const Bytes padded = pad_to_blocks(data, block);
-    const ByteView left_key = ByteView(session_key).first(des_block);
-    const ByteView right_key = ByteView(session_key).subspan(des_block);
+    const ByteView left_key = ByteView(session_key).first(kDesBlock);
+    const ByteView right_key = ByteView(session_key).subspan(kDesBlock);
     Bytes chain(block, 0x00);
     for (std::size_t at = 0; at < padded.size(); at += block) {
         xor_into(chain, ByteView(padded).subspan(at, block));
-        chain = algorithm == Algorithm::sm4 ? block_cipher(algorithm, session_key, chain)
-                                            : single_des(left_key, chain, Direction::encipher);
+        chain = algorithm == Algorithm::kSm4 ? block_cipher(algorithm, session_key, chain)
+                                             : single_des(left_key, chain, Direction::kEncipher);
     }
-    if (algorithm == Algorithm::triple_des) {
-        chain = single_des(right_key, chain, Direction::decipher);
-        chain = single_des(left_key, chain, Direction::encipher);
+    if (algorithm == Algorithm::kTripleDes) {
+        chain = single_des(right_key, chain, Direction::kDecipher);
+        chain = single_des(left_key, chain, Direction::kEncipher);
     }
     return leftmost(chain);
 }
@@ -159,23 +159,23 @@ Bytes compute_script_mac(Algorithm algorithm, const Key& mac_session_key, ByteVi
     const Cryptogram mac =
         compute_mac(algorithm, mac_session_key,
                     concatenate({header, big_endian(atc), first_cryptogram, command_data}));
-    return {mac.begin(), mac.begin() + script_mac_size};
+    return {mac.begin(), mac.begin() + kScriptMacSize};
 }
 
 Bytes encipher_pin_block(Algorithm algorithm, const Key& encryption_session_key,
                          const Cryptogram& pin_block) {
     const Bytes length = {static_cast<std::uint8_t>(pin_block.size())};
-    const Bytes plain = pad_to_blocks(concatenate({length, pin_block}), sm4_block);
+    const Bytes plain = pad_to_blocks(concatenate({length, pin_block}), kSm4Block);
     return block_cipher(algorithm, encryption_session_key, plain);
 }
 
 std::optional<Cryptogram> decipher_pin_block(Algorithm algorithm, const Key& encryption_session_key,
                                              ByteView enciphered) {
-    if (enciphered.size() != sm4_block) {
+    if (enciphered.size() != kSm4Block) {
         return std::nullopt;
     }
     const Bytes plain =
-        block_cipher(algorithm, encryption_session_key, enciphered, Direction::decipher);
+        block_cipher(algorithm, encryption_session_key, enciphered, Direction::kDecipher);
     Cryptogram block{};
     std::copy_n(plain.begin() + 1, block.size(), block.begin());
     if (encipher_pin_block(algorithm, encryption_session_key, block) !=
@@ -197,11 +197,11 @@ Cryptogram make_pin_block(std::string_view digits) {
 }
 
 std::optional<std::string> read_pin_block(const Cryptogram& block) {
-    constexpr std::size_t shortest_pin = 4;
-    constexpr std::size_t longest_pin = 12;
+    constexpr std::size_t kShortestPin = 4;
+    constexpr std::size_t kLongestPin = 12;
     const std::string text = to_hex(block);
     const std::size_t length = block[0] & 0x0FU;
-    if ((block[0] >> 4U) != 2 || length < shortest_pin || length > longest_pin) {
+    if ((block[0] >> 4U) != 2 || length < kShortestPin || length > kLongestPin) {
         return std::nullopt;
     }
     const std::string digits = text.substr(2, length);

@@ -20,7 +20,7 @@
 #include <optional>
 #include <string_view>
 
-#include "bytes.h"
+#include "virtual/card/bytes.h"
 
 namespace qaven::virtual_card {
 
@@ -29,9 +29,9 @@ using Cryptogram = std::array<std::uint8_t, 8>;
 using Arc = std::array<std::uint8_t, 2>;
 
 // The values are those of the algorithm byte that ends the issuer application data.
-enum class Algorithm : std::uint8_t { triple_des = 0x01, sm4 = 0x04 };
+enum class Algorithm : std::uint8_t { kTripleDes = 0x01, kSm4 = 0x04 };
 
-constexpr std::size_t script_mac_size = 4;
+constexpr std::size_t kScriptMacSize = 4;
 
 Key derive_card_key(Algorithm algorithm, const Key& issuer_key, std::string_view pan_digits,
                     std::uint8_t pan_sequence_number);

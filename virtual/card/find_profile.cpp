@@ -1,5 +1,5 @@
 // Looking up a card profile by name.
-#include "find_profile.h"
+#include "virtual/card/find_profile.h"
 
 #include <cstdlib>
 #include <stdexcept>

@@ -1,5 +1,5 @@
 // A strict view of one JSON object.
-#include "json.h"
+#include "virtual/card/json.h"
 
 #include <cmath>
 #include <iostream>

@@ -12,7 +12,7 @@
 
 #include <cjson/cJSON.h>
 
-#include "bytes.h"
+#include "virtual/card/bytes.h"
 
 namespace qaven::virtual_card {
 

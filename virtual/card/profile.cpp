@@ -1,5 +1,5 @@
 // Profile files: reading with every entry checked, and writing a card back in the same form.
-#include "profile.h"
+#include "virtual/card/profile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -8,17 +8,17 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "cryptogram_input.h"
-#include "json.h"
+#include "virtual/card/cryptogram_input.h"
+#include "virtual/card/json.h"
 
 namespace qaven::virtual_card {
 
 namespace {
 
-constexpr std::size_t amount_size = 6;
-constexpr std::uint32_t largest_sfi = 30;
-constexpr std::uint32_t largest_byte = 0xFF;
-constexpr std::size_t longest_aid = 16;
+constexpr std::size_t kAmountSize = 6;
+constexpr std::uint32_t kLargestSfi = 30;
+constexpr std::uint32_t kLargestByte = 0xFF;
+constexpr std::size_t kLongestAid = 16;
 
 std::string hex_tag(Tag tag) {
     return to_hex(tag_bytes(tag));
@@ -31,7 +31,7 @@ std::uint8_t read_byte(JsonObject& from, const char* name, std::uint32_t largest
 }
 
 std::uint8_t read_sfi(JsonObject& from) {
-    const std::uint8_t sfi = read_byte(from, "sfi", largest_sfi);
+    const std::uint8_t sfi = read_byte(from, "sfi", kLargestSfi);
     if (sfi == 0) {
         from.complain("sfi", "has to be a number from 1 to 30");
     }
@@ -73,13 +73,13 @@ std::optional<std::uint8_t> read_priority(JsonObject& from) {
     if (!from.has("priority")) {
         return std::nullopt;
     }
-    return read_byte(from, "priority", largest_byte);
+    return read_byte(from, "priority", kLargestByte);
 }
 
 Record read_record(JsonObject& from) {
     Record record;
     record.sfi = read_sfi(from);
-    record.number = read_byte(from, "number", largest_byte);
+    record.number = read_byte(from, "number", kLargestByte);
     if (from.has("content")) {
         record.content = from.hex("content");
     } else {
@@ -93,7 +93,7 @@ Record read_record(JsonObject& from) {
 LogFile read_log(JsonObject from) {
     LogFile log;
     log.sfi = read_sfi(from);
-    log.capacity = read_byte(from, "capacity", largest_byte);
+    log.capacity = read_byte(from, "capacity", kLargestByte);
     log.format = from.hex("format");
     if (!parse_dol(log.format)) {
         from.complain("format", "has to be a list of tags and lengths");
@@ -105,21 +105,21 @@ LogFile read_log(JsonObject from) {
 
 ElectronicCash read_electronic_cash(JsonObject from) {
     ElectronicCash cash;
-    cash.balance = from.hex_of_size("balance", amount_size);
-    cash.balance_limit = from.hex_of_size("balance_limit", amount_size);
-    cash.single_limit = from.hex_of_size("single_limit", amount_size);
+    cash.balance = from.hex_of_size("balance", kAmountSize);
+    cash.balance_limit = from.hex_of_size("balance_limit", kAmountSize);
+    cash.single_limit = from.hex_of_size("single_limit", kAmountSize);
     from.finish();
     return cash;
 }
 
 LastTransaction read_last_transaction(JsonObject from) {
-    constexpr std::uint32_t most_counted = 15;
+    constexpr std::uint32_t kMostCounted = 15;
     LastTransaction last;
     last.online_not_completed = from.flag_or("online_not_completed", false);
     last.issuer_authentication_failed = from.flag_or("issuer_authentication_failed", false);
     last.issuer_authentication_missing = from.flag_or("issuer_authentication_missing", false);
     last.script_commands =
-        static_cast<std::uint8_t>(from.number_or("script_commands", most_counted, 0));
+        static_cast<std::uint8_t>(from.number_or("script_commands", kMostCounted, 0));
     last.script_failed = from.flag_or("script_failed", false);
     from.finish();
     return last;
@@ -128,13 +128,13 @@ LastTransaction read_last_transaction(JsonObject from) {
 IccKey read_icc_key(JsonObject from) {
     // What holds a signature over a dynamic number, and what a response to INTERNAL AUTHENTICATE
     // can hold in a template 77.
-    constexpr std::size_t shortest_modulus = 64;
-    constexpr std::size_t longest_modulus = 247;
-    constexpr std::uint8_t highest_bit = 0x80;
+    constexpr std::size_t kShortestModulus = 64;
+    constexpr std::size_t kLongestModulus = 247;
+    constexpr std::uint8_t kHighestBit = 0x80;
     IccKey key;
     key.modulus = from.hex("modulus");
-    if (key.modulus.size() < shortest_modulus || key.modulus.size() > longest_modulus ||
-        key.modulus.front() < highest_bit) {
+    if (key.modulus.size() < kShortestModulus || key.modulus.size() > kLongestModulus ||
+        key.modulus.front() < kHighestBit) {
         from.complain("modulus", "has to be 64 to 247 bytes long, the first one 80 or more");
     }
     key.private_exponent = from.hex_of_size("private_exponent", key.modulus.size());
@@ -147,7 +147,7 @@ ResponseFormat read_format(JsonObject& from, const char* name) {
     if (format == 0) {
         from.complain(name, "has to be 1 or 2");
     }
-    return format == 1 ? ResponseFormat::primitive : ResponseFormat::constructed;
+    return format == 1 ? ResponseFormat::kPrimitive : ResponseFormat::kConstructed;
 }
 
 void read_files(JsonObject& from, Application& application) {
@@ -172,7 +172,7 @@ void read_files(JsonObject& from, Application& application) {
 Application read_application(JsonObject& from) {
     Application application;
     application.aid = from.hex("aid");
-    if (application.aid.empty() || application.aid.size() > longest_aid) {
+    if (application.aid.empty() || application.aid.size() > kLongestAid) {
         from.complain("aid", "has to be 1 to 16 bytes long");
     }
     application.label = from.text("label");
@@ -287,7 +287,7 @@ Transmission read_transmission(JsonObject& from) {
     if (text != "direct" && text != "get-response") {
         from.complain("transmission", R"(has to be "direct" or "get-response")");
     }
-    return text == "direct" ? Transmission::direct : Transmission::get_response;
+    return text == "direct" ? Transmission::kDirect : Transmission::kGetResponse;
 }
 
 Profile read_profile(JsonObject from) {
@@ -509,7 +509,7 @@ JsonTree write_profile(const Profile& profile) {
     add(target, "description", text_item(profile.description));
     add(target, "atr", hex_item(profile.atr));
     add(target, "transmission",
-        text_item(profile.transmission == Transmission::direct ? "direct" : "get-response"));
+        text_item(profile.transmission == Transmission::kDirect ? "direct" : "get-response"));
     add(target, "card_blocked", flag_item(profile.card_blocked));
     if (profile.pin) {
         add(target, "pin", write_pin(*profile.pin));
@@ -570,7 +570,7 @@ std::string read_text(const std::filesystem::path& file, const std::string& plac
 } // namespace
 
 const KeySet* IssuerKeys::find(Algorithm algorithm) const {
-    if (algorithm == Algorithm::triple_des) {
+    if (algorithm == Algorithm::kTripleDes) {
         return &triple_des;
     }
     return sm4 ? &*sm4 : nullptr;
@@ -600,11 +600,11 @@ PersonalData personal_data(const std::vector<Record>& records) {
         }
         data.pan_sequence_number = sequence->front();
     }
-    data.cdol1 = read_dol(records, 0x8C, "CDOL1 (8C)", cryptogram_terminal_objects, "cryptogram");
-    data.cdol2 = read_dol(records, 0x8D, "CDOL2 (8D)", cryptogram_terminal_objects, "cryptogram");
+    data.cdol1 = read_dol(records, 0x8C, "CDOL1 (8C)", kCryptogramTerminalObjects, "cryptogram");
+    data.cdol2 = read_dol(records, 0x8D, "CDOL2 (8D)", kCryptogramTerminalObjects, "cryptogram");
     // EMV Book 2, clause 6.5.1: a signature that is made for this transaction only.
-    constexpr std::array<DolEntry, 1> dynamic_objects{{{0x9F37, 4}}};
-    data.ddol = read_dol(records, 0x9F49, "DDOL (9F49)", dynamic_objects, "signature");
+    constexpr std::array<DolEntry, 1> kDynamicObjects{{{0x9F37, 4}}};
+    data.ddol = read_dol(records, 0x9F49, "DDOL (9F49)", kDynamicObjects, "signature");
     return data;
 }
 

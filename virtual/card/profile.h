@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "cryptography.h"
-#include "tlv.h"
+#include "virtual/card/cryptography.h"
+#include "virtual/card/tlv.h"
 
 namespace qaven::virtual_card {
 
@@ -66,7 +66,7 @@ struct IccKey {
     Bytes private_exponent;
 };
 
-enum class ResponseFormat : std::uint8_t { primitive = 1, constructed = 2 };
+enum class ResponseFormat : std::uint8_t { kPrimitive = 1, kConstructed = 2 };
 
 struct Application {
     Bytes aid;
@@ -77,8 +77,8 @@ struct Application {
     std::vector<DataObject> fci_objects;
     Bytes aip;
     Bytes afl;
-    ResponseFormat gpo_format = ResponseFormat::primitive;
-    ResponseFormat generate_ac_format = ResponseFormat::primitive;
+    ResponseFormat gpo_format = ResponseFormat::kPrimitive;
+    ResponseFormat generate_ac_format = ResponseFormat::kPrimitive;
     bool declines = false;
     bool issuer_authentication_mandatory = true;
     std::uint8_t key_index = 0;
@@ -130,12 +130,12 @@ struct IssuerKeys {
 
 // `direct` hands over the data at once; `get_response` answers 61xx and 6Cxx and waits for
 // GET RESPONSE, as cards do that speak T=0.
-enum class Transmission : std::uint8_t { direct, get_response };
+enum class Transmission : std::uint8_t { kDirect, kGetResponse };
 
 struct Profile {
     std::string description;
     Bytes atr;
-    Transmission transmission = Transmission::direct;
+    Transmission transmission = Transmission::kDirect;
     bool card_blocked = false;
     std::optional<Pin> pin;
     IssuerKeys issuer_keys;

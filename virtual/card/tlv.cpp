@@ -1,5 +1,5 @@
 // Data objects and data object lists of the virtual card.
-#include "tlv.h"
+#include "virtual/card/tlv.h"
 
 #include <numeric>
 
@@ -7,10 +7,10 @@ namespace qaven::virtual_card {
 
 namespace {
 
-constexpr std::uint8_t more_tag_bytes = 0x1F;
-constexpr std::uint8_t constructed_bit = 0x20;
-constexpr std::uint8_t continuation_bit = 0x80;
-constexpr std::size_t longest_tag = 3;
+constexpr std::uint8_t kMoreTagBytes = 0x1F;
+constexpr std::uint8_t kConstructedBit = 0x20;
+constexpr std::uint8_t kContinuationBit = 0x80;
+constexpr std::size_t kLongestTag = 3;
 
 struct Field {
     std::uint32_t value = 0;
@@ -22,14 +22,14 @@ std::optional<Field> read_tag(ByteView bytes) {
         return std::nullopt;
     }
     Field tag{bytes[0], 1};
-    if ((bytes[0] & more_tag_bytes) != more_tag_bytes) {
+    if ((bytes[0] & kMoreTagBytes) != kMoreTagBytes) {
         return tag;
     }
-    while (tag.size < bytes.size() && tag.size < longest_tag) {
+    while (tag.size < bytes.size() && tag.size < kLongestTag) {
         const std::uint8_t byte = bytes[tag.size];
         tag.value = (tag.value << 8U) | byte;
         ++tag.size;
-        if ((byte & continuation_bit) == 0) {
+        if ((byte & kContinuationBit) == 0) {
             return tag;
         }
     }
@@ -106,7 +106,7 @@ std::size_t dol_value_size(const std::vector<DolEntry>& list) {
 
 std::optional<Bytes> find_object(ByteView bytes, Tag tag) {
     while (!bytes.empty()) {
-        const bool constructed = (bytes[0] & constructed_bit) != 0;
+        const bool constructed = (bytes[0] & kConstructedBit) != 0;
         const auto found = read_tag(bytes);
         const auto length = found ? read_length(bytes.subspan(found->size)) : std::nullopt;
         if (!length || found->size + length->size + length->value > bytes.size()) {

@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-#include "bytes.h"
+#include "virtual/card/bytes.h"
 
 namespace qaven::virtual_card {
 

@@ -1,5 +1,5 @@
 // One transaction of the selected application.
-#include "transaction.h"
+#include "virtual/card/transaction.h"
 
 #include <algorithm>
 #include <limits>
@@ -8,12 +8,12 @@ namespace qaven::virtual_card {
 
 namespace {
 
-constexpr std::uint8_t command_template = 0x83;
-constexpr Tag algorithm_indicator = 0xDF69;
-constexpr std::uint8_t terminal_offers_sm4 = 0x01;
-constexpr Tag arc_object = 0x8A;
-constexpr Tag atc_object = 0x9F36;
-constexpr std::uint8_t most_counted_scripts = 15;
+constexpr std::uint8_t kCommandTemplate = 0x83;
+constexpr Tag kAlgorithmIndicator = 0xDF69;
+constexpr std::uint8_t kTerminalOffersSm4 = 0x01;
+constexpr Tag kArcObject = 0x8A;
+constexpr Tag kAtcObject = 0x9F36;
+constexpr std::uint8_t kMostCountedScripts = 15;
 
 std::map<Tag, Bytes> split_by_dol(const std::vector<DolEntry>& list, ByteView values) {
     std::map<Tag, Bytes> objects;
@@ -40,13 +40,13 @@ Response Transaction::get_processing_options(const Command& command) {
     if (command.p1 != 0 || command.p2 != 0) {
         return status::kIncorrectP1P2;
     }
-    if (stage_ != Stage::selected) {
+    if (stage_ != Stage::kSelected) {
         return status::kConditionsNotSatisfied;
     }
     if (command.data.size() < 2 || command.data.size() != command.data[1] + std::size_t{2}) {
         return status::kWrongLength;
     }
-    if (command.data[0] != command_template) {
+    if (command.data[0] != kCommandTemplate) {
         return status::kIncorrectData;
     }
     const auto list = parse_dol(application_.pdol);
@@ -58,12 +58,12 @@ Response Transaction::get_processing_options(const Command& command) {
         return status::kConditionsNotSatisfied;
     }
     ++application_.atc;
-    stage_ = Stage::initiated;
+    stage_ = Stage::kInitiated;
     history_ = application_.last_transaction;
     new_card_ = application_.last_online_atc == 0;
     first_terminal_data_ = split_by_dol(*list, command.data.subspan(2));
 
-    if (application_.gpo_format == ResponseFormat::primitive) {
+    if (application_.gpo_format == ResponseFormat::kPrimitive) {
         return encode_object(0x80, concatenate({application_.aip, application_.afl}));
     }
     return encode_object(0x77, concatenate({encode_object(0x82, application_.aip),
@@ -72,14 +72,14 @@ Response Transaction::get_processing_options(const Command& command) {
 
 Response Transaction::generate_ac(const Command& command, bool pin_try_limit_exceeded) {
     const bool known_request =
-        command.p1 == cid_aac || command.p1 == cid_tc || command.p1 == cid_arqc;
+        command.p1 == kCidAac || command.p1 == kCidTc || command.p1 == kCidArqc;
     if (!known_request || command.p2 != 0) {
         return status::kIncorrectP1P2;
     }
-    if (stage_ == Stage::initiated) {
+    if (stage_ == Stage::kInitiated) {
         return first_generate_ac(command, pin_try_limit_exceeded);
     }
-    if (stage_ == Stage::online) {
+    if (stage_ == Stage::kOnline) {
         return second_generate_ac(command, pin_try_limit_exceeded);
     }
     return status::kConditionsNotSatisfied;
@@ -93,21 +93,21 @@ Response Transaction::first_generate_ac(const Command& command, bool pin_try_lim
         return status::kWrongLength;
     }
     TerminalData terminal_data = split_by_dol(personal_.cdol1, command.data);
-    const auto indicator = terminal_data.find(algorithm_indicator);
+    const auto indicator = terminal_data.find(kAlgorithmIndicator);
     const bool sm4_offered =
-        indicator != terminal_data.end() && indicator->second == Bytes{terminal_offers_sm4};
-    algorithm_ = sm4_offered && issuer_keys_.sm4 ? Algorithm::sm4 : Algorithm::triple_des;
+        indicator != terminal_data.end() && indicator->second == Bytes{kTerminalOffersSm4};
+    algorithm_ = sm4_offered && issuer_keys_.sm4 ? Algorithm::kSm4 : Algorithm::kTripleDes;
     terminal_data.merge(first_terminal_data_);
     first_terminal_data_ = std::move(terminal_data);
 
     // This card never approves without its issuer: a request for a TC gets an ARQC.
-    const bool declined = command.p1 == cid_aac || application_.blocked || application_.declines;
+    const bool declined = command.p1 == kCidAac || application_.blocked || application_.declines;
     const std::uint8_t outcome =
-        cvr::second_not_requested | (declined ? cvr::first_aac : cvr::first_arqc);
-    Response response = generate_ac_response(declined ? cid_aac : cid_arqc, first_terminal_data_,
+        cvr::kSecondNotRequested | (declined ? cvr::kFirstAac : cvr::kFirstArqc);
+    Response response = generate_ac_response(declined ? kCidAac : kCidArqc, first_terminal_data_,
                                              make_cvr(outcome, pin_try_limit_exceeded));
     first_cryptogram_ = latest_cryptogram_;
-    stage_ = declined ? Stage::finished : Stage::online;
+    stage_ = declined ? Stage::kFinished : Stage::kOnline;
     if (!declined) {
         application_.last_transaction.online_not_completed = true;
     }
@@ -115,7 +115,7 @@ Response Transaction::first_generate_ac(const Command& command, bool pin_try_lim
 }
 
 Response Transaction::second_generate_ac(const Command& command, bool pin_try_limit_exceeded) {
-    if (command.p1 == cid_arqc) {
+    if (command.p1 == kCidArqc) {
         return status::kIncorrectP1P2;
     }
     if (personal_.cdol2.empty()) {
@@ -125,14 +125,14 @@ Response Transaction::second_generate_ac(const Command& command, bool pin_try_li
         return status::kWrongLength;
     }
     const TerminalData terminal_data = split_by_dol(personal_.cdol2, command.data);
-    if (const auto code = terminal_data.find(arc_object); code != terminal_data.end()) {
+    if (const auto code = terminal_data.find(kArcObject); code != terminal_data.end()) {
         unable_to_go_online_ = is_unable_to_go_online(code->second);
     }
-    const bool approved = command.p1 == cid_tc && issuer_accepted() && !application_.blocked;
-    const std::uint8_t outcome = (approved ? cvr::second_tc : cvr::second_aac) | cvr::first_arqc;
-    Response response = generate_ac_response(approved ? cid_tc : cid_aac, terminal_data,
+    const bool approved = command.p1 == kCidTc && issuer_accepted() && !application_.blocked;
+    const std::uint8_t outcome = (approved ? cvr::kSecondTc : cvr::kSecondAac) | cvr::kFirstArqc;
+    Response response = generate_ac_response(approved ? kCidTc : kCidAac, terminal_data,
                                              make_cvr(outcome, pin_try_limit_exceeded));
-    stage_ = Stage::finished;
+    stage_ = Stage::kFinished;
     close_history();
     if (approved) {
         record_in_log();
@@ -141,19 +141,19 @@ Response Transaction::second_generate_ac(const Command& command, bool pin_try_li
 }
 
 bool Transaction::issuer_accepted() const {
-    return issuer_authentication_ == IssuerAuthentication::passed ||
-           (issuer_authentication_ == IssuerAuthentication::missing &&
+    return issuer_authentication_ == IssuerAuthentication::kPassed ||
+           (issuer_authentication_ == IssuerAuthentication::kMissing &&
             !application_.issuer_authentication_mandatory);
 }
 
 void Transaction::close_history() {
     LastTransaction& last = application_.last_transaction;
     last.online_not_completed = false;
-    last.issuer_authentication_failed = issuer_authentication_ == IssuerAuthentication::failed;
-    last.issuer_authentication_missing = issuer_authentication_ == IssuerAuthentication::missing;
+    last.issuer_authentication_failed = issuer_authentication_ == IssuerAuthentication::kFailed;
+    last.issuer_authentication_missing = issuer_authentication_ == IssuerAuthentication::kMissing;
     last.script_commands = 0;
     last.script_failed = false;
-    if (issuer_authentication_ == IssuerAuthentication::passed) {
+    if (issuer_authentication_ == IssuerAuthentication::kPassed) {
         application_.last_online_atc = application_.atc;
     }
 }
@@ -184,23 +184,23 @@ Cvr Transaction::make_cvr(std::uint8_t outcome, bool pin_try_limit_exceeded) con
     const auto set = [&cvr](std::size_t byte, std::uint8_t bit, bool when) {
         cvr.at(byte) |= when ? bit : std::uint8_t{0};
     };
-    set(cvr::outcome_byte, cvr::issuer_authentication_failed,
-        issuer_authentication_ == IssuerAuthentication::failed);
-    set(cvr::outcome_byte, cvr::pin_verification_performed,
+    set(cvr::kOutcomeByte, cvr::kIssuerAuthenticationFailed,
+        issuer_authentication_ == IssuerAuthentication::kFailed);
+    set(cvr::kOutcomeByte, cvr::kPinVerificationPerformed,
         pin_verified_ || pin_verification_failed_);
-    set(cvr::outcome_byte, cvr::pin_verification_failed, pin_verification_failed_);
-    set(cvr::outcome_byte, cvr::unable_to_go_online, unable_to_go_online_);
-    set(cvr::history_byte, cvr::last_online_not_completed, history_.online_not_completed);
-    set(cvr::history_byte, cvr::pin_try_limit_exceeded, pin_try_limit_exceeded);
-    set(cvr::history_byte, cvr::new_card, new_card_);
-    set(cvr::history_byte, cvr::last_issuer_authentication_failed,
+    set(cvr::kOutcomeByte, cvr::kPinVerificationFailed, pin_verification_failed_);
+    set(cvr::kOutcomeByte, cvr::kUnableToGoOnline, unable_to_go_online_);
+    set(cvr::kHistoryByte, cvr::kLastOnlineNotCompleted, history_.online_not_completed);
+    set(cvr::kHistoryByte, cvr::kPinTryLimitExceeded, pin_try_limit_exceeded);
+    set(cvr::kHistoryByte, cvr::kNewCard, new_card_);
+    set(cvr::kHistoryByte, cvr::kLastIssuerAuthenticationFailed,
         history_.issuer_authentication_failed);
-    set(cvr::history_byte, cvr::last_issuer_authentication_missing,
+    set(cvr::kHistoryByte, cvr::kLastIssuerAuthenticationMissing,
         history_.issuer_authentication_missing);
-    cvr[cvr::script_byte] =
-        static_cast<std::uint8_t>(history_.script_commands << cvr::script_count_shift);
-    set(cvr::script_byte, cvr::script_failed, history_.script_failed);
-    set(cvr::script_byte, cvr::dynamic_data_signed, dynamic_data_signed_);
+    cvr[cvr::kScriptByte] =
+        static_cast<std::uint8_t>(history_.script_commands << cvr::kScriptCountShift);
+    set(cvr::kScriptByte, cvr::kScriptFailed, history_.script_failed);
+    set(cvr::kScriptByte, cvr::kDynamicDataSigned, dynamic_data_signed_);
     return cvr;
 }
 
@@ -208,7 +208,7 @@ Response Transaction::generate_ac_response(std::uint8_t cid, const TerminalData&
                                            const Cvr& cvr) {
     const Bytes atc = big_endian(application_.atc);
     Bytes input;
-    for (const DolEntry& object : cryptogram_terminal_objects) {
+    for (const DolEntry& object : kCryptogramTerminalObjects) {
         append(input, terminal_data.at(object.tag));
     }
     append(input, application_.aip);
@@ -216,16 +216,16 @@ Response Transaction::generate_ac_response(std::uint8_t cid, const TerminalData&
     append(input, cvr);
     latest_cryptogram_ = compute_mac(algorithm_, session_key(issuer_key_set()->cryptogram), input);
 
-    Bytes iad = {iad_size - 1, application_.key_index, application_.cryptogram_version};
+    Bytes iad = {kIadSize - 1, application_.key_index, application_.cryptogram_version};
     append(iad, cvr);
     iad.push_back(static_cast<std::uint8_t>(algorithm_));
 
     const Bytes cid_byte = {cid};
-    if (application_.generate_ac_format == ResponseFormat::primitive) {
+    if (application_.generate_ac_format == ResponseFormat::kPrimitive) {
         return encode_object(0x80, concatenate({cid_byte, atc, latest_cryptogram_, iad}));
     }
     return encode_object(
-        0x77, concatenate({encode_object(0x9F27, cid_byte), encode_object(atc_object, atc),
+        0x77, concatenate({encode_object(0x9F27, cid_byte), encode_object(kAtcObject, atc),
                            encode_object(0x9F26, latest_cryptogram_), encode_object(0x9F10, iad)}));
 }
 
@@ -234,7 +234,7 @@ Response Transaction::external_authenticate(const Command& command) {
         return status::kIncorrectP1P2;
     }
     // One attempt for each transaction, so that a response cryptogram cannot be guessed.
-    if (stage_ != Stage::online || issuer_authentication_ != IssuerAuthentication::missing) {
+    if (stage_ != Stage::kOnline || issuer_authentication_ != IssuerAuthentication::kMissing) {
         return status::kConditionsNotSatisfied;
     }
     if (command.data.size() != sizeof(Cryptogram) + sizeof(Arc)) {
@@ -245,37 +245,39 @@ Response Transaction::external_authenticate(const Command& command) {
     const Cryptogram expected = compute_arpc(algorithm_, session_key(issuer_key_set()->cryptogram),
                                              *first_cryptogram_, arc);
     const bool genuine = std::equal(expected.begin(), expected.end(), command.data.begin());
-    issuer_authentication_ = genuine ? IssuerAuthentication::passed : IssuerAuthentication::failed;
+    issuer_authentication_ =
+        genuine ? IssuerAuthentication::kPassed : IssuerAuthentication::kFailed;
     return genuine ? status::kSuccess : status::kAuthenticationFailed;
 }
 
 // EMV Book 2, clause 6.5.2: the card's number of this moment, and a hash over it and over what the
 // terminal sent, under the key that the terminal takes out of the card's certificate.
 Response Transaction::internal_authenticate(const Command& command) {
-    constexpr std::uint8_t header = 0x6A;
-    constexpr std::uint8_t signed_dynamic_data = 0x05;
-    constexpr std::uint8_t algorithm_sha1 = 0x01;
-    constexpr std::uint8_t number_size = 8;
-    constexpr std::uint8_t padding = 0xBB;
-    constexpr std::uint8_t trailer = 0xBC;
+    constexpr std::uint8_t kHeader = 0x6A;
+    constexpr std::uint8_t kSignedDynamicData = 0x05;
+    constexpr std::uint8_t kAlgorithmSha1 = 0x01;
+    constexpr std::uint8_t kNumberSize = 8;
+    constexpr std::uint8_t kPadding = 0xBB;
+    constexpr std::uint8_t kTrailer = 0xBC;
     if (command.p1 != 0 || command.p2 != 0) {
         return status::kIncorrectP1P2;
     }
-    if (stage_ != Stage::initiated || !application_.icc_key || personal_.ddol.empty()) {
+    if (stage_ != Stage::kInitiated || !application_.icc_key || personal_.ddol.empty()) {
         return status::kConditionsNotSatisfied;
     }
     if (command.data.size() != dol_value_size(personal_.ddol)) {
         return status::kWrongLength;
     }
     const IccKey& key = *application_.icc_key;
-    Bytes content = {signed_dynamic_data, algorithm_sha1, number_size + 1, number_size};
-    append(content, random_bytes(number_size));
-    content.resize(key.modulus.size() - sizeof(Hash) - 2, padding);
+    Bytes content = {kSignedDynamicData, kAlgorithmSha1, kNumberSize + 1, kNumberSize};
+    append(content, random_bytes(kNumberSize));
+    content.resize(key.modulus.size() - sizeof(Hash) - 2, kPadding);
     const Hash hash = hash_sha1(concatenate({content, command.data}));
-    const Bytes signature = apply_rsa(key.modulus, key.private_exponent,
-                                      concatenate({Bytes{header}, content, hash, Bytes{trailer}}));
+    const Bytes signature =
+        apply_rsa(key.modulus, key.private_exponent,
+                  concatenate({Bytes{kHeader}, content, hash, Bytes{kTrailer}}));
     dynamic_data_signed_ = true;
-    if (application_.generate_ac_format == ResponseFormat::primitive) {
+    if (application_.generate_ac_format == ResponseFormat::kPrimitive) {
         return encode_object(0x80, signature);
     }
     return encode_object(0x77, encode_object(0x9F4B, signature));
@@ -287,7 +289,7 @@ void Transaction::note_pin_verification(bool accepted) {
 }
 
 std::optional<ByteView> Transaction::verified_data(const Command& command) const {
-    const std::size_t plain_size = command.data.size() - script_mac_size;
+    const std::size_t plain_size = command.data.size() - kScriptMacSize;
     const ByteView plain = command.data.first(plain_size);
     const ByteView received = command.data.subspan(plain_size);
     const Bytes expected =
@@ -306,7 +308,7 @@ std::optional<Cryptogram> Transaction::decipher_pin(ByteView enciphered) const {
 
 void Transaction::note_script(bool accepted) {
     LastTransaction& last = application_.last_transaction;
-    if (last.script_commands < most_counted_scripts) {
+    if (last.script_commands < kMostCountedScripts) {
         ++last.script_commands;
     }
     last.script_failed = last.script_failed || !accepted;
@@ -321,7 +323,7 @@ Bytes Transaction::log_values(ByteView format) const {
     for (const DolEntry& entry : *list) {
         const auto found = first_terminal_data_.find(entry.tag);
         Bytes value = found != first_terminal_data_.end() ? found->second : Bytes{};
-        if (entry.tag == atc_object) {
+        if (entry.tag == kAtcObject) {
             value = big_endian(application_.atc);
         }
         value.resize(entry.length, 0x00);

@@ -7,9 +7,9 @@
 #include <map>
 #include <optional>
 
-#include "apdu.h"
-#include "cryptogram_input.h"
-#include "profile.h"
+#include "virtual/card/apdu.h"
+#include "virtual/card/cryptogram_input.h"
+#include "virtual/card/profile.h"
 
 namespace qaven::virtual_card {
 
@@ -17,7 +17,7 @@ class Transaction {
   public:
     Transaction(Application& application, const IssuerKeys& issuer_keys);
 
-    bool initiated() const { return stage_ != Stage::selected; }
+    bool initiated() const { return stage_ != Stage::kSelected; }
 
     Response get_processing_options(const Command& command);
     Response generate_ac(const Command& command, bool pin_try_limit_exceeded);
@@ -37,8 +37,8 @@ class Transaction {
     Bytes log_values(ByteView format) const;
 
   private:
-    enum class Stage : std::uint8_t { selected, initiated, online, finished };
-    enum class IssuerAuthentication : std::uint8_t { missing, passed, failed };
+    enum class Stage : std::uint8_t { kSelected, kInitiated, kOnline, kFinished };
+    enum class IssuerAuthentication : std::uint8_t { kMissing, kPassed, kFailed };
     using TerminalData = std::map<Tag, Bytes>;
 
     Response first_generate_ac(const Command& command, bool pin_try_limit_exceeded);
@@ -55,14 +55,14 @@ class Transaction {
     Application& application_;
     const IssuerKeys& issuer_keys_;
     PersonalData personal_;
-    Stage stage_ = Stage::selected;
+    Stage stage_ = Stage::kSelected;
     LastTransaction history_;
     bool new_card_ = false;
-    Algorithm algorithm_ = Algorithm::triple_des;
+    Algorithm algorithm_ = Algorithm::kTripleDes;
     TerminalData first_terminal_data_;
     std::optional<Cryptogram> first_cryptogram_;
     Cryptogram latest_cryptogram_{};
-    IssuerAuthentication issuer_authentication_ = IssuerAuthentication::missing;
+    IssuerAuthentication issuer_authentication_ = IssuerAuthentication::kMissing;
     bool pin_verified_ = false;
     bool pin_verification_failed_ = false;
     bool unable_to_go_online_ = false;

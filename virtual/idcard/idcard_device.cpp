@@ -16,21 +16,21 @@ using virtual_usb::Reply;
 using virtual_usb::Setup;
 using virtual_usb::TimePoint;
 
-constexpr std::uint8_t the_interface = 0;
+constexpr std::uint8_t kTheInterface = 0;
 // The HID class wants one; nothing ever comes from it.
-constexpr std::uint8_t interrupt_in = 0x81;
+constexpr std::uint8_t kInterruptIn = 0x81;
 
 // Request type and request in one number, as they stand in the set-up bytes.
-constexpr std::uint16_t get_interface_descriptor = 0x8106;
-constexpr std::uint16_t get_report = 0xA101;
-constexpr std::uint16_t set_report = 0x2109;
-constexpr std::uint16_t set_idle = 0x210A;
+constexpr std::uint16_t kGetInterfaceDescriptor = 0x8106;
+constexpr std::uint16_t kGetReport = 0xA101;
+constexpr std::uint16_t kSetReport = 0x2109;
+constexpr std::uint16_t kSetIdle = 0x210A;
 
-constexpr std::uint8_t descriptor_hid = 0x21;
-constexpr std::uint8_t descriptor_report = 0x22;
+constexpr std::uint8_t kDescriptorHid = 0x21;
+constexpr std::uint8_t kDescriptorReport = 0x22;
 // Report type in the high byte, report identifier 0 in the low one.
-constexpr std::uint16_t input_report = 0x0100;
-constexpr std::uint16_t output_report = 0x0200;
+constexpr std::uint16_t kInputReport = 0x0100;
+constexpr std::uint16_t kOutputReport = 0x0200;
 
 constexpr std::uint8_t low(std::uint16_t value) {
     return static_cast<std::uint8_t>(value & 0xFFU);
@@ -40,22 +40,22 @@ constexpr std::uint8_t high(std::uint16_t value) {
 }
 
 // Vendor-defined: one input and one output report of 64 bytes.
-constexpr auto report_descriptor = std::to_array<std::uint8_t>({
+constexpr auto kReportDescriptor = std::to_array<std::uint8_t>({
     0x06, 0x00,        0xFF,       // usage page: vendor-defined
     0x09, 0x01,                    // usage 1
     0xA1, 0x01,                    // application collection
     0x15, 0x00,                    // logical minimum 0
     0x26, 0xFF,        0x00,       // logical maximum 255
     0x75, 0x08,                    // eight bits
-    0x95, report_size,             // as many times
+    0x95, kReportSize,             // as many times
     0x09, 0x01,        0x81, 0x02, // input
     0x09, 0x01,        0x91, 0x02, // output
     0xC0,                          // end of collection
 });
 
 // bLength, type, bcdHID 1.11, no country, one report descriptor and its length.
-constexpr std::array<std::uint8_t, 9> hid_descriptor{
-    9, descriptor_hid, 0x11, 0x01, 0, 1, descriptor_report, report_descriptor.size(), 0};
+constexpr std::array<std::uint8_t, 9> kHidDescriptor{
+    9, kDescriptorHid, 0x11, 0x01, 0, 1, kDescriptorReport, kReportDescriptor.size(), 0};
 
 class IdCardReader : public virtual_usb::Device {
   public:
@@ -70,10 +70,10 @@ class IdCardReader : public virtual_usb::Device {
                 0,
                 0,
                 64, // class per interface, bMaxPacketSize0
-                low(vendor_id),
-                high(vendor_id), //
-                low(product_id),
-                high(product_id), //
+                low(kVendorId),
+                high(kVendorId), //
+                low(kProductId),
+                high(kProductId), //
                 0x00,
                 0x01, // bcdDevice 1.00
                 1,
@@ -84,10 +84,10 @@ class IdCardReader : public virtual_usb::Device {
 
     [[nodiscard]] Bytes configuration_descriptor() const override {
         Bytes bytes{9, 2, 0, 0, 1, 1, 0, 0x80, 100}; // one interface, bus-powered, 200 mA
-        const std::array<std::uint8_t, 9> interface { 9, 4, the_interface, 0, 1, 0x03, 0, 0, 0 };
-        const std::array<std::uint8_t, 7> endpoint{7, 5, interrupt_in, 3, report_size, 0, 10};
+        const std::array<std::uint8_t, 9> interface { 9, 4, kTheInterface, 0, 1, 0x03, 0, 0, 0 };
+        const std::array<std::uint8_t, 7> endpoint{7, 5, kInterruptIn, 3, kReportSize, 0, 10};
         bytes.insert(bytes.end(), interface.begin(), interface.end());
-        bytes.insert(bytes.end(), hid_descriptor.begin(), hid_descriptor.end());
+        bytes.insert(bytes.end(), kHidDescriptor.begin(), kHidDescriptor.end());
         bytes.insert(bytes.end(), endpoint.begin(), endpoint.end());
         bytes[2] = static_cast<std::uint8_t>(bytes.size()); // wTotalLength
         return bytes;
@@ -105,18 +105,18 @@ class IdCardReader : public virtual_usb::Device {
     }
 
     Reply control(const Setup& setup, std::span<const std::uint8_t> data, TimePoint now) override {
-        if (low(setup.index) != the_interface) {
+        if (low(setup.index) != kTheInterface) {
             return Reply::stall();
         }
         switch (setup.request_type << 8U | setup.request) {
-        case get_interface_descriptor:
+        case kGetInterfaceDescriptor:
             return descriptor(high(setup.value));
-        case set_idle:
+        case kSetIdle:
             return Reply::ack();
-        case set_report:
-            return setup.value == output_report ? take_report(data, now) : Reply::stall();
-        case get_report:
-            return setup.value == input_report ? Reply::ack(give_report(now)) : Reply::stall();
+        case kSetReport:
+            return setup.value == kOutputReport ? take_report(data, now) : Reply::stall();
+        case kGetReport:
+            return setup.value == kInputReport ? Reply::ack(give_report(now)) : Reply::stall();
         default:
             return Reply::stall();
         }
@@ -124,7 +124,7 @@ class IdCardReader : public virtual_usb::Device {
 
     Handshake out(std::uint8_t /*endpoint*/, std::span<const std::uint8_t> /*packet*/,
                   TimePoint /*now*/) override {
-        return Handshake::stall;
+        return Handshake::kStall;
     }
     Reply in(std::uint8_t /*endpoint*/, TimePoint /*now*/) override { return Reply::nak(); }
     void clear_halt(std::uint8_t /*endpoint*/) override {}
@@ -139,24 +139,24 @@ class IdCardReader : public virtual_usb::Device {
   private:
     static Reply descriptor(std::uint8_t type) {
         switch (type) {
-        case descriptor_hid:
-            return Reply::ack({hid_descriptor.begin(), hid_descriptor.end()});
-        case descriptor_report:
-            return Reply::ack({report_descriptor.begin(), report_descriptor.end()});
+        case kDescriptorHid:
+            return Reply::ack({kHidDescriptor.begin(), kHidDescriptor.end()});
+        case kDescriptorReport:
+            return Reply::ack({kReportDescriptor.begin(), kReportDescriptor.end()});
         default:
             return Reply::stall();
         }
     }
 
     Reply take_report(std::span<const std::uint8_t> report, TimePoint now) {
-        if (report.size() > report_size) {
+        if (report.size() > kReportSize) {
             return Reply::stall();
         }
         // What is left of an earlier reply is lost.
         reply_.clear();
         if (const auto frame = collector_.take(report)) {
             reply_ = samv_.execute(*frame);
-            ready_ = now + thinking_time;
+            ready_ = now + kThinkingTime;
         }
         return Reply::ack();
     }
@@ -167,11 +167,11 @@ class IdCardReader : public virtual_usb::Device {
         if (now >= ready_) {
             const auto end =
                 reply_.begin() +
-                static_cast<std::ptrdiff_t>(std::min<std::size_t>(report_size, reply_.size()));
+                static_cast<std::ptrdiff_t>(std::min<std::size_t>(kReportSize, reply_.size()));
             report.assign(reply_.begin(), end);
             reply_.erase(reply_.begin(), end);
         }
-        report.resize(report_size, 0);
+        report.resize(kReportSize, 0);
         return report;
     }
 

@@ -10,12 +10,12 @@
 
 namespace qaven::virtual_idcard {
 
-inline constexpr std::uint16_t vendor_id = 0x2F7A;
-inline constexpr std::uint16_t product_id = 0x4463;
-inline constexpr std::size_t report_size = 64;
+inline constexpr std::uint16_t kVendorId = 0x2F7A;
+inline constexpr std::uint16_t kProductId = 0x4463;
+inline constexpr std::size_t kReportSize = 64;
 
 // How long the module works on a command; until then the reader gives reports of zeros.
-inline constexpr std::chrono::milliseconds thinking_time{25};
+inline constexpr std::chrono::milliseconds kThinkingTime{25};
 
 // A reader with a card on it: "resident", "foreign", "hmt" (Hong Kong, Macao, Taiwan), or "none"
 // for an empty reader. Any other kind: null.

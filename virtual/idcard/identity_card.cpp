@@ -23,7 +23,7 @@ class TextBlock {
     }
 
     [[nodiscard]] Bytes finished() const {
-        assert(bytes_.size() == text_size);
+        assert(bytes_.size() == kTextSize);
         return bytes_;
     }
 
@@ -46,7 +46,7 @@ std::u16string with_check_character(std::u16string number) {
 // rest on.
 Bytes photo() {
     Bytes bytes{'W', 'L', 'f'};
-    while (bytes.size() < photo_size) {
+    while (bytes.size() < kPhotoSize) {
         bytes.push_back(static_cast<std::uint8_t>(bytes.size() * 31U + 7U));
     }
     return bytes;

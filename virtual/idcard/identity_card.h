@@ -10,8 +10,8 @@ namespace qaven::virtual_idcard {
 
 using Bytes = std::vector<std::uint8_t>;
 
-inline constexpr std::size_t text_size = 256;
-inline constexpr std::size_t photo_size = 1024;
+inline constexpr std::size_t kTextSize = 256;
+inline constexpr std::size_t kPhotoSize = 1024;
 
 struct IdentityCard {
     Bytes text;

@@ -10,16 +10,16 @@ namespace qaven::virtual_idcard {
 namespace {
 
 // Preamble and start code.
-constexpr std::array<std::uint8_t, 5> frame_start{0xAA, 0xAA, 0xAA, 0x96, 0x69};
-constexpr std::size_t length_at = frame_start.size();
-constexpr std::size_t body_at = length_at + 2;
-constexpr std::size_t checksum_size = 1;
+constexpr std::array<std::uint8_t, 5> kFrameStart{0xAA, 0xAA, 0xAA, 0x96, 0x69};
+constexpr std::size_t kLengthAt = kFrameStart.size();
+constexpr std::size_t kBodyAt = kLengthAt + 2;
+constexpr std::size_t kChecksumSize = 1;
 // Command and parameter; none of the commands here takes data.
-constexpr std::size_t command_size = 2;
+constexpr std::size_t kCommandSize = 2;
 
-constexpr std::uint16_t find_card = 0x2001;
-constexpr std::uint16_t select_card = 0x2002;
-constexpr std::uint16_t read_base = 0x3001;
+constexpr std::uint16_t kFindCard = 0x2001;
+constexpr std::uint16_t kSelectCard = 0x2002;
+constexpr std::uint16_t kReadBase = 0x3001;
 
 std::uint8_t high(std::size_t value) {
     return static_cast<std::uint8_t>((value >> 8U) & 0xFFU);
@@ -45,12 +45,12 @@ void append(Bytes& to, std::span<const std::uint8_t> bytes) {
 }
 
 Bytes reply(Sw3 status, std::span<const std::uint8_t> data = {}) {
-    const std::size_t length = 3 + data.size() + checksum_size;
-    Bytes frame(frame_start.begin(), frame_start.end());
+    const std::size_t length = 3 + data.size() + kChecksumSize;
+    Bytes frame(kFrameStart.begin(), kFrameStart.end());
     append(frame, std::array<std::uint8_t, 5>{high(length), low(length), 0x00, 0x00,
                                               static_cast<std::uint8_t>(status)});
     append(frame, data);
-    frame.push_back(checksum_of(std::span(frame).subspan(length_at)));
+    frame.push_back(checksum_of(std::span(frame).subspan(kLengthAt)));
     return frame;
 }
 
@@ -59,69 +59,69 @@ Bytes reply(Sw3 status, std::span<const std::uint8_t> data = {}) {
 Samv::Samv(std::optional<IdentityCard> card) : card_(std::move(card)) {}
 
 Bytes Samv::execute(std::span<const std::uint8_t> frame) {
-    if (frame.size() < body_at + checksum_size) {
-        return reply(Sw3::wrong_length);
+    if (frame.size() < kBodyAt + kChecksumSize) {
+        return reply(Sw3::kWrongLength);
     }
-    const auto checked = frame.subspan(length_at, frame.size() - length_at - checksum_size);
+    const auto checked = frame.subspan(kLengthAt, frame.size() - kLengthAt - kChecksumSize);
     if (checksum_of(checked) != frame.back()) {
-        return reply(Sw3::wrong_checksum);
+        return reply(Sw3::kWrongChecksum);
     }
-    const auto command = frame.subspan(body_at, frame.size() - body_at - checksum_size);
-    if (command.size() != command_size) {
-        return reply(Sw3::wrong_length);
+    const auto command = frame.subspan(kBodyAt, frame.size() - kBodyAt - kChecksumSize);
+    if (command.size() != kCommandSize) {
+        return reply(Sw3::kWrongLength);
     }
     switch (big_endian(command)) {
-    case find_card:
+    case kFindCard:
         return find();
-    case select_card:
+    case kSelectCard:
         return select();
-    case read_base:
+    case kReadBase:
         return read_base_information();
     default:
-        return reply(Sw3::unknown_command);
+        return reply(Sw3::kUnknownCommand);
     }
 }
 
 Bytes Samv::find() {
     if (!card_) {
-        stage_ = Stage::idle;
-        return reply(Sw3::no_card);
+        stage_ = Stage::kIdle;
+        return reply(Sw3::kNoCard);
     }
-    stage_ = Stage::found;
-    return reply(Sw3::found, std::array<std::uint8_t, 4>{});
+    stage_ = Stage::kFound;
+    return reply(Sw3::kFound, std::array<std::uint8_t, 4>{});
 }
 
 Bytes Samv::select() {
-    if (stage_ == Stage::idle) {
-        return reply(Sw3::select_failed);
+    if (stage_ == Stage::kIdle) {
+        return reply(Sw3::kSelectFailed);
     }
-    stage_ = Stage::selected;
-    return reply(Sw3::success, std::array<std::uint8_t, 8>{});
+    stage_ = Stage::kSelected;
+    return reply(Sw3::kSuccess, std::array<std::uint8_t, 8>{});
 }
 
 Bytes Samv::read_base_information() const {
-    if (stage_ != Stage::selected) {
-        return reply(Sw3::read_failed);
+    if (stage_ != Stage::kSelected) {
+        return reply(Sw3::kReadFailed);
     }
     const IdentityCard& card = *card_;
     Bytes data{high(card.text.size()), low(card.text.size()), //
                high(card.photo.size()), low(card.photo.size())};
     append(data, card.text);
     append(data, card.photo);
-    return reply(Sw3::success, data);
+    return reply(Sw3::kSuccess, data);
 }
 
 std::optional<Bytes> FrameCollector::take(std::span<const std::uint8_t> report) {
     const bool starts_a_frame =
-        std::ranges::equal(frame_start, report.first(std::min(report.size(), frame_start.size())));
+        std::ranges::equal(kFrameStart, report.first(std::min(report.size(), kFrameStart.size())));
     if (frame_.empty() && !starts_a_frame) {
         return std::nullopt;
     }
     append(frame_, report);
-    if (frame_.size() < body_at) {
+    if (frame_.size() < kBodyAt) {
         return std::nullopt;
     }
-    const std::size_t size = body_at + big_endian(std::span(frame_).subspan(length_at));
+    const std::size_t size = kBodyAt + big_endian(std::span(frame_).subspan(kLengthAt));
     if (frame_.size() < size) {
         return std::nullopt;
     }

@@ -11,14 +11,14 @@ namespace qaven::virtual_idcard {
 
 // The last of the three status bytes.
 enum class Sw3 : std::uint8_t {
-    success = 0x90,
-    found = 0x9F,
-    wrong_checksum = 0x10,
-    wrong_length = 0x11,
-    unknown_command = 0x21,
-    read_failed = 0x41,
-    no_card = 0x80,
-    select_failed = 0x81,
+    kSuccess = 0x90,
+    kFound = 0x9F,
+    kWrongChecksum = 0x10,
+    kWrongLength = 0x11,
+    kUnknownCommand = 0x21,
+    kReadFailed = 0x41,
+    kNoCard = 0x80,
+    kSelectFailed = 0x81,
 };
 
 class Samv {
@@ -29,17 +29,17 @@ class Samv {
     Bytes execute(std::span<const std::uint8_t> frame);
 
     // Power is gone: no card is found or selected any more.
-    void reset() { stage_ = Stage::idle; }
+    void reset() { stage_ = Stage::kIdle; }
 
   private:
-    enum class Stage : std::uint8_t { idle, found, selected };
+    enum class Stage : std::uint8_t { kIdle, kFound, kSelected };
 
     Bytes find();
     Bytes select();
     Bytes read_base_information() const;
 
     std::optional<IdentityCard> card_;
-    Stage stage_ = Stage::idle;
+    Stage stage_ = Stage::kIdle;
 };
 
 // Puts a command frame together from the reports that carry it. A report that starts no frame while

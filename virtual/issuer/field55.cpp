@@ -1,5 +1,5 @@
 // The issuer's parser for the card data of an authorisation request.
-#include "field55.h"
+#include "virtual/issuer/field55.h"
 
 #include <algorithm>
 #include <array>
@@ -125,7 +125,7 @@ std::string tag_text(std::uint32_t tag) {
 }
 
 std::string_view tag_name(std::uint32_t tag) {
-    constexpr std::array<std::pair<std::uint32_t, std::string_view>, 18> names{{
+    constexpr std::array<std::pair<std::uint32_t, std::string_view>, 18> kNames{{
         {0x9F26, "application cryptogram"},
         {0x9F27, "cryptogram information data"},
         {0x9F10, "issuer application data"},
@@ -145,9 +145,9 @@ std::string_view tag_name(std::uint32_t tag) {
         {0x9F33, "terminal capabilities"},
         {0x9F63, "card product identification"},
     }};
-    const auto* const found = std::find_if(names.begin(), names.end(),
+    const auto* const found = std::find_if(kNames.begin(), kNames.end(),
                                            [tag](const auto& name) { return name.first == tag; });
-    return found != names.end() ? found->second : "unknown";
+    return found != kNames.end() ? found->second : "unknown";
 }
 
 } // namespace qaven::virtual_issuer

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "card/bytes.h"
+#include "virtual/card/bytes.h"
 
 namespace qaven::virtual_issuer {
 

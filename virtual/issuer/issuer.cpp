@@ -1,10 +1,10 @@
 // The issuer's side of a transaction: verdicts, response cryptogram and script.
-#include "issuer.h"
+#include "virtual/issuer/issuer.h"
 
 #include <algorithm>
 #include <stdexcept>
 
-#include "card/tlv.h"
+#include "virtual/card/tlv.h"
 
 namespace qaven::virtual_issuer {
 
@@ -16,7 +16,7 @@ using card::Key;
 
 // What follows from the card data for one transaction.
 struct Issuer::Session {
-    Algorithm algorithm = Algorithm::triple_des;
+    Algorithm algorithm = Algorithm::kTripleDes;
     const card::KeySet* issuer_keys = nullptr;
     std::string pan_digits;
     std::uint8_t pan_sequence_number = 0;
@@ -40,8 +40,8 @@ Cryptogram as_cryptogram(const Bytes& bytes) {
 }
 
 Algorithm read_algorithm(const Bytes& iad) {
-    const std::uint8_t byte = iad[card::iad_algorithm_at];
-    for (const Algorithm known : {Algorithm::triple_des, Algorithm::sm4}) {
+    const std::uint8_t byte = iad[card::kIadAlgorithmAt];
+    for (const Algorithm known : {Algorithm::kTripleDes, Algorithm::kSm4}) {
         if (byte == static_cast<std::uint8_t>(known)) {
             return known;
         }
@@ -51,19 +51,19 @@ Algorithm read_algorithm(const Bytes& iad) {
 
 // The CID (9F27) is not under the cryptogram, the CVR is: they have to agree.
 bool is_of_kind(std::uint8_t cid_byte, const card::Cvr& cvr, CryptogramKind kind) {
-    const std::uint8_t outcome = cvr[card::cvr::outcome_byte];
-    const bool went_online = (outcome & card::cvr::first_mask) == card::cvr::first_arqc;
-    const std::uint8_t second = outcome & card::cvr::second_mask;
-    const std::uint8_t cid = cid_byte & card::cid_mask;
-    if (kind == CryptogramKind::request) {
-        return cid == card::cid_arqc && went_online && second == card::cvr::second_not_requested;
+    const std::uint8_t outcome = cvr[card::cvr::kOutcomeByte];
+    const bool went_online = (outcome & card::cvr::kFirstMask) == card::cvr::kFirstArqc;
+    const std::uint8_t second = outcome & card::cvr::kSecondMask;
+    const std::uint8_t cid = cid_byte & card::kCidMask;
+    if (kind == CryptogramKind::kRequest) {
+        return cid == card::kCidArqc && went_online && second == card::cvr::kSecondNotRequested;
     }
-    return cid == card::cid_tc && second == card::cvr::second_tc;
+    return cid == card::kCidTc && second == card::cvr::kSecondTc;
 }
 
 Bytes cryptogram_input(const Field55& field, const card::Cvr& cvr) {
     Bytes input;
-    for (const card::DolEntry& object : card::cryptogram_terminal_objects) {
+    for (const card::DolEntry& object : card::kCryptogramTerminalObjects) {
         card::append(input, field.require(object.tag, object.length));
     }
     card::append(input, field.require(0x82, 2));
@@ -83,9 +83,9 @@ Issuer Issuer::from_profile(const std::filesystem::path& profile) {
 }
 
 Issuer::Session Issuer::open_session(const Field55& field) const {
-    const Bytes& iad = field.require(0x9F10, card::iad_size);
+    const Bytes& iad = field.require(0x9F10, card::kIadSize);
     const Bytes& atc = field.require(0x9F36, 2);
-    if (iad[0] != card::iad_size - 1 || iad[card::iad_cvr_at] != card::cvr_size - 1) {
+    if (iad[0] != card::kIadSize - 1 || iad[card::kIadCvrAt] != card::kCvrSize - 1) {
         throw std::runtime_error("The issuer application data (9F10) is not built as this issuer's "
                                  "cards build it.");
     }
@@ -95,7 +95,7 @@ Issuer::Session Issuer::open_session(const Field55& field) const {
     if (session.issuer_keys == nullptr) {
         throw std::runtime_error("The issuer has no keys for the algorithm that the card used.");
     }
-    std::copy_n(iad.begin() + card::iad_cvr_at, card::cvr_size, session.cvr.begin());
+    std::copy_n(iad.begin() + card::kIadCvrAt, card::kCvrSize, session.cvr.begin());
     const Bytes* pan = field.find(0x5A);
     if (pan == nullptr) {
         throw std::runtime_error("The card data has no 5A (PAN).");
@@ -133,7 +133,7 @@ Verdict Issuer::judge(const Field55& field, CryptogramKind kind) const {
     if (comparison.received != comparison.computed) {
         verdict.reason = "The cryptogram is not the one that follows from the card data.";
     } else if (!right_kind) {
-        verdict.reason = kind == CryptogramKind::request
+        verdict.reason = kind == CryptogramKind::kRequest
                              ? "The cryptogram is genuine, but it is no ARQC."
                              : "The cryptogram is genuine, but it is no TC.";
     } else {
@@ -146,11 +146,11 @@ Verdict Issuer::judge(const Field55& field, CryptogramKind kind) const {
 bool is_covered(std::uint32_t tag) {
     // The AIP, the ATC and the CVR (in 9F10) enter beside the terminal's objects; the PAN, its
     // sequence number and the algorithm (in 9F10) choose the key; 9F27 is compared with the CVR.
-    constexpr std::array<std::uint32_t, 7> others{0x82,   0x9F36, 0x9F10, 0x5A,
-                                                  0x5F34, 0x9F26, 0x9F27};
-    return std::find(others.begin(), others.end(), tag) != others.end() ||
-           std::any_of(card::cryptogram_terminal_objects.begin(),
-                       card::cryptogram_terminal_objects.end(),
+    constexpr std::array<std::uint32_t, 7> kOthers{0x82,   0x9F36, 0x9F10, 0x5A,
+                                                   0x5F34, 0x9F26, 0x9F27};
+    return std::find(kOthers.begin(), kOthers.end(), tag) != kOthers.end() ||
+           std::any_of(card::kCryptogramTerminalObjects.begin(),
+                       card::kCryptogramTerminalObjects.end(),
                        [tag](const card::DolEntry& object) { return object.tag == tag; });
 }
 
@@ -177,7 +177,7 @@ Bytes Issuer::answer(const Field55& field, const Answer& answer) const {
         if (command.encipher_as_pin) {
             data = card::encipher_pin_block(session.algorithm, encryption_key, as_cryptogram(data));
         }
-        const std::size_t mac_size = command.secured ? card::script_mac_size : 0;
+        const std::size_t mac_size = command.secured ? card::kScriptMacSize : 0;
         Bytes bytes(command.header.begin(), command.header.end());
         bytes.push_back(static_cast<std::uint8_t>(data.size() + mac_size));
         if (command.secured) {

@@ -9,20 +9,20 @@
 #include <string>
 #include <vector>
 
-#include "card/cryptogram_input.h"
-#include "card/cryptography.h"
-#include "card/profile.h"
-#include "issuer/field55.h"
+#include "virtual/card/cryptogram_input.h"
+#include "virtual/card/cryptography.h"
+#include "virtual/card/profile.h"
+#include "virtual/issuer/field55.h"
 
 namespace qaven::virtual_issuer {
 
-enum class CryptogramKind : std::uint8_t { request, transaction_certificate };
+enum class CryptogramKind : std::uint8_t { kRequest, kTransactionCertificate };
 
 // The cryptogram that came and the one that follows from the card data.
 struct Comparison {
     virtual_card::Cryptogram received{};
     virtual_card::Cryptogram computed{};
-    virtual_card::Algorithm algorithm = virtual_card::Algorithm::triple_des;
+    virtual_card::Algorithm algorithm = virtual_card::Algorithm::kTripleDes;
     virtual_card::Cvr cvr{};
 };
 

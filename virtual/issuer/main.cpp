@@ -10,21 +10,21 @@
 
 #include <cjson/cJSON.h>
 
-#include "card/find_profile.h"
-#include "card/json.h"
-#include "issuer.h"
+#include "virtual/card/find_profile.h"
+#include "virtual/card/json.h"
+#include "virtual/issuer/issuer.h"
 
 namespace card = qaven::virtual_card;
 namespace issuer = qaven::virtual_issuer;
 
 namespace {
 
-constexpr int exit_verified = 0;
-constexpr int exit_not_verified = 1;
-constexpr int exit_not_written = 1;
-constexpr int exit_no_verdict = 2;
+constexpr int kExitVerified = 0;
+constexpr int kExitNotVerified = 1;
+constexpr int kExitNotWritten = 1;
+constexpr int kExitNoVerdict = 2;
 
-constexpr std::string_view usage =
+constexpr std::string_view kUsage =
     "qaven-issuer verify    --profile NAME|FILE --arqc HEX [--json]\n"
     "qaven-issuer verify-tc --profile NAME|FILE --tc HEX [--json]\n"
     "qaven-issuer answer    --profile NAME|FILE --arqc HEX [--arc CC] [--script COMMAND]...\n"
@@ -126,7 +126,7 @@ Options read_options(const std::vector<std::string_view>& arguments) {
 }
 
 std::string_view algorithm_name(card::Algorithm algorithm) {
-    return algorithm == card::Algorithm::sm4 ? "SM4" : "3DES";
+    return algorithm == card::Algorithm::kSm4 ? "SM4" : "3DES";
 }
 
 void print_words(const issuer::Field55& field, const issuer::Verdict& verdict) {
@@ -184,23 +184,23 @@ int run(const Options& options) {
     const issuer::Field55 field = issuer::Field55::parse(options.card_data);
     if (options.verb == "answer") {
         std::cout << card::to_hex(bank.answer(field, options.answer)) << '\n';
-        return exit_verified;
+        return kExitVerified;
     }
-    const auto kind = options.verb == "verify" ? issuer::CryptogramKind::request
-                                               : issuer::CryptogramKind::transaction_certificate;
+    const auto kind = options.verb == "verify" ? issuer::CryptogramKind::kRequest
+                                               : issuer::CryptogramKind::kTransactionCertificate;
     const issuer::Verdict verdict = bank.verify(field, kind);
     if (options.json) {
         print_json(field, verdict);
     } else {
         print_words(field, verdict);
     }
-    return verdict.verified ? exit_verified : exit_not_verified;
+    return verdict.verified ? kExitVerified : kExitNotVerified;
 }
 
 int choose(const std::vector<std::string_view>& arguments) {
     if (!arguments.empty() && arguments.front() == "--help") {
-        std::cout << usage;
-        return exit_verified;
+        std::cout << kUsage;
+        return kExitVerified;
     }
     return run(read_options(arguments));
 }
@@ -214,14 +214,14 @@ int main(int argc, char** argv) {
         // What could not be written has not been said.
         if (!std::cout.flush()) {
             std::cerr << "cannot write to standard output\n";
-            return status == exit_verified ? exit_not_written : status;
+            return status == kExitVerified ? kExitNotWritten : status;
         }
         return status;
     } catch (const std::invalid_argument& error) {
         std::cerr << error.what() << "\n'qaven-issuer --help' tells what there is.\n";
-        return exit_no_verdict;
+        return kExitNoVerdict;
     } catch (const std::exception& error) {
         std::cerr << error.what() << '\n';
-        return exit_no_verdict;
+        return kExitNoVerdict;
     }
 }

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <stdexcept>
 
-#include "issuer.h"
+#include "virtual/issuer/issuer.h"
 
 namespace qaven::virtual_issuer {
 
@@ -12,7 +12,7 @@ namespace card = virtual_card;
 
 namespace {
 
-constexpr std::size_t longest_script_data = 255 - card::script_mac_size;
+constexpr std::size_t kLongestScriptData = 255 - card::kScriptMacSize;
 
 std::vector<std::string_view> split(std::string_view text, char separator) {
     std::vector<std::string_view> parts;
@@ -33,7 +33,7 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
 
 Bytes hex_argument(std::string_view command, std::string_view text) {
     const auto bytes = card::from_hex(text);
-    if (!bytes || bytes->size() > longest_script_data) {
+    if (!bytes || bytes->size() > kLongestScriptData) {
         refuse(command, "needs hexadecimal text that fits a command");
     }
     return *bytes;
@@ -75,8 +75,8 @@ ScriptCommand put_data(std::string_view text, std::string_view argument) {
 }
 
 ScriptCommand update_record(std::string_view text, std::string_view argument) {
-    constexpr unsigned sfi_shift = 3;
-    constexpr std::uint8_t by_number = 0x04;
+    constexpr unsigned kSfiShift = 3;
+    constexpr std::uint8_t kByNumber = 0x04;
     const auto parts = split(argument, ':');
     if (parts.size() != 3) {
         refuse(text, "has to be update-record=SFI:NUMBER:RECORD");
@@ -84,7 +84,7 @@ ScriptCommand update_record(std::string_view text, std::string_view argument) {
     const std::uint8_t sfi = number_argument(text, parts[0], 30);
     ScriptCommand command;
     command.header = {0x04, 0xDC, number_argument(text, parts[1], 255),
-                      static_cast<std::uint8_t>((sfi << sfi_shift) | by_number)};
+                      static_cast<std::uint8_t>((sfi << kSfiShift) | kByNumber)};
     command.data = hex_argument(text, parts[2]);
     return command;
 }
@@ -92,12 +92,12 @@ ScriptCommand update_record(std::string_view text, std::string_view argument) {
 ScriptCommand plain(std::string_view text, std::string_view argument) {
     const Bytes bytes = hex_argument(text, argument);
     ScriptCommand command;
-    constexpr std::size_t data_at = 5;
-    if (bytes.size() < data_at || bytes[4] != bytes.size() - data_at) {
+    constexpr std::size_t kDataAt = 5;
+    if (bytes.size() < kDataAt || bytes[4] != bytes.size() - kDataAt) {
         refuse(text, "has to be CLA INS P1 P2 Lc and Lc bytes");
     }
     std::copy_n(bytes.begin(), command.header.size(), command.header.begin());
-    command.data.assign(bytes.begin() + data_at, bytes.end());
+    command.data.assign(bytes.begin() + kDataAt, bytes.end());
     command.secured = false;
     return command;
 }
@@ -109,11 +109,11 @@ ScriptCommand parse_script_command(std::string_view text) {
         std::string_view name;
         std::uint8_t ins;
     };
-    constexpr std::array<Bare, 4> bare_commands{{{"application-block", 0x1E},
+    constexpr std::array<Bare, 4> kBareCommands{{{"application-block", 0x1E},
                                                  {"application-unblock", 0x18},
                                                  {"card-block", 0x16},
                                                  {"pin-unblock", 0x24}}};
-    for (const Bare& bare : bare_commands) {
+    for (const Bare& bare : kBareCommands) {
         if (text == bare.name) {
             ScriptCommand command;
             command.header = {0x84, bare.ins, 0x00, 0x00};
@@ -142,13 +142,13 @@ ScriptCommand parse_script_command(std::string_view text) {
 std::vector<std::string> describe(const card::Cvr& results) {
     namespace cvr = card::cvr;
     std::vector<std::string> phrases;
-    const std::uint8_t outcome = results[cvr::outcome_byte];
-    const std::uint8_t second = outcome & cvr::second_mask;
-    phrases.emplace_back((outcome & cvr::first_mask) == cvr::first_arqc ? "first cryptogram: ARQC"
+    const std::uint8_t outcome = results[cvr::kOutcomeByte];
+    const std::uint8_t second = outcome & cvr::kSecondMask;
+    phrases.emplace_back((outcome & cvr::kFirstMask) == cvr::kFirstArqc ? "first cryptogram: ARQC"
                                                                         : "first cryptogram: AAC");
-    if (second == cvr::second_tc) {
+    if (second == cvr::kSecondTc) {
         phrases.emplace_back("second cryptogram: TC");
-    } else if (second == cvr::second_aac) {
+    } else if (second == cvr::kSecondAac) {
         phrases.emplace_back("second cryptogram: AAC");
     } else {
         phrases.emplace_back("second cryptogram not requested yet");
@@ -159,30 +159,30 @@ std::vector<std::string> describe(const card::Cvr& results) {
         std::string_view phrase;
     };
     // The card says with one bit that it verified a PIN and with another that the PIN was wrong.
-    const bool wrong_pin = (outcome & cvr::pin_verification_failed) != 0;
+    const bool wrong_pin = (outcome & cvr::kPinVerificationFailed) != 0;
     const std::array<Bit, 11> bits{{
-        {cvr::outcome_byte, cvr::issuer_authentication_failed, "issuer authentication failed"},
-        {cvr::outcome_byte, cvr::pin_verification_performed,
+        {cvr::kOutcomeByte, cvr::kIssuerAuthenticationFailed, "issuer authentication failed"},
+        {cvr::kOutcomeByte, cvr::kPinVerificationPerformed,
          wrong_pin ? "PIN verification performed by the card" : "PIN verified by the card"},
-        {cvr::outcome_byte, cvr::pin_verification_failed, "PIN was wrong"},
-        {cvr::outcome_byte, cvr::unable_to_go_online, "terminal could not go online"},
-        {cvr::history_byte, cvr::last_online_not_completed,
+        {cvr::kOutcomeByte, cvr::kPinVerificationFailed, "PIN was wrong"},
+        {cvr::kOutcomeByte, cvr::kUnableToGoOnline, "terminal could not go online"},
+        {cvr::kHistoryByte, cvr::kLastOnlineNotCompleted,
          "the online transaction before was not completed"},
-        {cvr::history_byte, cvr::pin_try_limit_exceeded, "no PIN tries left"},
-        {cvr::history_byte, cvr::new_card, "new card"},
-        {cvr::history_byte, cvr::last_issuer_authentication_failed,
+        {cvr::kHistoryByte, cvr::kPinTryLimitExceeded, "no PIN tries left"},
+        {cvr::kHistoryByte, cvr::kNewCard, "new card"},
+        {cvr::kHistoryByte, cvr::kLastIssuerAuthenticationFailed,
          "issuer authentication failed in the transaction before"},
-        {cvr::history_byte, cvr::last_issuer_authentication_missing,
+        {cvr::kHistoryByte, cvr::kLastIssuerAuthenticationMissing,
          "no issuer authentication in the transaction before"},
-        {cvr::script_byte, cvr::script_failed, "a script command failed in the transaction before"},
-        {cvr::script_byte, cvr::dynamic_data_signed, "dynamic data signed by the card"},
+        {cvr::kScriptByte, cvr::kScriptFailed, "a script command failed in the transaction before"},
+        {cvr::kScriptByte, cvr::kDynamicDataSigned, "dynamic data signed by the card"},
     }};
     for (const Bit& bit : bits) {
         if ((results.at(bit.byte) & bit.mask) != 0) {
             phrases.emplace_back(bit.phrase);
         }
     }
-    const unsigned count = results[cvr::script_byte] >> cvr::script_count_shift;
+    const unsigned count = results[cvr::kScriptByte] >> cvr::kScriptCountShift;
     if (count > 0) {
         phrases.push_back(std::to_string(count) +
                           " script command(s) received in the transaction before");

@@ -25,20 +25,20 @@
 namespace qaven::virtual_plug {
 namespace {
 
-constexpr int exit_not_written = 1; // help that went nowhere
-constexpr int exit_usage = 2;
+constexpr int kExitNotWritten = 1; // help that went nowhere
+constexpr int kExitUsage = 2;
 // As of other programs that run a command: own failure, command not executable, not found.
-constexpr int exit_launcher_failed = 125;
-constexpr int exit_not_executable = 126;
-constexpr int exit_not_found = 127;
-constexpr int exit_signal_base = 128;
+constexpr int kExitLauncherFailed = 125;
+constexpr int kExitNotExecutable = 126;
+constexpr int kExitNotFound = 127;
+constexpr int kExitSignalBase = 128;
 
-constexpr const char* marker = "QAVEN_VIRTUAL_READER_STAGE";
-constexpr const char* preload_library = "libumockdev-preload.so.0";
+constexpr const char* kMarker = "QAVEN_VIRTUAL_READER_STAGE";
+constexpr const char* kPreloadLibrary = "libumockdev-preload.so.0";
 
 // The test bed's sockets lie some fifty characters below the temporary folder, and a socket's path
 // has room for 107.
-constexpr std::size_t longest_temporary_folder = 50;
+constexpr std::size_t kLongestTemporaryFolder = 50;
 
 std::string environment(const char* name) {
     const char* const value = std::getenv(name);
@@ -49,10 +49,10 @@ std::string environment(const char* name) {
 // is now.
 void admit_preload_to_sanitizers() {
     std::string options = environment("ASAN_OPTIONS");
-    constexpr auto setting = std::string_view("verify_asan_link_order=0");
-    if (options.find(setting) == std::string::npos) {
+    constexpr auto kSetting = std::string_view("verify_asan_link_order=0");
+    if (options.find(kSetting) == std::string::npos) {
         options += options.empty() ? "" : ":";
-        options += setting;
+        options += kSetting;
         setenv("ASAN_OPTIONS", options.c_str(), 1);
     }
 }
@@ -61,16 +61,16 @@ void admit_preload_to_sanitizers() {
 [[noreturn]] void start_again_under_preload(char** argv) {
     const std::string others = environment("LD_PRELOAD");
     const std::string preload =
-        others.empty() ? preload_library : std::string(preload_library) + ":" + others;
+        others.empty() ? kPreloadLibrary : std::string(kPreloadLibrary) + ":" + others;
     setenv("LD_PRELOAD", preload.c_str(), 1);
-    setenv(marker, "1", 1);
+    setenv(kMarker, "1", 1);
     admit_preload_to_sanitizers();
-    constexpr const char* own_program = "/proc/self/exe";
-    if (access(own_program, X_OK) != 0) {
+    constexpr const char* kOwnProgram = "/proc/self/exe";
+    if (access(kOwnProgram, X_OK) != 0) {
         throw std::runtime_error("umockdev finds no devices without /proc, which is not there; the "
                                  "verb usbip does without");
     }
-    execv(own_program, argv);
+    execv(kOwnProgram, argv);
     throw std::system_error(errno, std::generic_category(), "cannot start again");
 }
 
@@ -78,7 +78,7 @@ void admit_preload_to_sanitizers() {
 class ShortTemporaryFolder {
   public:
     ShortTemporaryFolder() : original_(environment("TMPDIR")) {
-        if (original_.size() > longest_temporary_folder) {
+        if (original_.size() > kLongestTemporaryFolder) {
             setenv("TMPDIR", "/tmp", 1);
         }
     }
@@ -143,14 +143,14 @@ class Signals {
                                  pid_t launcher) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != launcher) {
-        _exit(exit_launcher_failed);
+        _exit(kExitLauncherFailed);
     }
     signals.restore();
     execvp(arguments.front(), arguments.data());
     const int code = errno;
     std::fprintf(stderr, "qaven-virtual-reader: cannot run %s: %s\n", arguments.front(),
                  std::strerror(code));
-    _exit(code == ENOENT ? exit_not_found : exit_not_executable);
+    _exit(code == ENOENT ? kExitNotFound : kExitNotExecutable);
 }
 
 int run_command(std::vector<std::string> words, const Signals& signals) {
@@ -169,7 +169,7 @@ int run_command(std::vector<std::string> words, const Signals& signals) {
         become_command(arguments, signals, launcher);
     }
     const int status = signals.wait_for(child);
-    return WIFSIGNALED(status) ? exit_signal_base + WTERMSIG(status) : WEXITSTATUS(status);
+    return WIFSIGNALED(status) ? kExitSignalBase + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 int print_help() {
@@ -177,20 +177,20 @@ int print_help() {
     // What could not be written has not been said.
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         std::fputs("qaven-virtual-reader: cannot write to standard output\n", stderr);
-        return exit_not_written;
+        return kExitNotWritten;
     }
     return EXIT_SUCCESS;
 }
 
 int run(const Options& options, const DeviceFactory& factory) {
-    if (dlopen(preload_library, RTLD_LAZY | RTLD_NOLOAD) == nullptr) {
-        throw std::runtime_error(std::string(preload_library) + " could not be loaded");
+    if (dlopen(kPreloadLibrary, RTLD_LAZY | RTLD_NOLOAD) == nullptr) {
+        throw std::runtime_error(std::string(kPreloadLibrary) + " could not be loaded");
     }
     const Signals signals;
     // The preload library and libusb wait by short timeouts; the default slack of 50 microseconds
     // would come on top of each.
     prctl(PR_SET_TIMERSLACK, 1);
-    unsetenv(marker);
+    unsetenv(kMarker);
 
     DeviceSet devices(options, factory);
     std::optional<MockedUsbfs> usbfs;
@@ -203,7 +203,7 @@ int run(const Options& options, const DeviceFactory& factory) {
     PlugSettings settings = plain;
     settings.driver = options.driver;
     settings.held = options.held;
-    settings.interfaces = {virtual_reader::slot_1.number, virtual_reader::slot_2.number};
+    settings.interfaces = {virtual_reader::kSlot1.number, virtual_reader::kSlot2.number};
     settings.faults = options.faults;
     settings.replug_after = options.replug_after;
     // libusb lists the device that came last first; that is to be the reader with the card.
@@ -234,7 +234,7 @@ int launch(int argc, char** argv, const DeviceFactory& factory) {
         if (options.usbip) {
             return serve_usbip(options, factory);
         }
-        if (environment(marker).empty()) {
+        if (environment(kMarker).empty()) {
             start_again_under_preload(argv);
         }
         return run(options, factory);
@@ -243,10 +243,10 @@ int launch(int argc, char** argv, const DeviceFactory& factory) {
                      "qaven-virtual-reader: %s\n"
                      "'qaven-virtual-reader --help' tells what there is.\n",
                      error.what());
-        return exit_usage;
+        return kExitUsage;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "qaven-virtual-reader: %s\n", error.what());
-        return exit_launcher_failed;
+        return kExitLauncherFailed;
     }
 }
 

@@ -103,7 +103,7 @@ MockedUsbfs::Hub::Hub() : testbed_(Ref<UMockdevTestbed>::adopt(umockdev_testbed_
     root_ = root;
     g_free(root);
     GError* error = nullptr;
-    std::string description = sysfs_description(controller_path, 1, root_hub_);
+    std::string description = sysfs_description(kControllerPath, 1, root_hub_);
     description.insert(description.find('\n') + 1, "N: bus/usb/001/001\n");
     if (umockdev_testbed_add_from_string(testbed_.get(), description.c_str(), &error) == FALSE) {
         fail("cannot add the root hub", error);

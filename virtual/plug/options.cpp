@@ -32,7 +32,7 @@ unsigned slot(const std::string& text) {
 
 // "127.0.0.1:3240", "[::1]:3240"
 ListenAddress listen_address(const std::string& text) {
-    constexpr unsigned highest_port = 65535;
+    constexpr unsigned kHighestPort = 65535;
     const auto colon = text.rfind(':');
     if (colon == std::string::npos || colon == 0 || text.starts_with("[]")) {
         throw UsageError("--listen takes ADDRESS:PORT, not '" + text + "'");
@@ -42,7 +42,7 @@ ListenAddress listen_address(const std::string& text) {
         host = host.substr(1, host.size() - 2);
     }
     const unsigned port = number("--listen", text.substr(colon + 1));
-    if (port > highest_port) {
+    if (port > kHighestPort) {
         throw UsageError("--listen takes a port up to 65535, not '" + text + "'");
     }
     return {.host = std::move(host), .port = port};
@@ -60,7 +60,7 @@ using Flag = std::function<void(Options&)>;
 using Setting = std::function<void(Options&, const std::string&)>;
 
 const std::map<std::string, Flag, std::less<>>& flags() {
-    static const std::map<std::string, Flag, std::less<>> table{
+    static const std::map<std::string, Flag, std::less<>> kTable{
         {"--attach", [](Options& o) { o.attach = true; }},
         {"--help", [](Options& o) { o.help = true; }},
         {"--hold", [](Options& o) { o.held = true; }},
@@ -68,12 +68,12 @@ const std::map<std::string, Flag, std::less<>>& flags() {
         {"--second", [](Options& o) { o.second_reader = true; }},
         {"--strict", [](Options& o) { o.strict = true; }},
     };
-    return table;
+    return kTable;
 }
 
 const std::map<std::string, Setting, std::less<>>& settings() {
     using Text = const std::string&;
-    static const std::map<std::string, Setting, std::less<>> table{
+    static const std::map<std::string, Setting, std::less<>> kTable{
         {"--slot", [](Options& o, Text text) { o.slot = slot(text); }},
         {"--profile", [](Options& o, Text text) { o.profile = text; }},
         {"--driver", [](Options& o, Text text) { o.driver = text; }},
@@ -90,7 +90,7 @@ const std::map<std::string, Setting, std::less<>>& settings() {
         {"--idcard", [](Options& o, Text text) { o.idcard = text; }},
         {"--save", [](Options& o, Text text) { o.save = text; }},
     };
-    return table;
+    return kTable;
 }
 
 // Options that one of the verbs knows nothing of.

@@ -16,16 +16,16 @@ using virtual_usb::Setup;
 using virtual_usb::Speed;
 using virtual_usb::TimePoint;
 
-constexpr unsigned usb_major = 189;
-constexpr unsigned devices_per_bus = 128;
-constexpr unsigned root_hub_ports = 8;
+constexpr unsigned kUsbMajor = 189;
+constexpr unsigned kDevicesPerBus = 128;
+constexpr unsigned kRootHubPorts = 8;
 
 std::string hex(std::span<const std::uint8_t> bytes) {
-    constexpr auto digits = std::string_view("0123456789ABCDEF");
+    constexpr auto kDigits = std::string_view("0123456789ABCDEF");
     std::string text;
     for (const auto byte : bytes) {
-        text += digits[byte >> 4U];
-        text += digits[byte & 0x0FU];
+        text += kDigits[byte >> 4U];
+        text += kDigits[byte & 0x0FU];
     }
     return text;
 }
@@ -40,9 +40,9 @@ std::string format(const char* pattern, Values... values) {
 
 const char* speed_text(virtual_usb::Speed speed) {
     switch (speed) {
-    case virtual_usb::Speed::low:
+    case virtual_usb::Speed::kLow:
         return "1.5";
-    case virtual_usb::Speed::high:
+    case virtual_usb::Speed::kHigh:
         return "480";
     default:
         return "12";
@@ -70,12 +70,12 @@ std::string byte_attributes(std::initializer_list<const char*> names,
 
 // The interface descriptors of a configuration, the first alternate settings.
 std::vector<Bytes> interfaces(std::span<const std::uint8_t> configuration) {
-    constexpr std::uint8_t type_interface = 4;
+    constexpr std::uint8_t kTypeInterface = 4;
     std::vector<Bytes> found;
     while (configuration.size() >= 2 && configuration[0] >= 2 &&
            configuration[0] <= configuration.size()) {
         const auto one = configuration.first(configuration[0]);
-        if (one[1] == type_interface && one.size() >= 9 && one[3] == 0) {
+        if (one[1] == kTypeInterface && one.size() >= 9 && one[3] == 0) {
             found.emplace_back(one.begin(), one.end());
         }
         configuration = configuration.subspan(one.size());
@@ -86,7 +86,7 @@ std::vector<Bytes> interfaces(std::span<const std::uint8_t> configuration) {
 // 1-1:1.2 below 1-1, 1-0:1.0 below usb1.
 std::string interface_path(const std::string& path, unsigned configuration, unsigned interface) {
     const std::string name = path.substr(path.rfind('/') + 1);
-    return path + '/' + (path == controller_path ? format("%u-0", bus_number) : name) +
+    return path + '/' + (path == kControllerPath ? format("%u-0", kBusNumber) : name) +
            format(":%u.%u", configuration, interface);
 }
 
@@ -112,11 +112,11 @@ std::string interface_description(const std::string& path, std::span<const std::
 } // namespace
 
 std::string port_path(std::size_t port) {
-    return format("%s/%u-%zu", controller_path, bus_number, port);
+    return format("%s/%u-%zu", kControllerPath, kBusNumber, port);
 }
 
 std::string device_node(unsigned number) {
-    return format("/dev/bus/usb/%03u/%03u", bus_number, number);
+    return format("/dev/bus/usb/%03u/%03u", kBusNumber, number);
 }
 
 std::vector<std::string> interface_paths(const std::string& path,
@@ -133,20 +133,20 @@ std::string sysfs_description(const std::string& path, unsigned number,
                               const virtual_usb::Device& device) {
     const Bytes descriptor = device.device_descriptor();
     const Bytes configuration = device.configuration_descriptor();
-    const unsigned minor = (bus_number - 1) * devices_per_bus + number - 1;
+    const unsigned minor = (kBusNumber - 1) * kDevicesPerBus + number - 1;
     Bytes descriptors = descriptor;
     descriptors.insert(descriptors.end(), configuration.begin(), configuration.end());
 
     std::string text = "P: " + path + "\n";
     text += "E: DEVNAME=" + device_node(number) + "\n";
     text += "E: DEVTYPE=usb_device\nE: SUBSYSTEM=usb\n";
-    text += format("E: BUSNUM=%03u\nE: DEVNUM=%03u\n", bus_number, number);
-    text += format("E: MAJOR=%u\nE: MINOR=%u\n", usb_major, minor);
+    text += format("E: BUSNUM=%03u\nE: DEVNUM=%03u\n", kBusNumber, number);
+    text += format("E: MAJOR=%u\nE: MINOR=%u\n", kUsbMajor, minor);
     text += format("E: PRODUCT=%x/%x/%x\n", word(descriptor, 8), word(descriptor, 10),
                    word(descriptor, 12));
     text += format("E: TYPE=%u/%u/%u\n", descriptor[4], descriptor[5], descriptor[6]);
-    text += format("A: busnum=%u\\n\nA: devnum=%u\\n\n", bus_number, number);
-    text += format("A: dev=%u:%u\\n\n", usb_major, minor);
+    text += format("A: busnum=%u\\n\nA: devnum=%u\\n\n", kBusNumber, number);
+    text += format("A: dev=%u:%u\\n\n", kUsbMajor, minor);
     text += format("A: speed=%s\\n\n", speed_text(device.speed()));
     text += format("A: version=%2x.%02x\\n\n", descriptor[3], descriptor[2]);
     text += byte_attributes({"bDeviceClass", "bDeviceSubClass", "bDeviceProtocol"},
@@ -160,7 +160,7 @@ std::string sysfs_description(const std::string& path, unsigned number,
     text += format("A: bmAttributes=%2x\\n\n", configuration.at(7));
     text += format("A: bMaxPower=%umA\\n\n", 2U * configuration.at(8));
     text += "A: configuration=\n";
-    text += format("A: maxchild=%u\\n\n", path == controller_path ? root_hub_ports : 0U);
+    text += format("A: maxchild=%u\\n\n", path == kControllerPath ? kRootHubPorts : 0U);
     text += "A: rx_lanes=1\\n\nA: tx_lanes=1\\n\n";
     for (const auto& [name, index] :
          {std::pair{"manufacturer", descriptor[14]}, std::pair{"product", descriptor[15]},
@@ -186,7 +186,7 @@ Bytes RootHub::configuration_descriptor() const {
 }
 
 Speed RootHub::speed() const {
-    return Speed::high;
+    return Speed::kHigh;
 }
 
 Reply RootHub::control(const Setup& /*setup*/, std::span<const std::uint8_t> /*data*/,
@@ -196,7 +196,7 @@ Reply RootHub::control(const Setup& /*setup*/, std::span<const std::uint8_t> /*d
 
 Handshake RootHub::out(std::uint8_t /*endpoint*/, std::span<const std::uint8_t> /*packet*/,
                        TimePoint /*now*/) {
-    return Handshake::stall;
+    return Handshake::kStall;
 }
 
 Reply RootHub::in(std::uint8_t /*endpoint*/, TimePoint /*now*/) {

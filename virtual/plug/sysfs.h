@@ -8,8 +8,8 @@
 
 namespace qaven::virtual_plug {
 
-inline constexpr unsigned bus_number = 1;
-inline constexpr const char* controller_path = "/devices/pci0000:00/0000:00:14.0/usb1";
+inline constexpr unsigned kBusNumber = 1;
+inline constexpr const char* kControllerPath = "/devices/pci0000:00/0000:00:14.0/usb1";
 
 // The sysfs path of the device in a port of the root hub; ports count from 1.
 [[nodiscard]] std::string port_path(std::size_t port);

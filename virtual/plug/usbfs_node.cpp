@@ -20,9 +20,9 @@ using virtual_usb::TransferType;
 using virtual_usb::Urb;
 
 // Holds what another program holds; open files count up from 1.
-constexpr ClientId foreign_client = 0;
+constexpr ClientId kForeignClient = 0;
 
-constexpr std::chrono::milliseconds release_grace{100};
+constexpr std::chrono::milliseconds kReleaseGrace{100};
 
 void complete_ioctl(UMockdevIoctlClient* client, long result) {
     if (result < 0) {
@@ -37,7 +37,7 @@ std::unique_ptr<virtual_usb::Capture> make_capture(const PlugSettings& settings,
         return nullptr;
     }
     return std::make_unique<virtual_usb::Capture>(*settings.capture,
-                                                  static_cast<std::uint16_t>(bus_number),
+                                                  static_cast<std::uint16_t>(kBusNumber),
                                                   static_cast<std::uint8_t>(number));
 }
 
@@ -58,24 +58,24 @@ std::optional<Urb> to_urb(const usbdevfs_urb& raw, std::span<const std::uint8_t>
     urb.short_not_ok = (raw.flags & USBDEVFS_URB_SHORT_NOT_OK) != 0;
     switch (raw.type) {
     case USBDEVFS_URB_TYPE_BULK:
-        urb.type = TransferType::bulk;
+        urb.type = TransferType::kBulk;
         break;
     case USBDEVFS_URB_TYPE_INTERRUPT:
-        urb.type = TransferType::interrupt;
+        urb.type = TransferType::kInterrupt;
         break;
     case USBDEVFS_URB_TYPE_CONTROL: {
-        if (memory.size() < virtual_usb::setup_size) {
+        if (memory.size() < virtual_usb::kSetupSize) {
             return std::nullopt;
         }
-        urb.type = TransferType::control;
-        std::copy_n(memory.begin(), virtual_usb::setup_size, urb.setup.begin());
-        memory = memory.subspan(virtual_usb::setup_size);
+        urb.type = TransferType::kControl;
+        std::copy_n(memory.begin(), virtual_usb::kSetupSize, urb.setup.begin());
+        memory = memory.subspan(virtual_usb::kSetupSize);
         const auto setup = virtual_usb::parse_setup(urb.setup);
         if (setup.length > memory.size()) {
             return std::nullopt;
         }
         memory = memory.first(setup.length);
-        urb.endpoint = setup.request_type & virtual_usb::direction_in;
+        urb.endpoint = setup.request_type & virtual_usb::kDirectionIn;
         break;
     }
     default:
@@ -94,7 +94,7 @@ UsbfsNode::UsbfsNode(virtual_usb::Device& device, const PlugSettings& settings, 
                      const std::string& path)
     : fifo_(path), capture_(make_capture(settings, number)),
       port_(device, capture_.get(), settings.faults), number_(number),
-      last_client_(foreign_client) {
+      last_client_(kForeignClient) {
     for (const auto interface : port_.interfaces()) {
         claims_.add_interface(interface);
     }
@@ -103,7 +103,7 @@ UsbfsNode::UsbfsNode(virtual_usb::Device& device, const PlugSettings& settings, 
             claims_.bind(interface, settings.driver);
         }
         if (settings.held) {
-            claims_.claim(foreign_client, interface);
+            claims_.claim(kForeignClient, interface);
         }
     }
     port_.enumerate(Clock::now());
@@ -193,13 +193,13 @@ std::optional<long> UsbfsNode::claim(ClientId id, UMockdevIoctlClient* client,
     const std::uint8_t interface = number & 0xFFU;
     const int result = claims_.claim(id, interface);
     const auto holder = claims_.holder(interface);
-    if (result != -EBUSY || !holder || *holder == foreign_client) {
+    if (result != -EBUSY || !holder || *holder == kForeignClient) {
         return result;
     }
     waiting_claims_.push_back({.client = id,
                                .interface = interface,
                                .waiting = ClientRef::share(client),
-                               .deadline = Clock::now() + release_grace});
+                               .deadline = Clock::now() + kReleaseGrace});
     return std::nullopt;
 }
 
@@ -366,7 +366,7 @@ long UsbfsNode::submit(ClientId id, UMockdevIoctlData* arg) {
         return -EINVAL;
     }
     std::optional<std::uint8_t> interface;
-    if (urb->type == TransferType::control) {
+    if (urb->type == TransferType::kControl) {
         interface = required_interface(virtual_usb::parse_setup(urb->setup));
     } else {
         interface = port_.interface_of(urb->endpoint);
@@ -412,7 +412,7 @@ bool UsbfsNode::reap(Client& client, UMockdevIoctlData* arg) {
                      static_cast<int>(completion.actual));
     if (submission.buffer) {
         const std::size_t offset =
-            completion.urb.type == TransferType::control ? virtual_usb::setup_size : 0;
+            completion.urb.type == TransferType::kControl ? virtual_usb::kSetupSize : 0;
         store(submission.buffer.get(), offset, completion.data);
     }
     const DataRef place = resolve(arg, 0, sizeof(void*));

@@ -27,11 +27,11 @@ namespace {
 using virtual_usb::Clock;
 
 // The bank-card reader's, where there is one.
-constexpr const char* first_bus_id = "1-1";
+constexpr const char* kFirstBusId = "1-1";
 
-constexpr std::size_t longest_line = 4096;
+constexpr std::size_t kLongestLine = 4096;
 
-constexpr int waiting_hosts = 8;
+constexpr int kWaitingHosts = 8;
 
 void print_line(const std::string& line) {
     std::printf("%s\n", line.c_str());
@@ -62,7 +62,7 @@ Fd listen_at(const ListenAddress& address) {
     const int on = 1;
     if (!listener || setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
         bind(listener.get(), found->ai_addr, found->ai_addrlen) != 0 ||
-        listen(listener.get(), waiting_hosts) != 0) {
+        listen(listener.get(), kWaitingHosts) != 0) {
         throw failure("cannot listen at " + address.host + " port " + std::to_string(address.port));
     }
     return listener;
@@ -110,7 +110,7 @@ class Lines {
   public:
     // Reads what is there; returns the lines that are complete now.
     std::vector<std::string> read() {
-        std::array<char, longest_line> bytes{};
+        std::array<char, kLongestLine> bytes{};
         const auto count = ::read(STDIN_FILENO, bytes.data(), bytes.size());
         if (count <= 0) {
             open_ = count < 0 && (errno == EINTR || errno == EAGAIN);
@@ -122,7 +122,7 @@ class Lines {
             lines.push_back(text_.substr(0, end));
             text_.erase(0, end + 1);
         }
-        if (text_.size() > longest_line) {
+        if (text_.size() > kLongestLine) {
             text_.clear();
         }
         return lines;
@@ -196,7 +196,7 @@ std::vector<std::string> ControlCommands::execute(std::string_view line) {
 std::vector<std::string> ControlCommands::dispatch(const std::vector<std::string>& words) {
     const std::string verb = words.empty() ? "" : words[0];
     const std::string what = words.size() > 1 ? words[1] : "";
-    const std::string bus_id = words.size() > 1 ? words[1] : first_bus_id;
+    const std::string bus_id = words.size() > 1 ? words[1] : kFirstBusId;
     if (words.size() <= 2 && verb == "plug") {
         server_.plug(bus_id);
     } else if (words.size() <= 2 && verb == "unplug") {
@@ -204,7 +204,7 @@ std::vector<std::string> ControlCommands::dispatch(const std::vector<std::string
     } else if (words.size() == 2 && verb == "card" && (what == "in" || what == "out")) {
         move_card(what == "in");
     } else if (words.size() == 2 && verb == "fault") {
-        server_.add_fault(first_bus_id, virtual_usb::parse_fault(what));
+        server_.add_fault(kFirstBusId, virtual_usb::parse_fault(what));
     } else if (words.size() == 1 && verb == "status") {
         return server_.status();
     } else if (words.size() == 1 && verb == "quit") {

@@ -13,13 +13,13 @@ using virtual_usb::TimePoint;
 using virtual_usb::TransferType;
 using virtual_usb::Urb;
 
-constexpr std::uint32_t highest_endpoint = 15;
-constexpr std::uint32_t not_isochronous = 0xFFFFFFFF;
+constexpr std::uint32_t kHighestEndpoint = 15;
+constexpr std::uint32_t kNotIsochronous = 0xFFFFFFFF;
 
 // Whether a device can be asked for this at all. The reader has no isochronous endpoints.
 bool makes_sense(const usbip::Submit& command) {
-    return command.endpoint <= highest_endpoint && command.length <= UsbipLink::longest_transfer &&
-           (command.packets == 0 || command.packets == not_isochronous);
+    return command.endpoint <= kHighestEndpoint && command.length <= UsbipLink::kLongestTransfer &&
+           (command.packets == 0 || command.packets == kNotIsochronous);
 }
 
 // The direction that the set-up bytes and the header tell must be the same; a transfer without data
@@ -45,26 +45,26 @@ UsbipLink::~UsbipLink() {
 bool UsbipLink::receive(std::span<const std::uint8_t> bytes, TimePoint now) {
     incoming_.insert(incoming_.end(), bytes.begin(), bytes.end());
     std::span<const std::uint8_t> rest = incoming_;
-    while (rest.size() >= usbip::header_size) {
-        const auto command = usbip::parse_command(rest.first<usbip::header_size>());
+    while (rest.size() >= usbip::kHeaderSize) {
+        const auto command = usbip::parse_command(rest.first<usbip::kHeaderSize>());
         if (const auto* const one = std::get_if<usbip::Submit>(&command)) {
             if (one->device != device_ || !makes_sense(*one)) {
                 return false;
             }
             const std::size_t following = one->in ? 0 : one->length;
-            if (rest.size() - usbip::header_size < following) {
+            if (rest.size() - usbip::kHeaderSize < following) {
                 break;
             }
-            if (!submit(*one, rest.subspan(usbip::header_size, following), now)) {
+            if (!submit(*one, rest.subspan(usbip::kHeaderSize, following), now)) {
                 return false;
             }
-            rest = rest.subspan(usbip::header_size + following);
+            rest = rest.subspan(usbip::kHeaderSize + following);
         } else if (const auto* const other = std::get_if<usbip::Unlink>(&command)) {
             if (other->device != device_) {
                 return false;
             }
             unlink(*other);
-            rest = rest.subspan(usbip::header_size);
+            rest = rest.subspan(usbip::kHeaderSize);
         } else {
             return false;
         }
@@ -77,29 +77,29 @@ bool UsbipLink::receive(std::span<const std::uint8_t> bytes, TimePoint now) {
 bool UsbipLink::submit(const usbip::Submit& command, std::span<const std::uint8_t> data,
                        TimePoint now) {
     if (reads_.contains(command.seq) || writes_.contains(command.seq) ||
-        reads_.size() + writes_.size() >= most_transfers) {
+        reads_.size() + writes_.size() >= kMostTransfers) {
         return false;
     }
     Urb urb;
     urb.id = command.seq;
     urb.length = command.length;
-    urb.zero_packet = (command.flags & usbip::flag_zero_packet) != 0;
-    urb.short_not_ok = (command.flags & usbip::flag_short_not_ok) != 0;
+    urb.zero_packet = (command.flags & usbip::kFlagZeroPacket) != 0;
+    urb.short_not_ok = (command.flags & usbip::kFlagShortNotOk) != 0;
     if (command.endpoint == 0) {
         const auto setup = virtual_usb::parse_setup(command.setup);
         if (!directions_agree(command, setup)) {
             usbip::put_submit_reply(outgoing_, command.seq, -EPIPE, 0, {});
             return true;
         }
-        urb.type = TransferType::control;
+        urb.type = TransferType::kControl;
         urb.setup = command.setup;
-        urb.endpoint = setup.request_type & virtual_usb::direction_in;
+        urb.endpoint = setup.request_type & virtual_usb::kDirectionIn;
         urb.length = std::min<std::size_t>(urb.length, setup.length);
         data = data.first(std::min(data.size(), urb.length));
     } else {
         urb.endpoint = static_cast<std::uint8_t>(command.endpoint |
-                                                 (command.in ? virtual_usb::direction_in : 0U));
-        urb.type = port_.type_of(urb.endpoint).value_or(TransferType::bulk);
+                                                 (command.in ? virtual_usb::kDirectionIn : 0U));
+        urb.type = port_.type_of(urb.endpoint).value_or(TransferType::kBulk);
     }
     urb.data.assign(data.begin(), data.end());
     (command.in ? reads_ : writes_).insert(command.seq);

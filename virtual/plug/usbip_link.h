@@ -14,9 +14,9 @@ namespace qaven::virtual_plug {
 class UsbipLink {
   public:
     // The longest write that is taken: what a Linux host program may have in flight in all.
-    static constexpr std::uint32_t longest_transfer = 16 * 1024 * 1024;
+    static constexpr std::uint32_t kLongestTransfer = 16 * 1024 * 1024;
     // Transfers in flight at a time.
-    static constexpr std::size_t most_transfers = 4096;
+    static constexpr std::size_t kMostTransfers = 4096;
 
     // The port must outlive the link. `device` is how the host names it.
     UsbipLink(virtual_usb::Port& port, std::uint32_t device);

@@ -7,22 +7,22 @@
 namespace qaven::virtual_plug::usbip {
 namespace {
 
-constexpr std::uint16_t version = 0x0111;
-constexpr std::uint16_t request_list = 0x8005;
-constexpr std::uint16_t reply_list = 0x0005;
-constexpr std::uint16_t request_import = 0x8003;
-constexpr std::uint16_t reply_import = 0x0003;
+constexpr std::uint16_t kVersion = 0x0111;
+constexpr std::uint16_t kRequestList = 0x8005;
+constexpr std::uint16_t kReplyList = 0x0005;
+constexpr std::uint16_t kRequestImport = 0x8003;
+constexpr std::uint16_t kReplyImport = 0x0003;
 
-constexpr std::uint32_t command_submit = 1;
-constexpr std::uint32_t command_unlink = 2;
-constexpr std::uint32_t return_submit = 3;
-constexpr std::uint32_t return_unlink = 4;
+constexpr std::uint32_t kCommandSubmit = 1;
+constexpr std::uint32_t kCommandUnlink = 2;
+constexpr std::uint32_t kReturnSubmit = 3;
+constexpr std::uint32_t kReturnUnlink = 4;
 
-constexpr std::uint32_t direction_in = 1;
+constexpr std::uint32_t kDirectionIn = 1;
 
-constexpr std::size_t path_size = 256;
+constexpr std::size_t kPathSize = 256;
 
-constexpr std::uint8_t descriptor_interface = 4;
+constexpr std::uint8_t kDescriptorInterface = 4;
 
 std::uint32_t word_at(std::span<const std::uint8_t> bytes, std::size_t at) {
     std::uint32_t value = 0;
@@ -59,7 +59,7 @@ unsigned descriptor_half(const Bytes& descriptor, std::size_t at) {
 }
 
 void put_reply_head(Bytes& out, std::uint16_t code, std::uint32_t status) {
-    put_half(out, version);
+    put_half(out, kVersion);
     put_half(out, code);
     put_word(out, status);
 }
@@ -67,8 +67,8 @@ void put_reply_head(Bytes& out, std::uint16_t code, std::uint32_t status) {
 void put_device(Bytes& out, const Offer& offer) {
     const Bytes device = offer.device->device_descriptor();
     const Bytes configuration = offer.device->configuration_descriptor();
-    put_text(out, "/sys/devices/virtual/usb/" + offer.bus_id, path_size);
-    put_text(out, offer.bus_id, bus_id_size);
+    put_text(out, "/sys/devices/virtual/usb/" + offer.bus_id, kPathSize);
+    put_text(out, offer.bus_id, kBusIdSize);
     put_word(out, offer.bus);
     put_word(out, offer.number);
     put_word(out, static_cast<std::uint32_t>(offer.device->speed()));
@@ -85,7 +85,7 @@ void put_device(Bytes& out, const Offer& offer) {
 void put_interfaces(Bytes& out, const Bytes& configuration) {
     for (std::size_t at = 0; at + 2 <= configuration.size() && configuration[at] >= 2;
          at += configuration[at]) {
-        if (configuration[at + 1] == descriptor_interface && at + 9 <= configuration.size()) {
+        if (configuration[at + 1] == kDescriptorInterface && at + 9 <= configuration.size()) {
             const auto classes = std::span(configuration).subspan(at + 5, 3);
             out.insert(out.end(), classes.begin(), classes.end());
             out.push_back(0);
@@ -101,21 +101,21 @@ void put_head(Bytes& out, std::uint32_t command, std::uint32_t seq) {
 
 } // namespace
 
-Question parse_question(std::span<const std::uint8_t, question_size> bytes) {
-    if (half_at(bytes, 0) != version) {
-        return Question::unknown;
+Question parse_question(std::span<const std::uint8_t, kQuestionSize> bytes) {
+    if (half_at(bytes, 0) != kVersion) {
+        return Question::kUnknown;
     }
     switch (half_at(bytes, 2)) {
-    case request_list:
-        return Question::list;
-    case request_import:
-        return Question::import;
+    case kRequestList:
+        return Question::kList;
+    case kRequestImport:
+        return Question::kImport;
     default:
-        return Question::unknown;
+        return Question::kUnknown;
     }
 }
 
-std::string parse_bus_id(std::span<const std::uint8_t, bus_id_size> bytes) {
+std::string parse_bus_id(std::span<const std::uint8_t, kBusIdSize> bytes) {
     return {bytes.begin(), std::find(bytes.begin(), bytes.end(), 0)};
 }
 
@@ -125,7 +125,7 @@ std::uint32_t device_id(unsigned bus, unsigned number) {
 
 Bytes list_reply(std::span<const Offer> offers) {
     Bytes out;
-    put_reply_head(out, reply_list, 0);
+    put_reply_head(out, kReplyList, 0);
     put_word(out, static_cast<std::uint32_t>(offers.size()));
     for (const auto& offer : offers) {
         put_device(out, offer);
@@ -136,31 +136,31 @@ Bytes list_reply(std::span<const Offer> offers) {
 
 Bytes import_reply(const Offer& offer) {
     Bytes out;
-    put_reply_head(out, reply_import, 0);
+    put_reply_head(out, kReplyImport, 0);
     put_device(out, offer);
     return out;
 }
 
 Bytes import_refusal(Refusal reason) {
     Bytes out;
-    put_reply_head(out, reply_import, static_cast<std::uint32_t>(reason));
+    put_reply_head(out, kReplyImport, static_cast<std::uint32_t>(reason));
     return out;
 }
 
-Command parse_command(std::span<const std::uint8_t, header_size> bytes) {
+Command parse_command(std::span<const std::uint8_t, kHeaderSize> bytes) {
     switch (word_at(bytes, 0)) {
-    case command_submit: {
+    case kCommandSubmit: {
         Submit submit{.seq = word_at(bytes, 4),
                       .device = word_at(bytes, 8),
-                      .in = word_at(bytes, 12) == direction_in,
+                      .in = word_at(bytes, 12) == kDirectionIn,
                       .endpoint = word_at(bytes, 16),
                       .flags = word_at(bytes, 20),
                       .length = word_at(bytes, 24),
                       .packets = word_at(bytes, 32)};
-        std::copy_n(bytes.begin() + 40, virtual_usb::setup_size, submit.setup.begin());
+        std::copy_n(bytes.begin() + 40, virtual_usb::kSetupSize, submit.setup.begin());
         return submit;
     }
-    case command_unlink:
+    case kCommandUnlink:
         return Unlink{
             .seq = word_at(bytes, 4), .device = word_at(bytes, 8), .victim = word_at(bytes, 20)};
     default:
@@ -170,7 +170,7 @@ Command parse_command(std::span<const std::uint8_t, header_size> bytes) {
 
 void put_submit_reply(Bytes& out, std::uint32_t seq, int status, std::size_t actual,
                       std::span<const std::uint8_t> data) {
-    put_head(out, return_submit, seq);
+    put_head(out, kReturnSubmit, seq);
     put_word(out, static_cast<std::uint32_t>(status));
     put_word(out, static_cast<std::uint32_t>(actual));
     out.insert(out.end(), 20, 0); // start frame, packets, errors (isochronous), padding
@@ -178,7 +178,7 @@ void put_submit_reply(Bytes& out, std::uint32_t seq, int status, std::size_t act
 }
 
 void put_unlink_reply(Bytes& out, std::uint32_t seq, int status) {
-    put_head(out, return_unlink, seq);
+    put_head(out, kReturnUnlink, seq);
     put_word(out, static_cast<std::uint32_t>(status));
     out.insert(out.end(), 24, 0);
 }

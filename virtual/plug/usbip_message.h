@@ -18,19 +18,19 @@ using virtual_usb::Bytes;
 
 // What a host asks before a device is its own. A question is eight bytes, and a bus id behind it
 // where it names a device.
-inline constexpr std::size_t question_size = 8;
-inline constexpr std::size_t bus_id_size = 32;
+inline constexpr std::size_t kQuestionSize = 8;
+inline constexpr std::size_t kBusIdSize = 32;
 
 enum class Question : std::uint8_t {
-    unknown, // or of another version
-    list,    // which devices are there?
-    import,  // give me this one
+    kUnknown, // or of another version
+    kList,    // which devices are there?
+    kImport,  // give me this one
 };
 
-[[nodiscard]] Question parse_question(std::span<const std::uint8_t, question_size> bytes);
+[[nodiscard]] Question parse_question(std::span<const std::uint8_t, kQuestionSize> bytes);
 
 // The text in front of the first zero byte.
-[[nodiscard]] std::string parse_bus_id(std::span<const std::uint8_t, bus_id_size> bytes);
+[[nodiscard]] std::string parse_bus_id(std::span<const std::uint8_t, kBusIdSize> bytes);
 
 // A device on offer.
 struct Offer {
@@ -46,14 +46,14 @@ struct Offer {
 [[nodiscard]] Bytes list_reply(std::span<const Offer> offers);
 [[nodiscard]] Bytes import_reply(const Offer& offer);
 
-enum class Refusal : std::uint8_t { busy = 2, no_such_device = 4 };
+enum class Refusal : std::uint8_t { kBusy = 2, kNoSuchDevice = 4 };
 [[nodiscard]] Bytes import_refusal(Refusal reason);
 
 // What a host sends to a device that is its own; the bytes of a write follow the header.
-inline constexpr std::size_t header_size = 48;
+inline constexpr std::size_t kHeaderSize = 48;
 
-inline constexpr std::uint32_t flag_short_not_ok = 0x0001;
-inline constexpr std::uint32_t flag_zero_packet = 0x0040;
+inline constexpr std::uint32_t kFlagShortNotOk = 0x0001;
+inline constexpr std::uint32_t kFlagZeroPacket = 0x0040;
 
 struct Submit {
     std::uint32_t seq = 0;
@@ -63,7 +63,7 @@ struct Submit {
     std::uint32_t flags = 0;
     std::uint32_t length = 0;
     std::uint32_t packets = 0; // isochronous; 0 or all ones for every other transfer
-    std::array<std::uint8_t, virtual_usb::setup_size> setup{};
+    std::array<std::uint8_t, virtual_usb::kSetupSize> setup{};
 };
 
 struct Unlink {
@@ -74,7 +74,7 @@ struct Unlink {
 
 // Nothing if the bytes are no command.
 using Command = std::variant<std::monostate, Submit, Unlink>;
-[[nodiscard]] Command parse_command(std::span<const std::uint8_t, header_size> bytes);
+[[nodiscard]] Command parse_command(std::span<const std::uint8_t, kHeaderSize> bytes);
 
 // status: 0 or a negative errno value. `data` is empty for a write.
 void put_submit_reply(Bytes& out, std::uint32_t seq, int status, std::size_t actual,

@@ -15,15 +15,15 @@ namespace {
 
 using virtual_usb::TimePoint;
 
-constexpr unsigned bus = 1;
-constexpr unsigned first_number = 2; // number 1 is the root hub of every bus
+constexpr unsigned kBus = 1;
+constexpr unsigned kFirstNumber = 2; // number 1 is the root hub of every bus
 
-constexpr std::size_t read_size = 65536;
+constexpr std::size_t kReadSize = 65536;
 
 // A host that does not fetch its replies is not listened to any more from here on.
-constexpr std::size_t most_unsent = std::size_t{1024} * 1024;
+constexpr std::size_t kMostUnsent = std::size_t{1024} * 1024;
 
-constexpr std::size_t most_connections = 64;
+constexpr std::size_t kMostConnections = 64;
 
 } // namespace
 
@@ -31,8 +31,8 @@ UsbipServer::UsbipServer(Settings settings) : settings_(std::move(settings)) {}
 
 void UsbipServer::add(virtual_usb::Device& device, std::vector<virtual_usb::Fault> faults) {
     PortSlot& slot = slots_.emplace_back();
-    slot.bus_id = std::to_string(bus) + '-' + std::to_string(slots_.size());
-    slot.number = first_number + static_cast<unsigned>(slots_.size()) - 1;
+    slot.bus_id = std::to_string(kBus) + '-' + std::to_string(slots_.size());
+    slot.number = kFirstNumber + static_cast<unsigned>(slots_.size()) - 1;
     slot.device = &device;
     slot.faults = std::move(faults);
 }
@@ -55,11 +55,11 @@ UsbipServer::PortSlot* UsbipServer::find_plugged(const std::string& bus_id) {
 }
 
 usbip::Offer UsbipServer::offer(const PortSlot& slot) {
-    return {.bus_id = slot.bus_id, .bus = bus, .number = slot.number, .device = slot.device};
+    return {.bus_id = slot.bus_id, .bus = kBus, .number = slot.number, .device = slot.device};
 }
 
 void UsbipServer::accept(Fd stream) {
-    if (connections_.size() < most_connections) {
+    if (connections_.size() < kMostConnections) {
         connections_.emplace_back().stream = std::move(stream);
     }
 }
@@ -76,12 +76,12 @@ void UsbipServer::plug(PortSlot& slot) {
     std::optional<Vhci::Attachment> attachment;
     if (settings_.vhci) {
         attachment =
-            settings_.vhci->attach(usbip::device_id(bus, slot.number), slot.device->speed());
+            settings_.vhci->attach(usbip::device_id(kBus, slot.number), slot.device->speed());
     }
     slot.replug_at.reset();
     if (settings_.capture != nullptr) {
         slot.capture = std::make_unique<virtual_usb::Capture>(
-            *settings_.capture, static_cast<std::uint16_t>(bus),
+            *settings_.capture, static_cast<std::uint16_t>(kBus),
             static_cast<std::uint8_t>(slot.number));
     }
     // Faults happen once, not again after a replug.
@@ -99,7 +99,7 @@ void UsbipServer::import(Connection& connection, PortSlot& slot) {
     slot.port->reset();
     slot.imported = true;
     connection.slot = &slot;
-    connection.link = std::make_unique<UsbipLink>(*slot.port, usbip::device_id(bus, slot.number));
+    connection.link = std::make_unique<UsbipLink>(*slot.port, usbip::device_id(kBus, slot.number));
 }
 
 void UsbipServer::unplug(const std::string& bus_id) {
@@ -155,8 +155,8 @@ std::vector<std::string> UsbipServer::status() const {
     for (const auto& slot : slots_) {
         const auto descriptor = slot.device->device_descriptor();
         const auto id = [&descriptor](std::size_t at) {
-            constexpr std::size_t digits_and_end = 5;
-            std::array<char, digits_and_end> text{};
+            constexpr std::size_t kDigitsAndEnd = 5;
+            std::array<char, kDigitsAndEnd> text{};
             std::snprintf(text.data(), text.size(), "%02X%02X", descriptor.at(at + 1),
                           descriptor.at(at));
             return std::string(text.data());
@@ -177,7 +177,7 @@ std::vector<std::string> UsbipServer::status() const {
 void UsbipServer::add_to(std::vector<pollfd>& waiting) const {
     for (const auto& connection : connections_) {
         short events = 0;
-        if (connection.outgoing.size() < most_unsent && !connection.ending) {
+        if (connection.outgoing.size() < kMostUnsent && !connection.ending) {
             events |= POLLIN;
         }
         if (!connection.outgoing.empty()) {
@@ -237,10 +237,10 @@ void UsbipServer::replug(TimePoint now) {
 }
 
 void UsbipServer::read(Connection& connection, TimePoint now) {
-    if (connection.ending || connection.outgoing.size() >= most_unsent) {
+    if (connection.ending || connection.outgoing.size() >= kMostUnsent) {
         return;
     }
-    std::array<std::uint8_t, read_size> bytes; // NOLINT(*-member-init): recv fills it
+    std::array<std::uint8_t, kReadSize> bytes; // NOLINT(*-member-init): recv fills it
     const auto count = recv(connection.stream.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
         return;
@@ -267,23 +267,23 @@ void UsbipServer::read(Connection& connection, TimePoint now) {
 
 void UsbipServer::answer_questions(Connection& connection) {
     auto& incoming = connection.incoming;
-    while (!connection.link && !connection.ending && incoming.size() >= usbip::question_size) {
+    while (!connection.link && !connection.ending && incoming.size() >= usbip::kQuestionSize) {
         const std::span<const std::uint8_t> bytes = incoming;
-        std::size_t taken = usbip::question_size;
-        switch (usbip::parse_question(bytes.first<usbip::question_size>())) {
-        case usbip::Question::list:
+        std::size_t taken = usbip::kQuestionSize;
+        switch (usbip::parse_question(bytes.first<usbip::kQuestionSize>())) {
+        case usbip::Question::kList:
             answer_list(connection);
             break;
-        case usbip::Question::import:
-            taken += usbip::bus_id_size;
+        case usbip::Question::kImport:
+            taken += usbip::kBusIdSize;
             if (bytes.size() < taken) {
                 return;
             }
             answer_import(
                 connection,
-                usbip::parse_bus_id(bytes.subspan<usbip::question_size, usbip::bus_id_size>()));
+                usbip::parse_bus_id(bytes.subspan<usbip::kQuestionSize, usbip::kBusIdSize>()));
             break;
-        case usbip::Question::unknown:
+        case usbip::Question::kUnknown:
             connection.ending = true;
             break;
         }
@@ -307,7 +307,7 @@ void UsbipServer::answer_import(Connection& connection, const std::string& bus_i
     const bool busy = slot != nullptr && slot->imported;
     virtual_usb::Bytes reply;
     if (slot == nullptr || busy) {
-        reply = usbip::import_refusal(busy ? usbip::Refusal::busy : usbip::Refusal::no_such_device);
+        reply = usbip::import_refusal(busy ? usbip::Refusal::kBusy : usbip::Refusal::kNoSuchDevice);
         connection.ending = true;
     } else {
         reply = usbip::import_reply(offer(*slot));

@@ -18,10 +18,10 @@ namespace {
 
 // A port into which nothing is plugged. A port that a device has just left takes a moment to come
 // back to this state.
-constexpr std::string_view state_free = "004";
+constexpr std::string_view kStateFree = "004";
 
 // The ports of the module's USB 2 hub; those of its USB 3 hub ("ss") take no full-speed device.
-constexpr std::string_view hub_usb_2 = "hs";
+constexpr std::string_view kHubUsb2 = "hs";
 
 } // namespace
 
@@ -32,7 +32,7 @@ std::optional<unsigned> free_port(std::string_view status) {
         std::string hub;
         std::string state;
         unsigned port = 0;
-        if (columns >> hub >> port >> state && hub == hub_usb_2 && state == state_free) {
+        if (columns >> hub >> port >> state && hub == kHubUsb2 && state == kStateFree) {
             return port;
         }
     }

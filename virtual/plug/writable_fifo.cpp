@@ -12,9 +12,9 @@ namespace qaven::virtual_plug {
 namespace {
 
 // The least that a pipe holds; the kernel rounds up to its page.
-constexpr int smallest_pipe = 4096;
+constexpr int kSmallestPipe = 4096;
 
-constexpr mode_t everybody_reads_and_writes = 0666;
+constexpr mode_t kEverybodyReadsAndWrites = 0666;
 
 [[noreturn]] void fail(const std::string& path) {
     throw std::system_error(errno, std::generic_category(), "FIFO " + path);
@@ -23,14 +23,14 @@ constexpr mode_t everybody_reads_and_writes = 0666;
 } // namespace
 
 WritableFifo::WritableFifo(const std::string& path) {
-    if (mkfifo(path.c_str(), everybody_reads_and_writes) != 0) {
+    if (mkfifo(path.c_str(), kEverybodyReadsAndWrites) != 0) {
         fail(path);
     }
     fd_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
     if (fd_ < 0) {
         fail(path);
     }
-    const int size = fcntl(fd_, F_SETPIPE_SZ, smallest_pipe);
+    const int size = fcntl(fd_, F_SETPIPE_SZ, kSmallestPipe);
     if (size <= 0) {
         ::close(fd_);
         fail(path);

@@ -9,10 +9,10 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr std::uint8_t class_hid = 0x03;
-constexpr std::uint8_t class_smart_card = 0x0B;
-constexpr std::uint8_t transfer_bulk = 2;
-constexpr std::uint8_t transfer_interrupt = 3;
+constexpr std::uint8_t kClassHid = 0x03;
+constexpr std::uint8_t kClassSmartCard = 0x0B;
+constexpr std::uint8_t kTransferBulk = 2;
+constexpr std::uint8_t kTransferInterrupt = 3;
 
 constexpr std::uint8_t low(std::uint32_t value) {
     return static_cast<std::uint8_t>(value & 0xFFU);
@@ -22,7 +22,7 @@ constexpr std::uint8_t high(std::uint32_t value) {
 }
 
 // A keypad of the vendor's own kind: one input report and one output report of eight bytes.
-constexpr auto keypad_report = std::to_array<std::uint8_t>({
+constexpr auto kKeypadReport = std::to_array<std::uint8_t>({
     0x06, 0x00, 0xFF,       // usage page: vendor-defined
     0x09, 0x01,             // usage 1
     0xA1, 0x01,             // application collection
@@ -36,7 +36,7 @@ constexpr auto keypad_report = std::to_array<std::uint8_t>({
 });
 
 // 54 bytes of the smart card device class.
-constexpr std::array<std::uint8_t, 54> ccid_class_descriptor{
+constexpr std::array<std::uint8_t, 54> kCcidClassDescriptor{
     54,
     0x21, // bLength, bDescriptorType
     0x10,
@@ -80,9 +80,9 @@ constexpr std::array<std::uint8_t, 54> ccid_class_descriptor{
     0xBE,
     0x04,
     0x02,
-    0x00,                         // dwFeatures: all automatic, short APDU level
-    low(max_ccid_message_length), // dwMaxCCIDMessageLength
-    high(max_ccid_message_length),
+    0x00,                       // dwFeatures: all automatic, short APDU level
+    low(kMaxCcidMessageLength), // dwMaxCCIDMessageLength
+    high(kMaxCcidMessageLength),
     0x00,
     0x00, //
     0xFF,
@@ -103,11 +103,11 @@ void append_endpoint(Bytes& to, std::uint8_t address, std::uint8_t attributes, s
 }
 
 void append_ccid(Bytes& to, const CcidInterface& interface) {
-    append(to, {9, 4, interface.number, 0, 3, class_smart_card, 0, 0, 0});
-    to.insert(to.end(), ccid_class_descriptor.begin(), ccid_class_descriptor.end());
-    append_endpoint(to, interface.bulk_out, transfer_bulk, bulk_packet_size, 0);
-    append_endpoint(to, interface.bulk_in, transfer_bulk, bulk_packet_size, 0);
-    append_endpoint(to, interface.interrupt_in, transfer_interrupt, interrupt_packet_size, 16);
+    append(to, {9, 4, interface.number, 0, 3, kClassSmartCard, 0, 0, 0});
+    to.insert(to.end(), kCcidClassDescriptor.begin(), kCcidClassDescriptor.end());
+    append_endpoint(to, interface.bulk_out, kTransferBulk, kBulkPacketSize, 0);
+    append_endpoint(to, interface.bulk_in, kTransferBulk, kBulkPacketSize, 0);
+    append_endpoint(to, interface.interrupt_in, kTransferInterrupt, kInterruptPacketSize, 16);
 }
 
 } // namespace
@@ -122,10 +122,10 @@ Bytes device_descriptor() {
         0,
         0,  // class per interface
         64, // bMaxPacketSize0
-        low(vendor_id),
-        high(vendor_id), //
-        low(product_id),
-        high(product_id), //
+        low(kVendorId),
+        high(kVendorId), //
+        low(kProductId),
+        high(kProductId), //
         0x00,
         0x01, // bcdDevice 1.00
         1,
@@ -137,12 +137,12 @@ Bytes device_descriptor() {
 
 Bytes configuration_descriptor() {
     Bytes bytes{9, 2, 0, 0, 3, 1, 0, 0x80, 100}; // three interfaces, bus-powered, 200 mA
-    append(bytes, {9, 4, keypad_interface, 0, 1, class_hid, 0, 0, 0});
+    append(bytes, {9, 4, kKeypadInterface, 0, 1, kClassHid, 0, 0, 0});
     const Bytes hid = keypad_hid_descriptor();
     bytes.insert(bytes.end(), hid.begin(), hid.end());
-    append_endpoint(bytes, keypad_interrupt_in, transfer_interrupt, interrupt_packet_size, 10);
-    append_ccid(bytes, slot_1);
-    append_ccid(bytes, slot_2);
+    append_endpoint(bytes, kKeypadInterruptIn, kTransferInterrupt, kInterruptPacketSize, 10);
+    append_ccid(bytes, kSlot1);
+    append_ccid(bytes, kSlot2);
     bytes[2] = low(static_cast<std::uint32_t>(bytes.size()));
     bytes[3] = high(static_cast<std::uint32_t>(bytes.size()));
     return bytes;
@@ -150,11 +150,11 @@ Bytes configuration_descriptor() {
 
 Bytes keypad_hid_descriptor() {
     // bLength, type, bcdHID 1.11, no country, one report descriptor and its length.
-    return {9, 0x21, 0x11, 0x01, 0, 1, 0x22, low(keypad_report.size()), 0};
+    return {9, 0x21, 0x11, 0x01, 0, 1, 0x22, low(kKeypadReport.size()), 0};
 }
 
 Bytes keypad_report_descriptor() {
-    return {keypad_report.begin(), keypad_report.end()};
+    return {kKeypadReport.begin(), kKeypadReport.end()};
 }
 
 } // namespace qaven::virtual_reader

@@ -7,16 +7,16 @@
 namespace qaven::virtual_reader {
 namespace {
 
-constexpr std::array known_types{
-    pc_to_rdr::set_parameters,  pc_to_rdr::icc_power_on,   pc_to_rdr::icc_power_off,
-    pc_to_rdr::get_slot_status, pc_to_rdr::secure,         pc_to_rdr::t0_apdu,
-    pc_to_rdr::escape,          pc_to_rdr::get_parameters, pc_to_rdr::reset_parameters,
-    pc_to_rdr::icc_clock,       pc_to_rdr::xfr_block,      pc_to_rdr::mechanical,
-    pc_to_rdr::abort,           pc_to_rdr::set_data_rate,
+constexpr std::array kKnownTypes{
+    pc_to_rdr::kSetParameters, pc_to_rdr::kIccPowerOn,    pc_to_rdr::kIccPowerOff,
+    pc_to_rdr::kGetSlotStatus, pc_to_rdr::kSecure,        pc_to_rdr::kT0Apdu,
+    pc_to_rdr::kEscape,        pc_to_rdr::kGetParameters, pc_to_rdr::kResetParameters,
+    pc_to_rdr::kIccClock,      pc_to_rdr::kXfrBlock,      pc_to_rdr::kMechanical,
+    pc_to_rdr::kAbort,         pc_to_rdr::kSetDataRate,
 };
 
 bool known(std::uint8_t type) {
-    return std::find(known_types.begin(), known_types.end(), type) != known_types.end();
+    return std::find(kKnownTypes.begin(), kKnownTypes.end(), type) != kKnownTypes.end();
 }
 
 } // namespace
@@ -28,34 +28,34 @@ std::uint32_t dw_length(std::span<const std::uint8_t> header) {
 }
 
 std::optional<Message> MessageAssembler::packet(std::span<const std::uint8_t> packet) {
-    const bool last = packet.size() < bulk_packet_size;
+    const bool last = packet.size() < kBulkPacketSize;
     if (skipping_) {
         if (!last) {
             return std::nullopt;
         }
-        return finish(Arrival::too_long);
+        return finish(Arrival::kTooLong);
     }
     if (buffer_.empty()) {
         if (packet.empty()) {
             return std::nullopt; // ends a message of whole packets that is already taken
         }
         if (!known(packet[0])) {
-            Message stray{.arrival = Arrival::unknown_start,
+            Message stray{.arrival = Arrival::kUnknownStart,
                           .bytes = {packet.begin(), packet.end()}};
-            stray.bytes.resize(std::max(stray.bytes.size(), ccid_header_size));
+            stray.bytes.resize(std::max(stray.bytes.size(), kCcidHeaderSize));
             return stray;
         }
     }
     buffer_.insert(buffer_.end(), packet.begin(), packet.end());
-    if (buffer_.size() < ccid_header_size) {
-        buffer_.resize(ccid_header_size);
-        return finish(Arrival::cut_short);
+    if (buffer_.size() < kCcidHeaderSize) {
+        buffer_.resize(kCcidHeaderSize);
+        return finish(Arrival::kCutShort);
     }
-    const std::size_t whole = ccid_header_size + std::size_t{dw_length(buffer_)};
-    if (whole > max_ccid_message_length) {
-        buffer_.resize(ccid_header_size);
+    const std::size_t whole = kCcidHeaderSize + std::size_t{dw_length(buffer_)};
+    if (whole > kMaxCcidMessageLength) {
+        buffer_.resize(kCcidHeaderSize);
         if (last) {
-            return finish(Arrival::too_long);
+            return finish(Arrival::kTooLong);
         }
         skipping_ = true;
         return std::nullopt;
@@ -63,9 +63,9 @@ std::optional<Message> MessageAssembler::packet(std::span<const std::uint8_t> pa
     if (buffer_.size() < whole && !last) {
         return std::nullopt;
     }
-    const Arrival arrival = buffer_.size() < whole   ? Arrival::cut_short
-                            : buffer_.size() > whole ? Arrival::with_surplus
-                                                     : Arrival::exact;
+    const Arrival arrival = buffer_.size() < whole   ? Arrival::kCutShort
+                            : buffer_.size() > whole ? Arrival::kWithSurplus
+                                                     : Arrival::kExact;
     buffer_.resize(whole);
     return finish(arrival);
 }
@@ -83,9 +83,9 @@ Message MessageAssembler::finish(Arrival arrival) {
 
 std::deque<Bytes> to_packets(std::span<const std::uint8_t> message) {
     std::deque<Bytes> packets;
-    for (std::size_t at = 0; at <= message.size(); at += bulk_packet_size) {
+    for (std::size_t at = 0; at <= message.size(); at += kBulkPacketSize) {
         const auto piece =
-            message.subspan(at, std::min<std::size_t>(bulk_packet_size, message.size() - at));
+            message.subspan(at, std::min<std::size_t>(kBulkPacketSize, message.size() - at));
         packets.emplace_back(piece.begin(), piece.end());
     }
     return packets;

@@ -14,44 +14,44 @@ namespace qaven::virtual_reader {
 
 using Bytes = std::vector<std::uint8_t>;
 
-inline constexpr std::size_t ccid_header_size = 10;
+inline constexpr std::size_t kCcidHeaderSize = 10;
 
 // The messages from the host, by bMessageType.
 namespace pc_to_rdr {
-inline constexpr std::uint8_t set_parameters = 0x61;
-inline constexpr std::uint8_t icc_power_on = 0x62;
-inline constexpr std::uint8_t icc_power_off = 0x63;
-inline constexpr std::uint8_t get_slot_status = 0x65;
-inline constexpr std::uint8_t secure = 0x69;
-inline constexpr std::uint8_t t0_apdu = 0x6A;
-inline constexpr std::uint8_t escape = 0x6B;
-inline constexpr std::uint8_t get_parameters = 0x6C;
-inline constexpr std::uint8_t reset_parameters = 0x6D;
-inline constexpr std::uint8_t icc_clock = 0x6E;
-inline constexpr std::uint8_t xfr_block = 0x6F;
-inline constexpr std::uint8_t mechanical = 0x71;
-inline constexpr std::uint8_t abort = 0x72;
-inline constexpr std::uint8_t set_data_rate = 0x73;
+inline constexpr std::uint8_t kSetParameters = 0x61;
+inline constexpr std::uint8_t kIccPowerOn = 0x62;
+inline constexpr std::uint8_t kIccPowerOff = 0x63;
+inline constexpr std::uint8_t kGetSlotStatus = 0x65;
+inline constexpr std::uint8_t kSecure = 0x69;
+inline constexpr std::uint8_t kT0Apdu = 0x6A;
+inline constexpr std::uint8_t kEscape = 0x6B;
+inline constexpr std::uint8_t kGetParameters = 0x6C;
+inline constexpr std::uint8_t kResetParameters = 0x6D;
+inline constexpr std::uint8_t kIccClock = 0x6E;
+inline constexpr std::uint8_t kXfrBlock = 0x6F;
+inline constexpr std::uint8_t kMechanical = 0x71;
+inline constexpr std::uint8_t kAbort = 0x72;
+inline constexpr std::uint8_t kSetDataRate = 0x73;
 } // namespace pc_to_rdr
 
 // How whole a message arrived.
 enum class Arrival : std::uint8_t {
-    exact,
-    with_surplus,  // more bytes than 10 + dwLength in its last packet
-    cut_short,     // a short packet came before 10 + dwLength bytes; zeros stand for the rest
-    too_long,      // dwLength promises more than the reader can hold; the data were not kept
-    unknown_start, // the packet starts no message of the class
+    kExact,
+    kWithSurplus,  // more bytes than 10 + dwLength in its last packet
+    kCutShort,     // a short packet came before 10 + dwLength bytes; zeros stand for the rest
+    kTooLong,      // dwLength promises more than the reader can hold; the data were not kept
+    kUnknownStart, // the packet starts no message of the class
 };
 
 struct Message {
-    Arrival arrival = Arrival::exact;
+    Arrival arrival = Arrival::kExact;
     Bytes bytes; // 10 + dwLength, or the header alone when too long
 
     [[nodiscard]] std::uint8_t type() const { return bytes[0]; }
     [[nodiscard]] std::uint8_t slot() const { return bytes[5]; }
     [[nodiscard]] std::uint8_t seq() const { return bytes[6]; }
     [[nodiscard]] std::span<const std::uint8_t> data() const {
-        return std::span(bytes).subspan(ccid_header_size);
+        return std::span(bytes).subspan(kCcidHeaderSize);
     }
 };
 

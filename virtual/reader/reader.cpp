@@ -12,31 +12,31 @@ using virtual_usb::Reply;
 using virtual_usb::Setup;
 using virtual_usb::TimePoint;
 
-constexpr std::uint8_t notify_slot_change = 0x50;
+constexpr std::uint8_t kNotifySlotChange = 0x50;
 
 // bmSlotICCState of slot 0: a card is there, and that is news.
-constexpr std::uint8_t slot_card_present = 0x01;
-constexpr std::uint8_t slot_changed = 0x02;
+constexpr std::uint8_t kSlotCardPresent = 0x01;
+constexpr std::uint8_t kSlotChanged = 0x02;
 
-constexpr std::uint8_t request_get_descriptor = 6;
-constexpr std::uint8_t descriptor_hid = 0x21;
-constexpr std::uint8_t descriptor_hid_report = 0x22;
+constexpr std::uint8_t kRequestGetDescriptor = 6;
+constexpr std::uint8_t kDescriptorHid = 0x21;
+constexpr std::uint8_t kDescriptorHidReport = 0x22;
 
-constexpr std::uint8_t hid_get_report = 0x01;
-constexpr std::uint8_t hid_set_report = 0x09;
-constexpr std::uint8_t hid_set_idle = 0x0A;
+constexpr std::uint8_t kHidGetReport = 0x01;
+constexpr std::uint8_t kHidSetReport = 0x09;
+constexpr std::uint8_t kHidSetIdle = 0x0A;
 
-constexpr std::uint8_t ccid_abort = 0x01;
+constexpr std::uint8_t kCcidAbort = 0x01;
 
 // A host that only sends and never reads is held off once this many packets wait for it.
-constexpr std::size_t waiting_packets = 64;
+constexpr std::size_t kWaitingPackets = 64;
 
 } // namespace
 
 Reader::Reader(virtual_card::Icc* card_1, virtual_card::Icc* card_2, const Behaviour& behaviour)
     : stations_{
-          {{.interface = slot_1, .slot = Slot(card_1, behaviour), .assembler = {}, .bulk_in = {}},
-           {.interface = slot_2,
+          {{.interface = kSlot1, .slot = Slot(card_1, behaviour), .assembler = {}, .bulk_in = {}},
+           {.interface = kSlot2,
             .slot = Slot(card_2, behaviour),
             .assembler = {},
             .bulk_in = {}}}} {
@@ -91,33 +91,33 @@ Reader::Station* Reader::with_endpoint(std::uint8_t endpoint) {
 Reply Reader::control(const Setup& setup, std::span<const std::uint8_t> data, TimePoint now) {
     static_cast<void>(data);
     static_cast<void>(now);
-    constexpr std::uint8_t class_to_interface = 0x21;
-    constexpr std::uint8_t class_from_interface = 0xA1;
-    constexpr std::uint8_t standard_from_interface = 0x81;
+    constexpr std::uint8_t kClassToInterface = 0x21;
+    constexpr std::uint8_t kClassFromInterface = 0xA1;
+    constexpr std::uint8_t kStandardFromInterface = 0x81;
     const std::uint8_t interface = setup.index & 0xFFU;
-    if (interface == keypad_interface) {
-        if (setup.request_type == standard_from_interface &&
-            setup.request == request_get_descriptor) {
+    if (interface == kKeypadInterface) {
+        if (setup.request_type == kStandardFromInterface &&
+            setup.request == kRequestGetDescriptor) {
             switch (setup.value >> 8U) {
-            case descriptor_hid:
+            case kDescriptorHid:
                 return Reply::ack(keypad_hid_descriptor());
-            case descriptor_hid_report:
+            case kDescriptorHidReport:
                 return Reply::ack(keypad_report_descriptor());
             default:
                 return Reply::stall();
             }
         }
-        if (setup.request_type == class_from_interface && setup.request == hid_get_report) {
-            return Reply::ack(Bytes(interrupt_packet_size, 0)); // no key pressed
+        if (setup.request_type == kClassFromInterface && setup.request == kHidGetReport) {
+            return Reply::ack(Bytes(kInterruptPacketSize, 0)); // no key pressed
         }
-        if (setup.request_type == class_to_interface &&
-            (setup.request == hid_set_report || setup.request == hid_set_idle)) {
+        if (setup.request_type == kClassToInterface &&
+            (setup.request == kHidSetReport || setup.request == kHidSetIdle)) {
             return Reply::ack();
         }
         return Reply::stall();
     }
     // Nothing is ever in progress when the host comes to abort it.
-    if (setup.request_type == class_to_interface && setup.request == ccid_abort) {
+    if (setup.request_type == kClassToInterface && setup.request == kCcidAbort) {
         return Reply::ack();
     }
     return Reply::stall();
@@ -126,10 +126,10 @@ Reply Reader::control(const Setup& setup, std::span<const std::uint8_t> data, Ti
 Handshake Reader::out(std::uint8_t endpoint, std::span<const std::uint8_t> packet, TimePoint now) {
     Station* const station = with_endpoint(endpoint);
     if (station == nullptr || endpoint != station->interface.bulk_out) {
-        return Handshake::stall;
+        return Handshake::kStall;
     }
-    if (station->bulk_in.size() >= waiting_packets) {
-        return Handshake::nak;
+    if (station->bulk_in.size() >= kWaitingPackets) {
+        return Handshake::kNak;
     }
     if (const auto message = station->assembler.packet(packet)) {
         if (const auto answer = station->slot.answer(*message)) {
@@ -142,7 +142,7 @@ Handshake Reader::out(std::uint8_t endpoint, std::span<const std::uint8_t> packe
         }
         station->check_card();
     }
-    return Handshake::ack;
+    return Handshake::kAck;
 }
 
 Reply Reader::in(std::uint8_t endpoint, TimePoint now) {
@@ -156,8 +156,8 @@ Reply Reader::in(std::uint8_t endpoint, TimePoint now) {
         }
         station->card_changed = false;
         const std::uint8_t state =
-            slot_changed | (station->card_known ? slot_card_present : std::uint8_t{0});
-        return Reply::ack({notify_slot_change, state});
+            kSlotChanged | (station->card_known ? kSlotCardPresent : std::uint8_t{0});
+        return Reply::ack({kNotifySlotChange, state});
     }
     if (station->bulk_in.empty() || station->bulk_in.front().ready > now) {
         return Reply::nak();
@@ -168,15 +168,15 @@ Reply Reader::in(std::uint8_t endpoint, TimePoint now) {
 }
 
 bool Reader::ask_for_time(std::uint8_t endpoint, TimePoint now, TimePoint reply_at) {
-    constexpr std::uint8_t time_extension = 0x80; // bmCommandStatus 2 (CCID 1.10, 6.2.6)
-    constexpr std::uint8_t waiting_times = 1;
+    constexpr std::uint8_t kTimeExtension = 0x80; // bmCommandStatus 2 (CCID 1.10, 6.2.6)
+    constexpr std::uint8_t kWaitingTimes = 1;
     Station* const station = with_endpoint(endpoint);
     if (station == nullptr || endpoint != station->interface.bulk_in || station->bulk_in.empty() ||
         !station->bulk_in.front().starts_message) {
         return false;
     }
     const Bytes& reply = station->bulk_in.front().packet;
-    const Bytes request{reply[0], 0, 0, 0, 0, reply[5], reply[6], time_extension, waiting_times, 0};
+    const Bytes request{reply[0], 0, 0, 0, 0, reply[5], reply[6], kTimeExtension, kWaitingTimes, 0};
     for (auto& outgoing : station->bulk_in) {
         outgoing.ready = std::max(outgoing.ready, reply_at);
     }

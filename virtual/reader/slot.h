@@ -43,7 +43,7 @@ class Slot {
     void insert_card(virtual_card::Icc& card);
 
   private:
-    enum class IccStatus : std::uint8_t { active = 0, inactive = 1, absent = 2 };
+    enum class IccStatus : std::uint8_t { kActive = 0, kInactive = 1, kAbsent = 2 };
 
     [[nodiscard]] IccStatus icc_status() const;
     [[nodiscard]] Bytes reply(const Message& to, std::uint8_t type, std::uint8_t last = 0,

@@ -10,13 +10,13 @@
 namespace qaven::virtual_usb {
 namespace {
 
-constexpr std::uint32_t section_header_block = 0x0A0D0D0A;
-constexpr std::uint32_t interface_description_block = 1;
-constexpr std::uint32_t enhanced_packet_block = 6;
-constexpr std::uint32_t byte_order_magic = 0x1A2B3C4D;
-constexpr std::uint16_t link_type_usb_linux_mmapped = 220;
+constexpr std::uint32_t kSectionHeaderBlock = 0x0A0D0D0A;
+constexpr std::uint32_t kInterfaceDescriptionBlock = 1;
+constexpr std::uint32_t kEnhancedPacketBlock = 6;
+constexpr std::uint32_t kByteOrderMagic = 0x1A2B3C4D;
+constexpr std::uint16_t kLinkTypeUsbLinuxMmapped = 220;
 
-constexpr std::size_t monitor_header_size = 64;
+constexpr std::size_t kMonitorHeaderSize = 64;
 
 // Little-endian whatever the machine: both formats carry their byte order or are read with that of
 // the section header.
@@ -56,17 +56,17 @@ CaptureFile::CaptureFile(const std::filesystem::path& path)
         throw std::runtime_error("cannot write the capture to " + path.string());
     }
     Bytes section;
-    put(section, byte_order_magic);
+    put(section, kByteOrderMagic);
     put(section, std::uint16_t{1}); // version 1.0
     put(section, std::uint16_t{0});
     put(section, std::int64_t{-1}); // length of the section not told
-    write_block(file_, section_header_block, section);
+    write_block(file_, kSectionHeaderBlock, section);
 
     Bytes interface;
-    put(interface, link_type_usb_linux_mmapped);
+    put(interface, kLinkTypeUsbLinuxMmapped);
     put(interface, std::uint16_t{0});
     put(interface, std::uint32_t{0}); // no limit on packet size
-    write_block(file_, interface_description_block, interface);
+    write_block(file_, kInterfaceDescriptionBlock, interface);
 }
 
 void CaptureFile::append(std::span<const std::uint8_t> packet) {
@@ -79,7 +79,7 @@ void CaptureFile::append(std::span<const std::uint8_t> packet) {
     put(body, static_cast<std::uint32_t>(packet.size()));
     body.insert(body.end(), packet.begin(), packet.end());
     const std::lock_guard lock(mutex_);
-    write_block(file_, enhanced_packet_block, body);
+    write_block(file_, kEnhancedPacketBlock, body);
 }
 
 Capture::Capture(CaptureFile& file, std::uint16_t bus, std::uint8_t device)
@@ -96,13 +96,13 @@ void Capture::completed(const Completion& completion) {
 
 void Capture::write(std::uint8_t event, const Urb& urb, int status, std::size_t length,
                     std::span<const std::uint8_t> data, bool data_travels) {
-    constexpr std::int64_t microseconds_per_second = 1'000'000;
+    constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
     const std::int64_t time = wall_time().count();
-    const bool with_setup = event == 'S' && urb.type == TransferType::control;
+    const bool with_setup = event == 'S' && urb.type == TransferType::kControl;
     const auto carried = data_travels ? data : data.first(0);
 
     Bytes packet;
-    packet.reserve(monitor_header_size + carried.size());
+    packet.reserve(kMonitorHeaderSize + carried.size());
     put(packet, urb.id);
     put(packet, event);
     put(packet, static_cast<std::uint8_t>(urb.type));
@@ -112,15 +112,15 @@ void Capture::write(std::uint8_t event, const Urb& urb, int status, std::size_t 
     put(packet, static_cast<std::uint8_t>(with_setup ? 0 : '-'));
     // 0: data follow; otherwise the direction says which event of the pair carries them.
     put(packet, static_cast<std::uint8_t>(data_travels ? 0 : (urb.in() ? '<' : '>')));
-    put(packet, time / microseconds_per_second);
-    put(packet, static_cast<std::int32_t>(time % microseconds_per_second));
+    put(packet, time / kMicrosecondsPerSecond);
+    put(packet, static_cast<std::int32_t>(time % kMicrosecondsPerSecond));
     put(packet, static_cast<std::int32_t>(status));
     put(packet, static_cast<std::uint32_t>(length));
     put(packet, static_cast<std::uint32_t>(carried.size()));
     if (with_setup) {
         packet.insert(packet.end(), urb.setup.begin(), urb.setup.end());
     } else {
-        packet.insert(packet.end(), setup_size, 0);
+        packet.insert(packet.end(), kSetupSize, 0);
     }
     put(packet, std::int32_t{0});  // interval
     put(packet, std::int32_t{0});  // start frame

@@ -3,7 +3,7 @@
 
 namespace qaven::virtual_usb {
 
-Setup parse_setup(std::span<const std::uint8_t, setup_size> bytes) {
+Setup parse_setup(std::span<const std::uint8_t, kSetupSize> bytes) {
     const auto word = [&bytes](std::size_t at) {
         return static_cast<std::uint16_t>(bytes[at] | (bytes[at + 1] << 8U));
     };

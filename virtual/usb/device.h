@@ -22,7 +22,7 @@ using Clock = std::chrono::steady_clock;
 using TimePoint = Clock::time_point;
 
 // Numbered as Linux numbers the speed of a port.
-enum class Speed : std::uint8_t { low = 1, full = 2, high = 3 };
+enum class Speed : std::uint8_t { kLow = 1, kFull = 2, kHigh = 3 };
 
 // The eight bytes in front of every control transfer.
 struct Setup {
@@ -35,27 +35,27 @@ struct Setup {
     [[nodiscard]] bool device_to_host() const { return (request_type & 0x80U) != 0; }
 };
 
-inline constexpr std::size_t setup_size = 8;
+inline constexpr std::size_t kSetupSize = 8;
 
 // The set-up bytes as they travel, multi-byte fields little-endian.
-[[nodiscard]] Setup parse_setup(std::span<const std::uint8_t, setup_size> bytes);
+[[nodiscard]] Setup parse_setup(std::span<const std::uint8_t, kSetupSize> bytes);
 
 enum class Handshake : std::uint8_t {
-    ack,   // taken, or here is data
-    nak,   // nothing yet; ask again (see ready_at)
-    stall, // refused; a bulk or interrupt endpoint stays halted until clear_halt
+    kAck,   // taken, or here is data
+    kNak,   // nothing yet; ask again (see ready_at)
+    kStall, // refused; a bulk or interrupt endpoint stays halted until clear_halt
 };
 
 // What an IN packet or a control transfer brings.
 struct Reply {
-    Handshake handshake = Handshake::nak;
+    Handshake handshake = Handshake::kNak;
     Bytes data; // with ack only; empty is a zero-length packet, or a control write accepted
 
     [[nodiscard]] static Reply ack(Bytes bytes = {}) {
-        return {.handshake = Handshake::ack, .data = std::move(bytes)};
+        return {.handshake = Handshake::kAck, .data = std::move(bytes)};
     }
-    [[nodiscard]] static Reply nak() { return {.handshake = Handshake::nak, .data = {}}; }
-    [[nodiscard]] static Reply stall() { return {.handshake = Handshake::stall, .data = {}}; }
+    [[nodiscard]] static Reply nak() { return {.handshake = Handshake::kNak, .data = {}}; }
+    [[nodiscard]] static Reply stall() { return {.handshake = Handshake::kStall, .data = {}}; }
 };
 
 class Device {
@@ -79,7 +79,7 @@ class Device {
         return {};
     }
 
-    [[nodiscard]] virtual Speed speed() const { return Speed::full; }
+    [[nodiscard]] virtual Speed speed() const { return Speed::kFull; }
 
     // A control transfer that the descriptors do not answer: class and vendor requests, and
     // standard requests to an interface such as GET_DESCRIPTOR of a HID report. `data` holds the

@@ -14,14 +14,14 @@ namespace {
 using namespace std::string_view_literals;
 
 // Long enough to be seen, short enough for a host that waits some seconds.
-constexpr std::chrono::milliseconds default_delay{500};
+constexpr std::chrono::milliseconds kDefaultDelay{500};
 
-constexpr std::array kinds{
-    std::pair{"timeout"sv, FaultKind::timeout},     std::pair{"stall"sv, FaultKind::stall},
-    std::pair{"halt"sv, FaultKind::halt},           std::pair{"unplug"sv, FaultKind::unplug},
-    std::pair{"overflow"sv, FaultKind::overflow},   std::pair{"short"sv, FaultKind::cut_short},
-    std::pair{"garbage"sv, FaultKind::garbage},     std::pair{"late"sv, FaultKind::late},
-    std::pair{"extension"sv, FaultKind::extension},
+constexpr std::array kKinds{
+    std::pair{"timeout"sv, FaultKind::kTimeout},     std::pair{"stall"sv, FaultKind::kStall},
+    std::pair{"halt"sv, FaultKind::kHalt},           std::pair{"unplug"sv, FaultKind::kUnplug},
+    std::pair{"overflow"sv, FaultKind::kOverflow},   std::pair{"short"sv, FaultKind::kCutShort},
+    std::pair{"garbage"sv, FaultKind::kGarbage},     std::pair{"late"sv, FaultKind::kLate},
+    std::pair{"extension"sv, FaultKind::kExtension},
 };
 
 [[noreturn]] void refuse(std::string_view text) {
@@ -42,27 +42,27 @@ unsigned number(std::string_view digits, std::string_view whole) {
 } // namespace
 
 bool hits_in_only(FaultKind kind) {
-    return kind == FaultKind::overflow || kind == FaultKind::cut_short ||
-           kind == FaultKind::garbage || kind == FaultKind::extension;
+    return kind == FaultKind::kOverflow || kind == FaultKind::kCutShort ||
+           kind == FaultKind::kGarbage || kind == FaultKind::kExtension;
 }
 
 Fault parse_fault(std::string_view text) {
-    constexpr auto prefix = "after="sv;
+    constexpr auto kPrefix = "after="sv;
     const auto colon = text.find(':');
-    if (!text.starts_with(prefix) || colon == std::string_view::npos) {
+    if (!text.starts_with(kPrefix) || colon == std::string_view::npos) {
         refuse(text);
     }
-    Fault fault{.after = number(text.substr(prefix.size(), colon - prefix.size()), text),
-                .kind = FaultKind::timeout,
-                .delay = default_delay};
+    Fault fault{.after = number(text.substr(kPrefix.size(), colon - kPrefix.size()), text),
+                .kind = FaultKind::kTimeout,
+                .delay = kDefaultDelay};
     auto name = text.substr(colon + 1);
     const auto equals = name.find('=');
     if (equals != std::string_view::npos) {
         fault.delay = std::chrono::milliseconds(number(name.substr(equals + 1), text));
         name = name.substr(0, equals);
     }
-    for (const auto& [kind_name, kind] : kinds) {
-        const bool takes_time = kind == FaultKind::late || kind == FaultKind::extension;
+    for (const auto& [kind_name, kind] : kKinds) {
+        const bool takes_time = kind == FaultKind::kLate || kind == FaultKind::kExtension;
         if (name == kind_name && (equals == std::string_view::npos || takes_time)) {
             fault.kind = kind;
             return fault;

@@ -9,20 +9,20 @@
 namespace qaven::virtual_usb {
 
 enum class FaultKind : std::uint8_t {
-    timeout,   // nothing moves until the host gives up
-    stall,     // this one transfer is stalled
-    halt,      // stalled, and the endpoint stays so until the host clears it
-    unplug,    // the device leaves the bus
-    overflow,  // the device sends more than the host's buffer takes (IN)
-    cut_short, // half of the answer's bytes (IN)
-    garbage,   // as many bytes, all of them wrong (IN)
-    late,      // the endpoint moves nothing for a while, and goes on then
-    extension, // the device asks for more time, and answers after a while (IN)
+    kTimeout,   // nothing moves until the host gives up
+    kStall,     // this one transfer is stalled
+    kHalt,      // stalled, and the endpoint stays so until the host clears it
+    kUnplug,    // the device leaves the bus
+    kOverflow,  // the device sends more than the host's buffer takes (IN)
+    kCutShort,  // half of the answer's bytes (IN)
+    kGarbage,   // as many bytes, all of them wrong (IN)
+    kLate,      // the endpoint moves nothing for a while, and goes on then
+    kExtension, // the device asks for more time, and answers after a while (IN)
 };
 
 struct Fault {
     unsigned after = 0; // bulk transfers that go well first
-    FaultKind kind = FaultKind::timeout;
+    FaultKind kind = FaultKind::kTimeout;
     std::chrono::milliseconds delay{0};
 };
 

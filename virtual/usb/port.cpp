@@ -8,41 +8,41 @@
 namespace qaven::virtual_usb {
 namespace {
 
-constexpr std::uint8_t descriptor_device = 1;
-constexpr std::uint8_t descriptor_configuration = 2;
-constexpr std::uint8_t descriptor_string = 3;
-constexpr std::uint8_t descriptor_interface = 4;
-constexpr std::uint8_t descriptor_endpoint = 5;
+constexpr std::uint8_t kDescriptorDevice = 1;
+constexpr std::uint8_t kDescriptorConfiguration = 2;
+constexpr std::uint8_t kDescriptorString = 3;
+constexpr std::uint8_t kDescriptorInterface = 4;
+constexpr std::uint8_t kDescriptorEndpoint = 5;
 
-constexpr std::uint8_t request_get_status = 0;
-constexpr std::uint8_t request_clear_feature = 1;
-constexpr std::uint8_t request_set_feature = 3;
-constexpr std::uint8_t request_set_address = 5;
-constexpr std::uint8_t request_get_descriptor = 6;
-constexpr std::uint8_t request_get_configuration = 8;
-constexpr std::uint8_t request_set_configuration = 9;
-constexpr std::uint8_t request_get_interface = 10;
-constexpr std::uint8_t request_set_interface = 11;
+constexpr std::uint8_t kRequestGetStatus = 0;
+constexpr std::uint8_t kRequestClearFeature = 1;
+constexpr std::uint8_t kRequestSetFeature = 3;
+constexpr std::uint8_t kRequestSetAddress = 5;
+constexpr std::uint8_t kRequestGetDescriptor = 6;
+constexpr std::uint8_t kRequestGetConfiguration = 8;
+constexpr std::uint8_t kRequestSetConfiguration = 9;
+constexpr std::uint8_t kRequestGetInterface = 10;
+constexpr std::uint8_t kRequestSetInterface = 11;
 
-constexpr std::uint8_t recipient_device = 0;
-constexpr std::uint8_t recipient_interface = 1;
-constexpr std::uint8_t recipient_endpoint = 2;
+constexpr std::uint8_t kRecipientDevice = 0;
+constexpr std::uint8_t kRecipientInterface = 1;
+constexpr std::uint8_t kRecipientEndpoint = 2;
 
-constexpr std::uint16_t feature_endpoint_halt = 0;
+constexpr std::uint16_t kFeatureEndpointHalt = 0;
 
-constexpr std::uint16_t english_us = 0x0409;
+constexpr std::uint16_t kEnglishUs = 0x0409;
 
-constexpr std::uint64_t enumeration_id = 1;
+constexpr std::uint64_t kEnumerationId = 1;
 
 // bmAttributes, which numbers the kinds in the order of the USB standard.
 TransferType transfer_type(std::uint8_t attributes) {
-    constexpr std::array kinds{TransferType::control, TransferType::isochronous, TransferType::bulk,
-                               TransferType::interrupt};
-    return kinds.at(attributes & 0x03U);
+    constexpr std::array kKinds{TransferType::kControl, TransferType::kIsochronous,
+                                TransferType::kBulk, TransferType::kInterrupt};
+    return kKinds.at(attributes & 0x03U);
 }
 
 std::uint8_t queue_key(const Urb& urb) {
-    return urb.type == TransferType::control ? std::uint8_t{0} : urb.endpoint;
+    return urb.type == TransferType::kControl ? std::uint8_t{0} : urb.endpoint;
 }
 
 void make_garbage(Bytes& bytes) {
@@ -55,10 +55,10 @@ void make_garbage(Bytes& bytes) {
 
 Urb control_read(std::uint8_t request, std::uint8_t value_high, std::uint16_t length) {
     Urb urb;
-    urb.id = enumeration_id;
-    urb.type = TransferType::control;
-    urb.endpoint = direction_in;
-    urb.setup = {direction_in,
+    urb.id = kEnumerationId;
+    urb.type = TransferType::kControl;
+    urb.endpoint = kDirectionIn;
+    urb.setup = {kDirectionIn,
                  request,
                  0,
                  value_high,
@@ -72,8 +72,8 @@ Urb control_read(std::uint8_t request, std::uint8_t value_high, std::uint16_t le
 
 Urb control_write(std::uint8_t request, std::uint8_t value_low) {
     Urb urb;
-    urb.id = enumeration_id;
-    urb.type = TransferType::control;
+    urb.id = kEnumerationId;
+    urb.type = TransferType::kControl;
     urb.setup = {0, request, value_low, 0, 0, 0, 0, 0};
     return urb;
 }
@@ -94,10 +94,10 @@ void Port::read_configuration() {
     for (std::size_t at = 0; at + 2 <= bytes.size() && bytes[at] >= 2; at += bytes[at]) {
         const auto one =
             std::span(bytes).subspan(at, std::min<std::size_t>(bytes[at], bytes.size() - at));
-        if (one[1] == descriptor_interface && one.size() >= 9) {
+        if (one[1] == kDescriptorInterface && one.size() >= 9) {
             interface = one[2];
             settings_.emplace(interface, one[3]);
-        } else if (one[1] == descriptor_endpoint && one.size() >= 7) {
+        } else if (one[1] == kDescriptorEndpoint && one.size() >= 7) {
             endpoints_[one[2]] = {.interface = interface,
                                   .type = transfer_type(one[3]),
                                   .max_packet = static_cast<std::size_t>(one[4]) |
@@ -109,11 +109,11 @@ void Port::read_configuration() {
 void Port::enumerate(TimePoint now) {
     reset();
     const Bytes configuration = device_.configuration_descriptor();
-    const std::array requests{control_read(request_get_descriptor, descriptor_device, 18),
-                              control_read(request_get_descriptor, descriptor_configuration, 9),
-                              control_read(request_get_descriptor, descriptor_configuration,
+    const std::array requests{control_read(kRequestGetDescriptor, kDescriptorDevice, 18),
+                              control_read(kRequestGetDescriptor, kDescriptorConfiguration, 9),
+                              control_read(kRequestGetDescriptor, kDescriptorConfiguration,
                                            static_cast<std::uint16_t>(configuration.size())),
-                              control_write(request_set_configuration, offered_configuration_)};
+                              control_write(kRequestSetConfiguration, offered_configuration_)};
     for (const auto& request : requests) {
         submit(request, now);
         completions_.pop_back(); // the request's own; what a reset ended stays
@@ -126,7 +126,7 @@ void Port::add_fault(Fault fault) {
 }
 
 std::optional<Fault> Port::fault_for(const Urb& urb) {
-    if (urb.type != TransferType::bulk) {
+    if (urb.type != TransferType::kBulk) {
         return std::nullopt;
     }
     const unsigned before = bulk_transfers_++;
@@ -145,7 +145,7 @@ int Port::submit(Urb urb, TimePoint now) {
     if (!plugged_) {
         return -ENODEV;
     }
-    if (urb.type != TransferType::control && !endpoints_.contains(urb.endpoint)) {
+    if (urb.type != TransferType::kControl && !endpoints_.contains(urb.endpoint)) {
         return -ENOENT;
     }
     if (monitor_ != nullptr) {
@@ -153,13 +153,13 @@ int Port::submit(Urb urb, TimePoint now) {
     }
     Flight flight;
     flight.fault = fault_for(urb);
-    if (flight.fault && flight.fault->kind == FaultKind::late) {
+    if (flight.fault && flight.fault->kind == FaultKind::kLate) {
         // The device is late, not the transfer: a host that gives up and tries again does not get
         // the reply sooner.
         late_until_[urb.endpoint] = now + flight.fault->delay;
     }
     flight.urb = std::move(urb);
-    const bool pulled = flight.fault && flight.fault->kind == FaultKind::unplug;
+    const bool pulled = flight.fault && flight.fault->kind == FaultKind::kUnplug;
     queues_[queue_key(flight.urb)].push_back(std::move(flight));
     if (pulled) {
         unplug();
@@ -297,7 +297,7 @@ std::set<std::uint8_t> Port::interfaces() const {
 }
 
 bool Port::finish(Flight& flight, int status) {
-    if (flight.fault && flight.fault->kind == FaultKind::extension) {
+    if (flight.fault && flight.fault->kind == FaultKind::kExtension) {
         faults_.push_back(*flight.fault); // no message began: it is for one of the next transfers
     }
     Completion completion;
@@ -313,21 +313,21 @@ bool Port::finish(Flight& flight, int status) {
 }
 
 bool Port::step(Flight& flight, TimePoint now) {
-    if (flight.fault && flight.fault->kind == FaultKind::timeout) {
+    if (flight.fault && flight.fault->kind == FaultKind::kTimeout) {
         return false;
     }
-    if (flight.urb.type == TransferType::control) {
+    if (flight.urb.type == TransferType::kControl) {
         return step_control(flight, now);
     }
     if (const auto late = late_until_.find(flight.urb.endpoint);
         late != late_until_.end() && now < late->second) {
         return false;
     }
-    if (flight.fault && flight.fault->kind == FaultKind::halt) {
+    if (flight.fault && flight.fault->kind == FaultKind::kHalt) {
         halted_.insert(flight.urb.endpoint);
     }
     if (halted_.contains(flight.urb.endpoint) ||
-        (flight.fault && flight.fault->kind == FaultKind::stall)) {
+        (flight.fault && flight.fault->kind == FaultKind::kStall)) {
         return finish(flight, -EPIPE);
     }
     return flight.urb.in() ? step_in(flight, now) : step_out(flight, now);
@@ -340,11 +340,11 @@ bool Port::step_control(Flight& flight, TimePoint now) {
         reply = device_.control(setup, flight.urb.data, now);
     }
     switch (reply->handshake) {
-    case Handshake::nak:
+    case Handshake::kNak:
         return false;
-    case Handshake::stall:
+    case Handshake::kStall:
         return finish(flight, -EPIPE);
-    case Handshake::ack:
+    case Handshake::kAck:
         break;
     }
     if (setup.device_to_host()) {
@@ -363,10 +363,10 @@ bool Port::step_out(Flight& flight, TimePoint now) {
         const auto packet =
             data.subspan(flight.sent, std::min(max_packet, data.size() - flight.sent));
         const Handshake handshake = device_.out(flight.urb.endpoint, packet, now);
-        if (handshake == Handshake::nak) {
+        if (handshake == Handshake::kNak) {
             return false;
         }
-        if (handshake == Handshake::stall) {
+        if (handshake == Handshake::kStall) {
             halted_.insert(flight.urb.endpoint);
             return finish(flight, -EPIPE);
         }
@@ -379,27 +379,27 @@ bool Port::step_out(Flight& flight, TimePoint now) {
 
 bool Port::step_in(Flight& flight, TimePoint now) {
     const std::size_t max_packet = endpoints_.at(flight.urb.endpoint).max_packet;
-    if (flight.fault && flight.fault->kind == FaultKind::extension &&
+    if (flight.fault && flight.fault->kind == FaultKind::kExtension &&
         device_.ask_for_time(flight.urb.endpoint, now, now + flight.fault->delay)) {
         flight.fault.reset();
     }
     while (true) {
         Reply reply = device_.in(flight.urb.endpoint, now);
-        if (reply.handshake == Handshake::nak) {
+        if (reply.handshake == Handshake::kNak) {
             return false;
         }
-        if (reply.handshake == Handshake::stall) {
+        if (reply.handshake == Handshake::kStall) {
             halted_.insert(flight.urb.endpoint);
             return finish(flight, -EPIPE);
         }
-        if (flight.fault && flight.fault->kind == FaultKind::cut_short) {
+        if (flight.fault && flight.fault->kind == FaultKind::kCutShort) {
             reply.data.resize(reply.data.size() / 2);
         }
-        if (flight.fault && flight.fault->kind == FaultKind::garbage) {
+        if (flight.fault && flight.fault->kind == FaultKind::kGarbage) {
             make_garbage(reply.data);
         }
         const std::size_t room = flight.urb.length - flight.received.size();
-        const bool babble = flight.fault && flight.fault->kind == FaultKind::overflow;
+        const bool babble = flight.fault && flight.fault->kind == FaultKind::kOverflow;
         const bool short_packet = reply.data.size() < max_packet;
         const bool too_much = reply.data.size() > room;
         reply.data.resize(std::min(reply.data.size(), room));
@@ -424,46 +424,46 @@ std::optional<Reply> Port::standard_request(const Setup& setup) {
     }
     const auto low = static_cast<std::uint8_t>(setup.value & 0xFFU);
     const auto index = static_cast<std::uint8_t>(setup.index & 0xFFU);
-    if (recipient == recipient_device) {
+    if (recipient == kRecipientDevice) {
         switch (setup.request) {
-        case request_get_status:
+        case kRequestGetStatus:
             return Reply::ack({0, 0});
-        case request_set_address:
+        case kRequestSetAddress:
             return Reply::ack();
-        case request_get_descriptor:
+        case kRequestGetDescriptor:
             return descriptor(setup);
-        case request_get_configuration:
+        case kRequestGetConfiguration:
             return Reply::ack({configuration_});
-        case request_set_configuration:
+        case kRequestSetConfiguration:
             return set_configuration(low) ? Reply::ack() : Reply::stall();
         default:
             return Reply::stall();
         }
     }
-    if (recipient == recipient_interface) {
+    if (recipient == kRecipientInterface) {
         switch (setup.request) {
-        case request_get_status:
+        case kRequestGetStatus:
             return Reply::ack({0, 0});
-        case request_get_interface:
+        case kRequestGetInterface:
             return Reply::ack({0});
-        case request_set_interface:
+        case kRequestSetInterface:
             return set_interface(index, low) ? Reply::ack() : Reply::stall();
         default:
             return std::nullopt;
         }
     }
-    if (recipient == recipient_endpoint && (endpoints_.contains(index) || (index & 0x0FU) == 0)) {
+    if (recipient == kRecipientEndpoint && (endpoints_.contains(index) || (index & 0x0FU) == 0)) {
         switch (setup.request) {
-        case request_get_status:
+        case kRequestGetStatus:
             return Reply::ack({static_cast<std::uint8_t>(halted_.contains(index) ? 1 : 0), 0});
-        case request_clear_feature:
-            if (setup.value == feature_endpoint_halt) {
+        case kRequestClearFeature:
+            if (setup.value == kFeatureEndpointHalt) {
                 clear_halt(index);
                 return Reply::ack();
             }
             return Reply::stall();
-        case request_set_feature:
-            if (setup.value == feature_endpoint_halt) {
+        case kRequestSetFeature:
+            if (setup.value == kFeatureEndpointHalt) {
                 halted_.insert(index);
                 return Reply::ack();
             }
@@ -479,16 +479,16 @@ Reply Port::descriptor(const Setup& setup) const {
     const auto type = static_cast<std::uint8_t>(setup.value >> 8U);
     const auto index = static_cast<std::uint8_t>(setup.value & 0xFFU);
     Bytes bytes;
-    if (type == descriptor_device) {
+    if (type == kDescriptorDevice) {
         bytes = device_.device_descriptor();
-    } else if (type == descriptor_configuration && index == 0) {
+    } else if (type == kDescriptorConfiguration && index == 0) {
         bytes = device_.configuration_descriptor();
-    } else if (type == descriptor_string && index == 0) {
-        bytes = {4, descriptor_string, english_us & 0xFFU, english_us >> 8U};
-    } else if (type == descriptor_string) {
+    } else if (type == kDescriptorString && index == 0) {
+        bytes = {4, kDescriptorString, kEnglishUs & 0xFFU, kEnglishUs >> 8U};
+    } else if (type == kDescriptorString) {
         const std::string text = device_.string(index);
         if (!text.empty()) {
-            bytes = {static_cast<std::uint8_t>(2 + 2 * text.size()), descriptor_string};
+            bytes = {static_cast<std::uint8_t>(2 + 2 * text.size()), kDescriptorString};
             for (const char letter : text) {
                 bytes.push_back(static_cast<std::uint8_t>(letter));
                 bytes.push_back(0);

@@ -20,21 +20,26 @@
 namespace qaven::virtual_usb {
 
 // Numbered as Linux numbers the kinds of transfer in its USB captures.
-enum class TransferType : std::uint8_t { isochronous = 0, interrupt = 1, control = 2, bulk = 3 };
+enum class TransferType : std::uint8_t {
+    kIsochronous = 0,
+    kInterrupt = 1,
+    kControl = 2,
+    kBulk = 3
+};
 
-inline constexpr std::uint8_t direction_in = 0x80;
+inline constexpr std::uint8_t kDirectionIn = 0x80;
 
 struct Urb {
     std::uint64_t id = 0; // the submitter's name for it
-    TransferType type = TransferType::bulk;
+    TransferType type = TransferType::kBulk;
     std::uint8_t endpoint = 0;                    // address; control: bit 7 as in the request type
-    std::array<std::uint8_t, setup_size> setup{}; // control only
+    std::array<std::uint8_t, kSetupSize> setup{}; // control only
     Bytes data{};                                 // towards the device
     std::size_t length = 0;                       // room (IN) or number of bytes (OUT)
     bool zero_packet = false;  // OUT: end a transfer of whole packets with an empty one
     bool short_not_ok = false; // IN: a short packet is an error
 
-    [[nodiscard]] bool in() const { return (endpoint & direction_in) != 0; }
+    [[nodiscard]] bool in() const { return (endpoint & kDirectionIn) != 0; }
 };
 
 struct Completion {
@@ -108,7 +113,7 @@ class Port {
   private:
     struct EndpointInfo {
         std::uint8_t interface = 0;
-        TransferType type = TransferType::bulk;
+        TransferType type = TransferType::kBulk;
         std::size_t max_packet = 0;
     };
     struct Flight {
