@@ -690,6 +690,11 @@ TEST_F(ByAid, AnFciWithoutANameSelectsNothing) {
     }
 }
 
+TEST_F(ByAid, AnEmptyAidIsNotTheNameOfAnApplicationWithoutOne) {
+    card.expect(select(""), "6F028400 9000");
+    EXPECT_EQ(select_by_aid(1, ""), 0);
+}
+
 TEST_F(ByAid, AnFciOf256BytesIsCopiedWholeAndItsLengthKeptInOneByte) {
     const std::string fci = "8408A000000333010101" + repeated("00", 246);
     card.expect(select(kPrefix), fci + "9000");
