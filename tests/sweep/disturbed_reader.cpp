@@ -119,7 +119,8 @@ void DisturbedReader::take_answer(Bytes message, Queue& queue, TimePoint now) {
             message.resize(std::min(message.size(), disturbance.bytes));
             break;
         case Disturbance::Kind::extension:
-            if (message[type_byte] == data_block) {
+            if (message.size() >= virtual_reader::kCcidHeaderSize &&
+                message[type_byte] == data_block) {
                 Bytes request(message.begin(), message.begin() + virtual_reader::kCcidHeaderSize);
                 std::fill(request.begin() + 1, request.begin() + 5, std::uint8_t{0});
                 request[status_byte] = time_extension;

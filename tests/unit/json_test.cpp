@@ -233,6 +233,45 @@ TEST_F(Json, AnArqcOfAnotherCardThanTheOneReadIsNoAnswer) {
     EXPECT_THAT(call.resmsg.text(), HasSubstr("A0196214830123456789020"));
 }
 
+// What two readings of the ARQC step's call found, each without a record of the card.
+struct TwoReadings {
+    const char* name;
+    std::string first;
+    std::string second;
+    bool of_one_card;
+};
+
+class JsonTwoReadings : public Json, public testing::WithParamInterface<TwoReadings> {};
+
+TEST_P(JsonTwoReadings, AreOfOneCardWhenTheirNumbersSaySo) {
+    expect_reading(card, {object("70", GetParam().first + object("8C", kCdol1))});
+    expect_reading(card, {object("70", GetParam().second + object("8C", kCdol1))});
+    if (GetParam().of_one_card) {
+        card.expect(generate_arqc_command(), cryptogram_answer("80"));
+        card.expect(kGetLastOnlineAtc, "6A88");
+    }
+    EXPECT_EQ(call.run(QAVEN_getICCardInfo, info_input("true")), GetParam().of_one_card ? 0 : -1);
+}
+
+std::vector<TwoReadings> two_readings() {
+    const std::string number = object("5A", "6214830123456789012F");
+    const std::string track2 = object("57", "6214830123456789012D2512220123");
+    const std::string other_number = object("5A", "6214830123456789020F");
+    const std::string other_track2 = object("57", "6214830123456789020D2512220123");
+    return {{"TheSame", number + track2, number + track2, true},
+            {"AnotherTrack2", track2, other_track2, false},
+            {"AnotherTrack2AfterTheNumber", number + track2, number + other_track2, false},
+            {"TheNumberOfTrack2", track2, number, true},
+            {"AnotherNumberThanThatOfTrack2", track2, other_number, false},
+            {"AnotherTrack2ThanThatOfTheNumber", number, other_track2, false},
+            {"ANumberAndNone", number, "", false},
+            {"NoneAndANumber", "", number, false},
+            {"None", "", "", true}};
+}
+
+INSTANTIATE_TEST_SUITE_P(, JsonTwoReadings, testing::ValuesIn(two_readings()),
+                         [](const auto& readings) { return readings.param.name; });
+
 TEST_F(Json, CodesOfCardAndReaderPassThrough) {
     expect_select(card);
     card.expect("80A80000 02 8300", "6985");

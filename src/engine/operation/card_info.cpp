@@ -254,20 +254,27 @@ OneCard::~OneCard() {
 }
 
 bool OneCard::has(tlv::Bytes records) {
-    // The record with the number may be one that could not be read; track 2 has it too.
-    const bool same_number = matches(number_, kTag5APan, records);
-    return matches(track2_, kTag57Track2, records) && same_number;
+    const Identity found{tlv::value_of(kTag5APan, records).value_or(WipedBytes()),
+                         tlv::value_of(kTag57Track2, records).value_or(WipedBytes())};
+    if (!first_) {
+        first_ = found;
+    }
+    return found == *first_;
 }
 
-bool OneCard::matches(WipedBytes& known, tlv::Bytes tag, tlv::Bytes records) {
-    const auto value = tlv::value_of(tag, records);
-    if (!value) {
-        return true;
+bool OneCard::Identity::operator==(const Identity& other) const {
+    const bool numbers = !number.empty() && !other.number.empty();
+    const bool tracks = !track2.empty() && !other.track2.empty();
+    if (numbers || tracks) {
+        return (!numbers || number == other.number) && (!tracks || track2 == other.track2);
     }
-    if (known.empty()) {
-        known = *value;
-    }
-    return known == *value;
+    return digits() == other.digits();
+}
+
+// The card number, from track 2 what stands before its separator.
+WipedText OneCard::Identity::digits() const {
+    const WipedText text = hex::text(number.empty() ? track2 : number);
+    return text.substr(0, text.find(number.empty() ? 'D' : 'F'));
 }
 
 int read_card(const Request& request, const Outputs& outputs, session::AtSuccess at_success) {

@@ -7,6 +7,8 @@
 #include "support/export.h"
 #include "support/wiped.h"
 
+#include <optional>
+
 // Appends the tag bytes of each of the count letters to tagsout (2 bytes for each letter); other
 // characters add nothing. Returns the number of bytes written.
 QAVEN_API int Qm_ConvertFlag(const char* letters, int count, unsigned char* tagsout);
@@ -51,14 +53,21 @@ class OneCard {
     OneCard(const OneCard&) = delete;
     OneCard& operator=(const OneCard&) = delete;
 
-    // Whether these records are of that card; records without a number may be.
+    // Whether these records are of that card. Each reading may lack a record, with the number or
+    // with track 2; track 2 has the number too. Of a reading with neither nobody knows, unless the
+    // first one had neither either.
     bool has(tlv::Bytes records);
 
   private:
-    static bool matches(WipedBytes& known, tlv::Bytes tag, tlv::Bytes records);
+    struct Identity {
+        WipedBytes number; // 5A
+        WipedBytes track2; // 57
 
-    WipedBytes number_; // 5A
-    WipedBytes track2_; // 57
+        bool operator==(const Identity& other) const;
+        WipedText digits() const;
+    };
+
+    std::optional<Identity> first_;
 };
 
 // ZEB_ICC_GetInfo, with a say in what becomes of the connection after success.
