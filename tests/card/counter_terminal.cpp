@@ -77,7 +77,7 @@ Reply CounterTerminal::begin(std::string_view aid) {
     return options;
 }
 
-Bytes CounterTerminal::record_object(Tag tag) {
+Bytes CounterTerminal::record_object(TagNumber tag) {
     return card::find_object(records_, tag).value();
 }
 
@@ -106,7 +106,7 @@ std::string CounterTerminal::field55(const Reply& cryptogram) {
     const Bytes value = card::find_object(hex(cryptogram.data), 0x80).value();
     const ByteView view(value);
     Bytes field;
-    const auto add = [&field](Tag tag, ByteView object) {
+    const auto add = [&field](TagNumber tag, ByteView object) {
         card::append(field, card::encode_object(tag, object));
     };
     add(0x9F26, view.subspan(3, 8));
@@ -116,7 +116,8 @@ std::string CounterTerminal::field55(const Reply& cryptogram) {
     add(0x9F36, view.subspan(1, 2));
     add(0x95, hex(data.at(0x95)));
     card::append(field, hex(send("80CA9F1300").data));
-    for (const Tag tag : {Tag{0x9A}, Tag{0x9C}, Tag{0x9F02}, Tag{0x5F2A}}) {
+    for (const TagNumber tag :
+         {TagNumber{0x9A}, TagNumber{0x9C}, TagNumber{0x9F02}, TagNumber{0x5F2A}}) {
         add(tag, hex(data.at(tag)));
     }
     add(0x5A, record_object(0x5A));

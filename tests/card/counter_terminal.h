@@ -19,7 +19,7 @@ using virtual_card::Bytes;
 using virtual_card::ByteView;
 using virtual_card::Card;
 using virtual_card::Profile;
-using virtual_card::Tag;
+using virtual_card::TagNumber;
 
 constexpr std::string_view debit_aid = "A000000333010101";
 constexpr std::string_view credit_aid = "A000000333010102";
@@ -64,23 +64,23 @@ class CounterTerminal {
     std::string run_script(ByteView issuer_response);
 
     // The terminal's data objects; tests change them.
-    std::map<Tag, std::string> data{{0x9F02, "000000001213"},
-                                    {0x9F03, "000000000000"},
-                                    {0x9F1A, "0156"},
-                                    {0x95, "0008006000"},
-                                    {0x5F2A, "0156"},
-                                    {0x9A, "250422"},
-                                    {0x9C, "03"},
-                                    {0x9F37, "1A2B3C4D"},
-                                    {0x9F21, "161355"},
-                                    {0x9F4E, "4C55524F20434E54202020202020202020202020"},
-                                    {0x8A, "3030"},
-                                    {0x9F7A, "01"},
-                                    {0xDF69, "01"}};
+    std::map<TagNumber, std::string> data{{0x9F02, "000000001213"},
+                                          {0x9F03, "000000000000"},
+                                          {0x9F1A, "0156"},
+                                          {0x95, "0008006000"},
+                                          {0x5F2A, "0156"},
+                                          {0x9A, "250422"},
+                                          {0x9C, "03"},
+                                          {0x9F37, "1A2B3C4D"},
+                                          {0x9F21, "161355"},
+                                          {0x9F4E, "4C55524F20434E54202020202020202020202020"},
+                                          {0x8A, "3030"},
+                                          {0x9F7A, "01"},
+                                          {0xDF69, "01"}};
 
   private:
     Bytes fill(ByteView dol) const;
-    Bytes record_object(Tag tag);
+    Bytes record_object(TagNumber tag);
 
     virtual_card::Icc& icc_;
     Bytes records_;

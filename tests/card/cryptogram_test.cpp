@@ -68,7 +68,7 @@ TEST_F(Cryptograms, SameDataGivesTheSameCryptogramOnTwoCards) {
 TEST_F(Cryptograms, EveryCoveredObjectChangesTheCryptogram) {
     terminal.begin(debit_aid);
     const Reply reference = terminal.first_cryptogram();
-    const std::map<Tag, std::string> changes{
+    const std::map<TagNumber, std::string> changes{
         {0x9F02, "000000001214"}, {0x9F03, "000000000001"}, {0x9F1A, "0840"}, {0x95, "0008006001"},
         {0x5F2A, "0840"},         {0x9A, "250423"},         {0x9C, "00"},     {0x9F37, "1A2B3C4E"}};
     for (const auto& [tag, value] : changes) {
@@ -125,7 +125,7 @@ TEST_F(Cryptograms, AreRefusedForOtherParametersAndLengths) {
 }
 
 TEST_F(Cryptograms, AreRefusedWithoutDataObjectListOrPan) {
-    for (const Tag missing : {Tag{0x8C}, Tag{0x5A}}) {
+    for (const TagNumber missing : {TagNumber{0x8C}, TagNumber{0x5A}}) {
         Profile incomplete = profile("debit");
         for (auto& record : incomplete.applications.front().records) {
             std::erase_if(record.objects,

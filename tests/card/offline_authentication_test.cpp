@@ -232,7 +232,7 @@ class OfflineTerminal {
     }
 
     // Clause 10.7 of Book 3: what the issuer wants to be asked about, or declines.
-    bool asked_for(Tag action_code, const Bytes& results) const {
+    bool asked_for(TagNumber action_code, const Bytes& results) const {
         const Bytes code = object(action_code);
         EXPECT_EQ(code.size(), results.size());
         return !std::equal(
@@ -240,7 +240,7 @@ class OfflineTerminal {
             [](std::uint8_t result, std::uint8_t bits) { return (result & bits) == 0; });
     }
 
-    Bytes object(Tag tag) const { return find_object(records_, tag).value_or(Bytes{}); }
+    Bytes object(TagNumber tag) const { return find_object(records_, tag).value_or(Bytes{}); }
 
   private:
     void read(std::string_view aid) {
@@ -322,7 +322,7 @@ TEST(OfflineAuthentication, FindsNothingAgainstTheShippedCards) {
             const bool used = application.last_online_atc != 0;
             const Bytes results = terminal.verification_results();
             EXPECT_EQ(to_hex(results), used ? "0000000000" : "0008000000") << entry.path();
-            for (const Tag code : {0x9F0DU, 0x9F0EU}) {
+            for (const TagNumber code : {0x9F0DU, 0x9F0EU}) {
                 EXPECT_FALSE(terminal.asked_for(code, results)) << "even when it cannot go online";
             }
             EXPECT_EQ(terminal.asked_for(0x9F0F, results), !used) << entry.path();
@@ -334,7 +334,7 @@ TEST(OfflineAuthentication, FindsNothingAgainstTheShippedCards) {
 }
 
 // The debit card with the value of one object changed by one bit, as a forger would hand it in.
-Profile forged(Tag tag) {
+Profile forged(TagNumber tag) {
     Profile other = profile("debit");
     std::size_t changed = 0;
     for (auto& record : other.applications.front().records) {
@@ -366,11 +366,12 @@ Judgement judged(const Profile& of) {
 TEST(OfflineAuthentication, TellsAForgedCard) {
     EXPECT_EQ(judged(profile("debit")), (Judgement{true, true}));
     // The chain of keys, and what is signed: PAN, dates, country, CVM list, action codes.
-    for (const Tag tag : {0x8FU, 0x90U, 0x92U, 0x9F32U, 0x5AU, 0x5F24U, 0x57U, 0x8EU, 0x9F0DU}) {
+    for (const TagNumber tag :
+         {0x8FU, 0x90U, 0x92U, 0x9F32U, 0x5AU, 0x5F24U, 0x57U, 0x8EU, 0x9F0DU}) {
         EXPECT_EQ(judged(forged(tag)), (Judgement{false, false})) << std::hex << tag;
     }
     EXPECT_EQ(judged(forged(0x93)), (Judgement{false, true}));
-    for (const Tag tag : {0x9F46U, 0x9F47U, 0x9F48U}) {
+    for (const TagNumber tag : {0x9F46U, 0x9F47U, 0x9F48U}) {
         EXPECT_EQ(judged(forged(tag)), (Judgement{true, false})) << std::hex << tag;
     }
     Profile other_interchange = profile("debit");

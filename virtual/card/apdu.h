@@ -33,6 +33,27 @@ inline constexpr std::uint16_t kInsNotSupported = 0x6D00;
 inline constexpr std::uint16_t kClaNotSupported = 0x6E00;
 } // namespace status
 
+// The instructions that the card knows (ISO/IEC 7816-4, 5.4.2; EMV Book 3, 6.5).
+namespace ins {
+inline constexpr std::uint8_t kCardBlock = 0x16;
+inline constexpr std::uint8_t kApplicationUnblock = 0x18;
+inline constexpr std::uint8_t kApplicationBlock = 0x1E;
+inline constexpr std::uint8_t kVerify = 0x20;
+inline constexpr std::uint8_t kPinChange = 0x24;
+inline constexpr std::uint8_t kExternalAuthenticate = 0x82;
+inline constexpr std::uint8_t kGetChallenge = 0x84;
+inline constexpr std::uint8_t kInternalAuthenticate = 0x88;
+inline constexpr std::uint8_t kSelect = 0xA4;
+inline constexpr std::uint8_t kGetProcessingOptions = 0xA8;
+inline constexpr std::uint8_t kGenerateAc = 0xAE;
+inline constexpr std::uint8_t kReadBinary = 0xB0;
+inline constexpr std::uint8_t kReadRecord = 0xB2;
+inline constexpr std::uint8_t kGetResponse = 0xC0;
+inline constexpr std::uint8_t kGetData = 0xCA;
+inline constexpr std::uint8_t kPutData = 0xDA;
+inline constexpr std::uint8_t kUpdateRecord = 0xDC;
+} // namespace ins
+
 struct Command {
     std::uint8_t cla = 0;
     std::uint8_t ins = 0;

@@ -18,23 +18,23 @@ struct Card::Instruction {
 
 const Card::Instruction* Card::find_instruction(std::uint8_t cla, std::uint8_t ins) {
     static constexpr std::array<Instruction, 17> kInstructions{{
-        {0x00, 0x20, true, &Card::verify},
-        {0x00, 0x82, true, &Card::external_authenticate},
-        {0x00, 0x84, false, &Card::get_challenge},
-        {0x00, 0x88, true, &Card::internal_authenticate},
-        {0x00, 0xA4, true, &Card::select},
-        {0x00, 0xB0, false, &Card::read_binary},
-        {0x00, 0xB2, false, &Card::read_record},
-        {0x04, 0xDA, true, &Card::put_data},
-        {0x04, 0xDC, true, &Card::update_record},
-        {0x80, 0xA8, true, &Card::get_processing_options},
-        {0x80, 0xAE, true, &Card::generate_ac},
-        {0x80, 0xCA, false, &Card::get_data},
-        {0x84, 0x16, true, &Card::card_block},
-        {0x84, 0x18, true, &Card::application_unblock},
-        {0x84, 0x1E, true, &Card::application_block},
-        {0x84, 0x24, true, &Card::pin_change},
-        {0x00, 0xC0, false, &Card::get_response},
+        {0x00, ins::kVerify, true, &Card::verify},
+        {0x00, ins::kExternalAuthenticate, true, &Card::external_authenticate},
+        {0x00, ins::kGetChallenge, false, &Card::get_challenge},
+        {0x00, ins::kInternalAuthenticate, true, &Card::internal_authenticate},
+        {0x00, ins::kSelect, true, &Card::select},
+        {0x00, ins::kReadBinary, false, &Card::read_binary},
+        {0x00, ins::kReadRecord, false, &Card::read_record},
+        {0x04, ins::kPutData, true, &Card::put_data},
+        {0x04, ins::kUpdateRecord, true, &Card::update_record},
+        {0x80, ins::kGetProcessingOptions, true, &Card::get_processing_options},
+        {0x80, ins::kGenerateAc, true, &Card::generate_ac},
+        {0x80, ins::kGetData, false, &Card::get_data},
+        {0x84, ins::kCardBlock, true, &Card::card_block},
+        {0x84, ins::kApplicationUnblock, true, &Card::application_unblock},
+        {0x84, ins::kApplicationBlock, true, &Card::application_block},
+        {0x84, ins::kPinChange, true, &Card::pin_change},
+        {0x00, ins::kGetResponse, false, &Card::get_response},
     }};
     const auto* const found =
         std::find_if(kInstructions.begin(), kInstructions.end(), [&](const Instruction& candidate) {
@@ -217,38 +217,39 @@ Bytes encode_all(const std::vector<DataObject>& objects) {
 }
 
 Bytes fci_template(ByteView name, ByteView proprietary) {
-    return encode_object(
-        0x6F, concatenate({encode_object(0x84, name), encode_object(0xA5, proprietary)}));
+    return encode_object(kTag6FFciTemplate,
+                         concatenate({encode_object(kTag84DfName, name),
+                                      encode_object(kTagA5FciProprietaryTemplate, proprietary)}));
 }
 
-Bytes log_entry(Tag tag, const LogFile& log) {
+Bytes log_entry(TagNumber tag, const LogFile& log) {
     return encode_object(tag, Bytes{log.sfi, log.capacity});
 }
 
 Bytes directory_fci(const Directory& directory) {
     return fci_template(to_bytes(directory.name),
-                        concatenate({encode_object(0x88, Bytes{directory.sfi}),
+                        concatenate({encode_object(kTag88Sfi, Bytes{directory.sfi}),
                                      encode_all(directory.fci_objects)}));
 }
 
 Bytes application_fci(const Application& application) {
-    Bytes proprietary = encode_object(0x50, to_bytes(application.label));
+    Bytes proprietary = encode_object(kTag50ApplicationLabel, to_bytes(application.label));
     if (application.priority) {
-        append(proprietary, encode_object(0x87, Bytes{*application.priority}));
+        append(proprietary, encode_object(kTag87PriorityIndicator, Bytes{*application.priority}));
     }
     if (!application.pdol.empty()) {
-        append(proprietary, encode_object(0x9F38, application.pdol));
+        append(proprietary, encode_object(kTag9F38Pdol, application.pdol));
     }
     append(proprietary, encode_all(application.fci_objects));
     Bytes discretionary;
     if (application.transaction_log) {
-        append(discretionary, log_entry(0x9F4D, *application.transaction_log));
+        append(discretionary, log_entry(kTag9F4DLogEntry, *application.transaction_log));
     }
     if (application.load_log) {
-        append(discretionary, log_entry(0xDF4D, *application.load_log));
+        append(discretionary, log_entry(kTagDF4DLoadLogEntry, *application.load_log));
     }
     if (!discretionary.empty()) {
-        append(proprietary, encode_object(0xBF0C, discretionary));
+        append(proprietary, encode_object(kTagBF0CFciIssuerDiscretionaryData, discretionary));
     }
     return fci_template(application.aid, proprietary);
 }

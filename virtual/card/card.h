@@ -44,7 +44,7 @@ class Card final : public Icc {
     Response read_application_record(std::uint8_t sfi, std::uint8_t number) const;
     Response read_binary(const Command& command);
     Response get_data(const Command& command);
-    std::optional<Bytes> data_object(Tag tag) const;
+    std::optional<Bytes> data_object(TagNumber tag) const;
     Response get_challenge(const Command& command);
     Response verify(const Command& command);
 

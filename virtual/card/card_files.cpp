@@ -21,16 +21,16 @@ Response find_log_record(const LogFile& log, std::uint8_t number) {
 Bytes directory_record(const std::vector<DirectoryEntry>& entries) {
     Bytes inner;
     for (const DirectoryEntry& entry : entries) {
-        Bytes value = encode_object(entry.is_directory ? 0x9D : 0x4F, entry.name);
+        Bytes value = encode_object(entry.is_directory ? kTag9DDdfName : kTag4FAid, entry.name);
         if (!entry.label.empty()) {
-            append(value, encode_object(0x50, to_bytes(entry.label)));
+            append(value, encode_object(kTag50ApplicationLabel, to_bytes(entry.label)));
         }
         if (entry.priority) {
-            append(value, encode_object(0x87, Bytes{*entry.priority}));
+            append(value, encode_object(kTag87PriorityIndicator, Bytes{*entry.priority}));
         }
-        append(inner, encode_object(0x61, value));
+        append(inner, encode_object(kTag61ApplicationTemplate, value));
     }
-    return encode_object(0x70, inner);
+    return encode_object(kTag70RecordTemplate, inner);
 }
 
 } // namespace
@@ -127,32 +127,32 @@ Response Card::get_data(const Command& command) {
     if (application_ == nullptr) {
         return status::kConditionsNotSatisfied;
     }
-    const Tag tag = (Tag{command.p1} << 8U) | command.p2;
+    const TagNumber tag = (TagNumber{command.p1} << 8U) | command.p2;
     const auto value = data_object(tag);
     return value ? Response(encode_object(tag, *value)) : Response(status::kReferencedDataNotFound);
 }
 
-std::optional<Bytes> Card::data_object(Tag tag) const {
+std::optional<Bytes> Card::data_object(TagNumber tag) const {
     const auto& cash = application_->electronic_cash;
     const auto log_format = [](const std::optional<LogFile>& log) {
         return log ? std::optional(log->format) : std::nullopt;
     };
     switch (tag) {
-    case 0x9F13:
+    case kTag9F13LastOnlineAtc:
         return big_endian(application_->last_online_atc);
-    case 0x9F17:
+    case kTag9F17PinTryCounter:
         return profile_.pin ? std::optional(Bytes{profile_.pin->tries_left}) : std::nullopt;
-    case 0x9F36:
+    case kTag9F36Atc:
         return big_endian(application_->atc);
-    case 0x9F4F:
+    case kTag9F4FLogFormat:
         return log_format(application_->transaction_log);
-    case 0xDF4F:
+    case kTagDF4FLoadLogFormat:
         return log_format(application_->load_log);
-    case 0x9F77:
+    case kTag9F77CashBalanceLimit:
         return cash ? std::optional(cash->balance_limit) : std::nullopt;
-    case 0x9F78:
+    case kTag9F78CashTransactionLimit:
         return cash ? std::optional(cash->single_limit) : std::nullopt;
-    case 0x9F79:
+    case kTag9F79CashBalance:
         return cash ? std::optional(cash->balance) : std::nullopt;
     default:
         return std::nullopt;

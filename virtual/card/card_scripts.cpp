@@ -113,8 +113,9 @@ std::uint16_t Card::change_pin(const Command& command, ByteView data) {
 
 std::uint16_t Card::write_object(const Command& command, ByteView data) {
     auto& cash = application_->electronic_cash;
-    const Tag tag = (Tag{command.p1} << 8U) | command.p2;
-    if (!cash || (tag != 0x9F77 && tag != 0x9F78 && tag != 0x9F79)) {
+    const TagNumber tag = (TagNumber{command.p1} << 8U) | command.p2;
+    if (!cash || (tag != kTag9F77CashBalanceLimit && tag != kTag9F78CashTransactionLimit &&
+                  tag != kTag9F79CashBalance)) {
         return status::kReferencedDataNotFound;
     }
     if (data.size() != kAmountSize) {
@@ -124,9 +125,9 @@ std::uint16_t Card::write_object(const Command& command, ByteView data) {
         return status::kIncorrectData;
     }
     const Bytes amount(data.begin(), data.end());
-    if (tag == 0x9F77) {
+    if (tag == kTag9F77CashBalanceLimit) {
         cash->balance_limit = amount;
-    } else if (tag == 0x9F78) {
+    } else if (tag == kTag9F78CashTransactionLimit) {
         cash->single_limit = amount;
     } else if (amount > cash->balance_limit) {
         return status::kIncorrectData;
@@ -176,7 +177,7 @@ std::uint16_t Card::write_record(const Command& command, ByteView data) {
     if (found == records.end()) {
         return status::kRecordNotFound;
     }
-    if (!is_one_object(0x70, data)) {
+    if (!is_one_object(kTag70RecordTemplate, data)) {
         return status::kIncorrectData;
     }
     Record updated = *found;

@@ -23,14 +23,14 @@
 
 namespace qaven::virtual_card {
 
-constexpr std::array<DolEntry, 8> kCryptogramTerminalObjects{{{0x9F02, 6},
-                                                              {0x9F03, 6},
-                                                              {0x9F1A, 2},
-                                                              {0x95, 5},
-                                                              {0x5F2A, 2},
-                                                              {0x9A, 3},
-                                                              {0x9C, 1},
-                                                              {0x9F37, 4}}};
+constexpr std::array<DolEntry, 8> kCryptogramTerminalObjects{{{kTag9F02AmountAuthorised, 6},
+                                                              {kTag9F03AmountOther, 6},
+                                                              {kTag9F1ATerminalCountryCode, 2},
+                                                              {kTag95Tvr, 5},
+                                                              {kTag5F2ACurrencyCode, 2},
+                                                              {kTag9ATransactionDate, 3},
+                                                              {kTag9CTransactionType, 1},
+                                                              {kTag9F37UnpredictableNumber, 4}}};
 
 constexpr std::size_t kCvrSize = 4;
 using Cvr = std::array<std::uint8_t, kCvrSize>;

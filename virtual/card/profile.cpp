@@ -20,10 +20,6 @@ constexpr std::uint32_t kLargestSfi = 30;
 constexpr std::uint32_t kLargestByte = 0xFF;
 constexpr std::size_t kLongestAid = 16;
 
-std::string hex_tag(Tag tag) {
-    return to_hex(tag_bytes(tag));
-}
-
 // ---- reading ----
 
 std::uint8_t read_byte(JsonObject& from, const char* name, std::uint32_t largest) {
@@ -46,7 +42,7 @@ std::uint16_t read_counter(JsonObject& from, const char* name) {
     return static_cast<std::uint16_t>((bytes[0] << 8U) | bytes[1]);
 }
 
-Tag read_tag(JsonObject& from) {
+TagNumber read_tag(JsonObject& from) {
     const Bytes bytes = from.hex("tag");
     const auto parsed = parse_dol(concatenate({bytes, Bytes{0x00}}));
     if (!parsed || parsed->size() != 1) {
@@ -352,7 +348,7 @@ JsonTree list_item(const Items& items, Write write) {
 JsonTree write_object(const DataObject& object) {
     JsonTree item = new_object();
     add(item.get(), "name", text_item(object.name));
-    add(item.get(), "tag", text_item(hex_tag(object.tag)));
+    add(item.get(), "tag", text_item(tag_text(object.tag)));
     if (object.is_text) {
         add(item.get(), "text", text_item({object.value.begin(), object.value.end()}));
     } else {
@@ -523,7 +519,7 @@ JsonTree write_profile(const Profile& profile) {
 // ---- personal data ----
 
 // The value of the first object with this tag among the records, depth-first through templates.
-std::optional<Bytes> find_value(const std::vector<Record>& records, Tag tag) {
+std::optional<Bytes> find_value(const std::vector<Record>& records, TagNumber tag) {
     for (const Record& record : records) {
         if (auto value = find_object(record.content, tag)) {
             return value;
@@ -532,8 +528,9 @@ std::optional<Bytes> find_value(const std::vector<Record>& records, Tag tag) {
     return std::nullopt;
 }
 
-std::vector<DolEntry> read_dol(const std::vector<Record>& records, Tag tag, const std::string& name,
-                               std::span<const DolEntry> needed, const char* covered_by) {
+std::vector<DolEntry> read_dol(const std::vector<Record>& records, TagNumber tag,
+                               const std::string& name, std::span<const DolEntry> needed,
+                               const char* covered_by) {
     const auto value = find_value(records, tag);
     if (!value) {
         return {};
@@ -547,7 +544,7 @@ std::vector<DolEntry> read_dol(const std::vector<Record>& records, Tag tag, cons
             return entry.tag == object.tag && entry.length == object.length;
         });
         if (!asked) {
-            throw std::runtime_error(name + " has to ask for " + hex_tag(object.tag) + " with " +
+            throw std::runtime_error(name + " has to ask for " + tag_text(object.tag) + " with " +
                                      std::to_string(object.length) + " bytes, which the " +
                                      covered_by + " covers.");
         }
@@ -581,12 +578,12 @@ Bytes encode_record(const std::vector<DataObject>& objects) {
     for (const DataObject& object : objects) {
         append(inner, encode_object(object.tag, object.value));
     }
-    return encode_object(0x70, inner);
+    return encode_object(kTag70RecordTemplate, inner);
 }
 
 PersonalData personal_data(const std::vector<Record>& records) {
     PersonalData data;
-    if (const auto pan = find_value(records, 0x5A)) {
+    if (const auto pan = find_value(records, kTag5APan)) {
         const std::string digits = to_hex(*pan);
         data.pan_digits = digits.substr(0, digits.find('F'));
         if (data.pan_digits.empty() ||
@@ -594,17 +591,19 @@ PersonalData personal_data(const std::vector<Record>& records) {
             throw std::runtime_error("The PAN (5A) has to be digits, filled up with F.");
         }
     }
-    if (const auto sequence = find_value(records, 0x5F34)) {
+    if (const auto sequence = find_value(records, kTag5F34PanSequenceNumber)) {
         if (sequence->size() != 1) {
             throw std::runtime_error("The PAN sequence number (5F34) has to be one byte.");
         }
         data.pan_sequence_number = sequence->front();
     }
-    data.cdol1 = read_dol(records, 0x8C, "CDOL1 (8C)", kCryptogramTerminalObjects, "cryptogram");
-    data.cdol2 = read_dol(records, 0x8D, "CDOL2 (8D)", kCryptogramTerminalObjects, "cryptogram");
+    data.cdol1 =
+        read_dol(records, kTag8CCdol1, "CDOL1 (8C)", kCryptogramTerminalObjects, "cryptogram");
+    data.cdol2 =
+        read_dol(records, kTag8DCdol2, "CDOL2 (8D)", kCryptogramTerminalObjects, "cryptogram");
     // EMV Book 2, clause 6.5.1: a signature that is made for this transaction only.
-    constexpr std::array<DolEntry, 1> kDynamicObjects{{{0x9F37, 4}}};
-    data.ddol = read_dol(records, 0x9F49, "DDOL (9F49)", kDynamicObjects, "signature");
+    constexpr std::array<DolEntry, 1> kDynamicObjects{{{kTag9F37UnpredictableNumber, 4}}};
+    data.ddol = read_dol(records, kTag9F49Ddol, "DDOL (9F49)", kDynamicObjects, "signature");
     return data;
 }
 

@@ -17,7 +17,7 @@ namespace qaven::virtual_card {
 // One object of a record or of the FCI. The name is for people who read the profile.
 struct DataObject {
     std::string name;
-    Tag tag = 0;
+    TagNumber tag = 0;
     Bytes value;
     bool is_text = false;
 };

@@ -56,7 +56,7 @@ std::optional<Field> read_length(ByteView bytes) {
 
 } // namespace
 
-Bytes tag_bytes(Tag tag) {
+Bytes tag_bytes(TagNumber tag) {
     Bytes bytes;
     for (const unsigned shift : {16U, 8U, 0U}) {
         const auto byte = static_cast<std::uint8_t>(tag >> shift);
@@ -67,7 +67,11 @@ Bytes tag_bytes(Tag tag) {
     return bytes;
 }
 
-Bytes encode_object(Tag tag, ByteView value) {
+std::string tag_text(TagNumber tag) {
+    return to_hex(tag_bytes(tag));
+}
+
+Bytes encode_object(TagNumber tag, ByteView value) {
     Bytes object = tag_bytes(tag);
     const std::size_t length = value.size();
     if (length > 0xFF) {
@@ -104,7 +108,7 @@ std::size_t dol_value_size(const std::vector<DolEntry>& list) {
         [](std::size_t sum, const DolEntry& entry) { return sum + entry.length; });
 }
 
-std::optional<Bytes> find_object(ByteView bytes, Tag tag) {
+std::optional<Bytes> find_object(ByteView bytes, TagNumber tag) {
     while (!bytes.empty()) {
         const bool constructed = (bytes[0] & kConstructedBit) != 0;
         const auto found = read_tag(bytes);
@@ -122,7 +126,7 @@ std::optional<Bytes> find_object(ByteView bytes, Tag tag) {
     return std::nullopt;
 }
 
-bool is_one_object(Tag tag, ByteView bytes) {
+bool is_one_object(TagNumber tag, ByteView bytes) {
     const auto found = read_tag(bytes);
     if (!found || found->value != tag) {
         return false;

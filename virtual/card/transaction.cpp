@@ -8,15 +8,11 @@ namespace qaven::virtual_card {
 
 namespace {
 
-constexpr std::uint8_t kCommandTemplate = 0x83;
-constexpr Tag kAlgorithmIndicator = 0xDF69;
 constexpr std::uint8_t kTerminalOffersSm4 = 0x01;
-constexpr Tag kArcObject = 0x8A;
-constexpr Tag kAtcObject = 0x9F36;
 constexpr std::uint8_t kMostCountedScripts = 15;
 
-std::map<Tag, Bytes> split_by_dol(const std::vector<DolEntry>& list, ByteView values) {
-    std::map<Tag, Bytes> objects;
+std::map<TagNumber, Bytes> split_by_dol(const std::vector<DolEntry>& list, ByteView values) {
+    std::map<TagNumber, Bytes> objects;
     for (const DolEntry& entry : list) {
         const ByteView value = values.first(entry.length);
         objects.insert_or_assign(entry.tag, Bytes(value.begin(), value.end()));
@@ -46,7 +42,7 @@ Response Transaction::get_processing_options(const Command& command) {
     if (command.data.size() < 2 || command.data.size() != command.data[1] + std::size_t{2}) {
         return status::kWrongLength;
     }
-    if (command.data[0] != kCommandTemplate) {
+    if (command.data[0] != kTag83CommandTemplate) {
         return status::kIncorrectData;
     }
     const auto list = parse_dol(application_.pdol);
@@ -64,10 +60,12 @@ Response Transaction::get_processing_options(const Command& command) {
     first_terminal_data_ = split_by_dol(*list, command.data.subspan(2));
 
     if (application_.gpo_format == ResponseFormat::kPrimitive) {
-        return encode_object(0x80, concatenate({application_.aip, application_.afl}));
+        return encode_object(kTag80ResponseFormat1,
+                             concatenate({application_.aip, application_.afl}));
     }
-    return encode_object(0x77, concatenate({encode_object(0x82, application_.aip),
-                                            encode_object(0x94, application_.afl)}));
+    return encode_object(kTag77ResponseFormat2,
+                         concatenate({encode_object(kTag82Aip, application_.aip),
+                                      encode_object(kTag94Afl, application_.afl)}));
 }
 
 Response Transaction::generate_ac(const Command& command, bool pin_try_limit_exceeded) {
@@ -93,7 +91,7 @@ Response Transaction::first_generate_ac(const Command& command, bool pin_try_lim
         return status::kWrongLength;
     }
     TerminalData terminal_data = split_by_dol(personal_.cdol1, command.data);
-    const auto indicator = terminal_data.find(kAlgorithmIndicator);
+    const auto indicator = terminal_data.find(kTagDF69SmAlgorithm);
     const bool sm4_offered =
         indicator != terminal_data.end() && indicator->second == Bytes{kTerminalOffersSm4};
     algorithm_ = sm4_offered && issuer_keys_.sm4 ? Algorithm::kSm4 : Algorithm::kTripleDes;
@@ -125,7 +123,7 @@ Response Transaction::second_generate_ac(const Command& command, bool pin_try_li
         return status::kWrongLength;
     }
     const TerminalData terminal_data = split_by_dol(personal_.cdol2, command.data);
-    if (const auto code = terminal_data.find(kArcObject); code != terminal_data.end()) {
+    if (const auto code = terminal_data.find(kTag8AArc); code != terminal_data.end()) {
         unable_to_go_online_ = is_unable_to_go_online(code->second);
     }
     const bool approved = command.p1 == kCidTc && issuer_accepted() && !application_.blocked;
@@ -222,11 +220,14 @@ Response Transaction::generate_ac_response(std::uint8_t cid, const TerminalData&
 
     const Bytes cid_byte = {cid};
     if (application_.generate_ac_format == ResponseFormat::kPrimitive) {
-        return encode_object(0x80, concatenate({cid_byte, atc, latest_cryptogram_, iad}));
+        return encode_object(kTag80ResponseFormat1,
+                             concatenate({cid_byte, atc, latest_cryptogram_, iad}));
     }
     return encode_object(
-        0x77, concatenate({encode_object(0x9F27, cid_byte), encode_object(kAtcObject, atc),
-                           encode_object(0x9F26, latest_cryptogram_), encode_object(0x9F10, iad)}));
+        kTag77ResponseFormat2,
+        concatenate({encode_object(kTag9F27Cid, cid_byte), encode_object(kTag9F36Atc, atc),
+                     encode_object(kTag9F26ApplicationCryptogram, latest_cryptogram_),
+                     encode_object(kTag9F10Iad, iad)}));
 }
 
 Response Transaction::external_authenticate(const Command& command) {
@@ -278,9 +279,10 @@ Response Transaction::internal_authenticate(const Command& command) {
                   concatenate({Bytes{kHeader}, content, hash, Bytes{kTrailer}}));
     dynamic_data_signed_ = true;
     if (application_.generate_ac_format == ResponseFormat::kPrimitive) {
-        return encode_object(0x80, signature);
+        return encode_object(kTag80ResponseFormat1, signature);
     }
-    return encode_object(0x77, encode_object(0x9F4B, signature));
+    return encode_object(kTag77ResponseFormat2,
+                         encode_object(kTag9F4BSignedDynamicData, signature));
 }
 
 void Transaction::note_pin_verification(bool accepted) {
@@ -323,7 +325,7 @@ Bytes Transaction::log_values(ByteView format) const {
     for (const DolEntry& entry : *list) {
         const auto found = first_terminal_data_.find(entry.tag);
         Bytes value = found != first_terminal_data_.end() ? found->second : Bytes{};
-        if (entry.tag == kAtcObject) {
+        if (entry.tag == kTag9F36Atc) {
             value = big_endian(application_.atc);
         }
         value.resize(entry.length, 0x00);

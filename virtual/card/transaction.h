@@ -39,7 +39,7 @@ class Transaction {
   private:
     enum class Stage : std::uint8_t { kSelected, kInitiated, kOnline, kFinished };
     enum class IssuerAuthentication : std::uint8_t { kMissing, kPassed, kFailed };
-    using TerminalData = std::map<Tag, Bytes>;
+    using TerminalData = std::map<TagNumber, Bytes>;
 
     Response first_generate_ac(const Command& command, bool pin_try_limit_exceeded);
     Response second_generate_ac(const Command& command, bool pin_try_limit_exceeded);

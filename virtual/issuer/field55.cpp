@@ -17,8 +17,8 @@ class Reader {
 
     bool at_end() const { return at_ == bytes_.size(); }
 
-    std::uint32_t tag() {
-        std::uint32_t tag = next("a tag");
+    TagNumber tag() {
+        TagNumber tag = next("a tag");
         if ((tag & 0x1FU) != 0x1FU) {
             return tag;
         }
@@ -95,7 +95,7 @@ Field55 Field55::parse(std::string_view hex_text) {
     return field;
 }
 
-const Bytes* Field55::find(std::uint32_t tag) const {
+const Bytes* Field55::find(TagNumber tag) const {
     const auto found =
         std::find_if(objects_.begin(), objects_.end(),
                      [tag](const ReceivedObject& object) { return object.tag == tag; });
@@ -116,34 +116,26 @@ const Bytes& Field55::require(std::uint32_t tag, std::size_t size) const {
     return *value;
 }
 
-std::string tag_text(std::uint32_t tag) {
-    Bytes bytes;
-    for (; tag != 0; tag >>= 8U) {
-        bytes.insert(bytes.begin(), static_cast<std::uint8_t>(tag));
-    }
-    return virtual_card::to_hex(bytes);
-}
-
-std::string_view tag_name(std::uint32_t tag) {
-    constexpr std::array<std::pair<std::uint32_t, std::string_view>, 18> kNames{{
-        {0x9F26, "application cryptogram"},
-        {0x9F27, "cryptogram information data"},
-        {0x9F10, "issuer application data"},
-        {0x9F37, "unpredictable number"},
-        {0x9F36, "application transaction counter"},
-        {0x95, "terminal verification results"},
-        {0x9F13, "last online transaction counter"},
-        {0x9A, "transaction date"},
-        {0x9C, "transaction type"},
-        {0x9F02, "amount authorised"},
-        {0x5F2A, "transaction currency code"},
-        {0x5A, "PAN"},
-        {0x5F34, "PAN sequence number"},
-        {0x82, "application interchange profile"},
-        {0x9F1A, "terminal country code"},
-        {0x9F03, "amount other"},
-        {0x9F33, "terminal capabilities"},
-        {0x9F63, "card product identification"},
+std::string_view tag_name(TagNumber tag) {
+    constexpr std::array<std::pair<TagNumber, std::string_view>, 18> kNames{{
+        {kTag9F26ApplicationCryptogram, "application cryptogram"},
+        {kTag9F27Cid, "cryptogram information data"},
+        {kTag9F10Iad, "issuer application data"},
+        {kTag9F37UnpredictableNumber, "unpredictable number"},
+        {kTag9F36Atc, "application transaction counter"},
+        {kTag95Tvr, "terminal verification results"},
+        {kTag9F13LastOnlineAtc, "last online transaction counter"},
+        {kTag9ATransactionDate, "transaction date"},
+        {kTag9CTransactionType, "transaction type"},
+        {kTag9F02AmountAuthorised, "amount authorised"},
+        {kTag5F2ACurrencyCode, "transaction currency code"},
+        {kTag5APan, "PAN"},
+        {kTag5F34PanSequenceNumber, "PAN sequence number"},
+        {kTag82Aip, "application interchange profile"},
+        {kTag9F1ATerminalCountryCode, "terminal country code"},
+        {kTag9F03AmountOther, "amount other"},
+        {kTag9F33TerminalCapabilities, "terminal capabilities"},
+        {kTag9F63CardProduct, "card product identification"},
     }};
     const auto* const found = std::find_if(kNames.begin(), kNames.end(),
                                            [tag](const auto& name) { return name.first == tag; });

@@ -7,15 +7,17 @@
 #include <string_view>
 #include <vector>
 
-#include "virtual/card/bytes.h"
+#include "virtual/card/tlv.h"
 
 namespace qaven::virtual_issuer {
 
 using virtual_card::Bytes;
 using virtual_card::ByteView;
+using virtual_card::tag_text;
+using virtual_card::TagNumber;
 
 struct ReceivedObject {
-    std::uint32_t tag = 0;
+    TagNumber tag = 0;
     Bytes value;
 };
 
@@ -28,17 +30,15 @@ class Field55 {
     const std::vector<ReceivedObject>& objects() const { return objects_; }
 
     // Null when the object is missing.
-    const Bytes* find(std::uint32_t tag) const;
+    const Bytes* find(TagNumber tag) const;
     // Throws std::runtime_error with a sentence when it is missing or has another size.
-    const Bytes& require(std::uint32_t tag, std::size_t size) const;
+    const Bytes& require(TagNumber tag, std::size_t size) const;
 
   private:
     std::vector<ReceivedObject> objects_;
 };
 
-std::string tag_text(std::uint32_t tag);
-
 // What the object is called, or "unknown".
-std::string_view tag_name(std::uint32_t tag);
+std::string_view tag_name(TagNumber tag);
 
 } // namespace qaven::virtual_issuer

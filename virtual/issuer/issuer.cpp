@@ -66,8 +66,8 @@ Bytes cryptogram_input(const Field55& field, const card::Cvr& cvr) {
     for (const card::DolEntry& object : card::kCryptogramTerminalObjects) {
         card::append(input, field.require(object.tag, object.length));
     }
-    card::append(input, field.require(0x82, 2));
-    card::append(input, field.require(0x9F36, 2));
+    card::append(input, field.require(kTag82Aip, 2));
+    card::append(input, field.require(kTag9F36Atc, 2));
     card::append(input, cvr);
     return input;
 }
@@ -83,8 +83,8 @@ Issuer Issuer::from_profile(const std::filesystem::path& profile) {
 }
 
 Issuer::Session Issuer::open_session(const Field55& field) const {
-    const Bytes& iad = field.require(0x9F10, card::kIadSize);
-    const Bytes& atc = field.require(0x9F36, 2);
+    const Bytes& iad = field.require(kTag9F10Iad, card::kIadSize);
+    const Bytes& atc = field.require(kTag9F36Atc, 2);
     if (iad[0] != card::kIadSize - 1 || iad[card::kIadCvrAt] != card::kCvrSize - 1) {
         throw std::runtime_error("The issuer application data (9F10) is not built as this issuer's "
                                  "cards build it.");
@@ -96,17 +96,18 @@ Issuer::Session Issuer::open_session(const Field55& field) const {
         throw std::runtime_error("The issuer has no keys for the algorithm that the card used.");
     }
     std::copy_n(iad.begin() + card::kIadCvrAt, card::kCvrSize, session.cvr.begin());
-    const Bytes* pan = field.find(0x5A);
+    const Bytes* pan = field.find(kTag5APan);
     if (pan == nullptr) {
         throw std::runtime_error("The card data has no 5A (PAN).");
     }
     const std::string digits = card::to_hex(*pan);
     session.pan_digits = digits.substr(0, digits.find('F'));
-    const Bytes* sequence = field.find(0x5F34);
+    const Bytes* sequence = field.find(kTag5F34PanSequenceNumber);
     session.pan_sequence_number =
         sequence != nullptr && !sequence->empty() ? sequence->front() : std::uint8_t{0};
     session.atc = static_cast<std::uint16_t>((atc[0] << 8U) | atc[1]);
-    session.cryptogram = as_cryptogram(field.require(0x9F26, sizeof(Cryptogram)));
+    session.cryptogram =
+        as_cryptogram(field.require(kTag9F26ApplicationCryptogram, sizeof(Cryptogram)));
     return session;
 }
 
@@ -127,7 +128,7 @@ Verdict Issuer::judge(const Field55& field, CryptogramKind kind) const {
                                                   session.key(session.issuer_keys->cryptogram),
                                                   cryptogram_input(field, session.cvr)),
                                 session.algorithm, session.cvr};
-    const bool right_kind = is_of_kind(field.require(0x9F27, 1)[0], session.cvr, kind);
+    const bool right_kind = is_of_kind(field.require(kTag9F27Cid, 1)[0], session.cvr, kind);
     Verdict verdict;
     verdict.comparison = comparison;
     if (comparison.received != comparison.computed) {
@@ -143,11 +144,16 @@ Verdict Issuer::judge(const Field55& field, CryptogramKind kind) const {
     return verdict;
 }
 
-bool is_covered(std::uint32_t tag) {
+bool is_covered(TagNumber tag) {
     // The AIP, the ATC and the CVR (in 9F10) enter beside the terminal's objects; the PAN, its
     // sequence number and the algorithm (in 9F10) choose the key; 9F27 is compared with the CVR.
-    constexpr std::array<std::uint32_t, 7> kOthers{0x82,   0x9F36, 0x9F10, 0x5A,
-                                                   0x5F34, 0x9F26, 0x9F27};
+    constexpr std::array<TagNumber, 7> kOthers{kTag82Aip,
+                                               kTag9F36Atc,
+                                               kTag9F10Iad,
+                                               kTag5APan,
+                                               kTag5F34PanSequenceNumber,
+                                               kTag9F26ApplicationCryptogram,
+                                               kTag9F27Cid};
     return std::find(kOthers.begin(), kOthers.end(), tag) != kOthers.end() ||
            std::any_of(card::kCryptogramTerminalObjects.begin(),
                        card::kCryptogramTerminalObjects.end(),
@@ -164,14 +170,14 @@ Bytes Issuer::answer(const Field55& field, const Answer& answer) const {
         flip_last_byte(authentication);
     }
     card::append(authentication, answer.arc);
-    Bytes response = card::encode_object(0x91, authentication);
+    Bytes response = card::encode_object(kTag91IssuerAuthenticationData, authentication);
     if (answer.script.empty()) {
         return response;
     }
 
     const Key mac_key = session.key(session.issuer_keys->script_mac);
     const Key encryption_key = session.key(session.issuer_keys->script_encryption);
-    Bytes script = card::encode_object(0x9F18, answer.script_identifier);
+    Bytes script = card::encode_object(kTag9F18IssuerScriptIdentifier, answer.script_identifier);
     for (const ScriptCommand& command : answer.script) {
         Bytes data = command.data;
         if (command.encipher_as_pin) {
@@ -189,7 +195,7 @@ Bytes Issuer::answer(const Field55& field, const Answer& answer) const {
             card::append(data, mac);
         }
         card::append(bytes, data);
-        card::append(script, card::encode_object(0x86, bytes));
+        card::append(script, card::encode_object(kTag86IssuerScriptCommand, bytes));
     }
     card::append(response, card::encode_object(answer.script_template, script));
     return response;

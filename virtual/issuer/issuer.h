@@ -52,7 +52,7 @@ struct Answer {
     virtual_card::Arc arc{'0', '0'};
     bool genuine_authentication = true;
     bool genuine_script_macs = true;
-    std::uint8_t script_template = 0x72;
+    TagNumber script_template = kTag72IssuerScript2;
     std::array<std::uint8_t, 4> script_identifier{0x00, 0x00, 0x00, 0x01};
     std::vector<ScriptCommand> script;
 };
@@ -80,7 +80,7 @@ class Issuer {
 };
 
 // Whether this object enters the cryptogram or its check; a change in any other goes unnoticed.
-bool is_covered(std::uint32_t tag);
+bool is_covered(TagNumber tag);
 
 // What the CVR says, one phrase for each bit that is set and one for each cryptogram.
 std::vector<std::string> describe(const virtual_card::Cvr& results);

@@ -61,11 +61,11 @@ card::Arc read_arc(std::string_view text) {
     return {static_cast<std::uint8_t>(text[0]), static_cast<std::uint8_t>(text[1])};
 }
 
-std::uint8_t read_template(std::string_view text) {
+issuer::TagNumber read_template(std::string_view text) {
     if (text != "71" && text != "72") {
         throw std::invalid_argument("--template takes 71 or 72.");
     }
-    return text == "71" ? 0x71 : 0x72;
+    return text == "71" ? qaven::kTag71IssuerScript1 : qaven::kTag72IssuerScript2;
 }
 
 std::array<std::uint8_t, 4> read_script_identifier(std::string_view text) {

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <stdexcept>
 
+#include "virtual/card/apdu.h"
 #include "virtual/issuer/issuer.h"
 
 namespace qaven::virtual_issuer {
@@ -11,6 +12,10 @@ namespace qaven::virtual_issuer {
 namespace card = virtual_card;
 
 namespace {
+
+// The classes of commands that end in a MAC (ISO/IEC 7816-4, 5.4.1).
+constexpr std::uint8_t kClaInterindustrySecureMessaging = 0x04;
+constexpr std::uint8_t kClaSecureMessaging = 0x84;
 
 constexpr std::size_t kLongestScriptData = 255 - card::kScriptMacSize;
 
@@ -56,7 +61,7 @@ ScriptCommand pin_change(std::string_view text, std::string_view digits) {
     }
     const card::Cryptogram block = card::make_pin_block(digits);
     ScriptCommand command;
-    command.header = {0x84, 0x24, 0x00, 0x02};
+    command.header = {kClaSecureMessaging, card::ins::kPinChange, 0x00, 0x02};
     command.data.assign(block.begin(), block.end());
     command.encipher_as_pin = true;
     return command;
@@ -69,7 +74,7 @@ ScriptCommand put_data(std::string_view text, std::string_view argument) {
         refuse(text, "has to be put-data=TAG:VALUE with a tag of two bytes");
     }
     ScriptCommand command;
-    command.header = {0x04, 0xDA, (*tag)[0], (*tag)[1]};
+    command.header = {kClaInterindustrySecureMessaging, card::ins::kPutData, (*tag)[0], (*tag)[1]};
     command.data = hex_argument(text, parts[1]);
     return command;
 }
@@ -83,7 +88,8 @@ ScriptCommand update_record(std::string_view text, std::string_view argument) {
     }
     const std::uint8_t sfi = number_argument(text, parts[0], 30);
     ScriptCommand command;
-    command.header = {0x04, 0xDC, number_argument(text, parts[1], 255),
+    command.header = {kClaInterindustrySecureMessaging, card::ins::kUpdateRecord,
+                      number_argument(text, parts[1], 255),
                       static_cast<std::uint8_t>((sfi << kSfiShift) | kByNumber)};
     command.data = hex_argument(text, parts[2]);
     return command;
@@ -109,14 +115,15 @@ ScriptCommand parse_script_command(std::string_view text) {
         std::string_view name;
         std::uint8_t ins;
     };
-    constexpr std::array<Bare, 4> kBareCommands{{{"application-block", 0x1E},
-                                                 {"application-unblock", 0x18},
-                                                 {"card-block", 0x16},
-                                                 {"pin-unblock", 0x24}}};
+    constexpr std::array<Bare, 4> kBareCommands{
+        {{"application-block", card::ins::kApplicationBlock},
+         {"application-unblock", card::ins::kApplicationUnblock},
+         {"card-block", card::ins::kCardBlock},
+         {"pin-unblock", card::ins::kPinChange}}};
     for (const Bare& bare : kBareCommands) {
         if (text == bare.name) {
             ScriptCommand command;
-            command.header = {0x84, bare.ins, 0x00, 0x00};
+            command.header = {kClaSecureMessaging, bare.ins, 0x00, 0x00};
             return command;
         }
     }

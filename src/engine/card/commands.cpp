@@ -1,8 +1,8 @@
 // The card command set over the exchange.
 #include "engine/card/commands.h"
 
+#include "common/tags.h"
 #include "engine/card/apdu.h"
-#include "engine/data/tags.h"
 #include "qaven/qaven.h"
 #include "support/diagnostics.h"
 

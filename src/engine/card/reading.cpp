@@ -1,10 +1,10 @@
 // GET PROCESSING OPTIONS with the PDOL answered, and the walk over the AFL.
 #include "engine/card/reading.h"
 
+#include "common/tags.h"
 #include "engine/card/commands.h"
 #include "engine/data/application_data.h"
 #include "engine/data/dol.h"
-#include "engine/data/tags.h"
 #include "qaven/qaven.h"
 #include "support/operation.h"
 

@@ -1,8 +1,8 @@
 // Running one issuer script.
 #include "engine/card/script.h"
 
+#include "common/tags.h"
 #include "engine/card/apdu.h"
-#include "engine/data/tags.h"
 #include "qaven/qaven.h"
 #include "support/operation.h"
 #include "support/wiped.h"

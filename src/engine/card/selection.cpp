@@ -1,7 +1,7 @@
 // The directory walk and the selection by AID.
 #include "engine/card/selection.h"
 
-#include "engine/data/tags.h"
+#include "common/tags.h"
 #include "engine/data/tlv.h"
 #include "support/operation.h"
 #include "support/utils.h"

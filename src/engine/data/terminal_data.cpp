@@ -1,7 +1,7 @@
 // Packing the terminal data store, and the globals that the cryptogram steps read back.
 #include "engine/data/terminal_data.h"
 
-#include "engine/data/tags.h"
+#include "common/tags.h"
 #include "support/gbk_text.h"
 #include "support/operation.h"
 #include "support/utils.h"

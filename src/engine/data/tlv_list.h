@@ -2,7 +2,7 @@
 // builds both.
 #pragma once
 
-#include "engine/data/tags.h"
+#include "common/tags.h"
 #include "engine/data/tlv.h"
 #include "support/wiped.h"
 

@@ -1,12 +1,12 @@
 // EXTERNAL AUTHENTICATE, the second GENERATE AC, the issuer script, and the TC list.
 #include "engine/operation/arpc.h"
 
+#include "common/tags.h"
 #include "engine/card/commands.h"
 #include "engine/card/script.h"
 #include "engine/card/session.h"
 #include "engine/data/application_data.h"
 #include "engine/data/dol.h"
-#include "engine/data/tags.h"
 #include "engine/data/terminal_data.h"
 #include "engine/data/transaction_data.h"
 #include "engine/operation/cryptogram.h"

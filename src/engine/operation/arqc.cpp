@@ -1,13 +1,13 @@
 // GENERATE AC for an ARQC, and the field-55 list.
 #include "engine/operation/arqc.h"
 
+#include "common/tags.h"
 #include "engine/card/commands.h"
 #include "engine/card/reading.h"
 #include "engine/card/selection.h"
 #include "engine/card/session.h"
 #include "engine/data/application_data.h"
 #include "engine/data/dol.h"
-#include "engine/data/tags.h"
 #include "engine/data/terminal_data.h"
 #include "engine/data/transaction_data.h"
 #include "engine/operation/aid_list.h"

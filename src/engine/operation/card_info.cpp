@@ -1,11 +1,11 @@
 // One card read, and the letter table of its card information text.
 #include "engine/operation/card_info.h"
 
+#include "common/tags.h"
 #include "engine/card/commands.h"
 #include "engine/card/reading.h"
 #include "engine/card/selection.h"
 #include "engine/data/application_data.h"
-#include "engine/data/tags.h"
 #include "engine/data/terminal_data.h"
 #include "engine/operation/error_text.h"
 #include "qaven/qaven.h"

@@ -1,7 +1,7 @@
 // Reading GENERATE AC answers and the list objects that both cryptogram steps share.
 #include "engine/operation/cryptogram.h"
 
-#include "engine/data/tags.h"
+#include "common/tags.h"
 #include "engine/data/terminal_data.h"
 
 #include <algorithm>

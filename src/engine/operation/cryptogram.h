@@ -2,8 +2,8 @@
 // cryptogram steps.
 #pragma once
 
+#include "common/tags.h"
 #include "engine/card/commands.h"
-#include "engine/data/tags.h"
 #include "engine/data/tlv.h"
 #include "engine/data/tlv_list.h"
 #include "support/wiped.h"

@@ -1,11 +1,11 @@
 // The two log formats are two field tables, walked by one function.
 #include "engine/operation/transaction_log.h"
 
+#include "common/tags.h"
 #include "engine/card/commands.h"
 #include "engine/card/reading.h"
 #include "engine/card/selection.h"
 #include "engine/card/session.h"
-#include "engine/data/tags.h"
 #include "engine/data/terminal_data.h"
 #include "engine/data/tlv.h"
 #include "engine/operation/error_text.h"
