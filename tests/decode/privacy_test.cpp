@@ -131,6 +131,7 @@ TEST(PartOfANumber, IsNotShownAtHalfAByte) {
              "sent(HEX): 41 30 31 39 36 2 32 38 30 30 30 31 30 30 30 30 31 32 33 34 35 36 35 42",
              "HEX: 5A 0A 62 F8 00 01 00 00 12 34 56 5F 5F 34 01 01 ",
              "80A800000C830A65F228000100001234565F",
+             "80A800000C830A62280A0100001234565F",
              "00DC0114175A0A622808000100001234565F5F2400100001234565F5",
          }) {
         EXPECT_FALSE(shows(traced(text), kAccountNumber, kTelling)) << traced(text);

@@ -243,18 +243,7 @@ bool is_packed_number(std::string_view digits) {
 }
 
 bool are_fields(std::string_view digits) {
-    bool has_long_run = false;
-    for (std::size_t at = 0; at < digits.size(); ++at) {
-        const Run run = digits_from(digits, at);
-        if (run.digits.size() >= kShortestNumber) {
-            if (at % 2 != 0 || begins_as_bank_card(run.digits)) {
-                return false;
-            }
-            has_long_run = true;
-        }
-        at += run.digits.size();
-    }
-    return has_long_run;
+    return digits.size() >= kShortestNumber && all_digits(digits) && !begins_as_bank_card(digits);
 }
 
 std::vector<std::string_view> packed_numbers(std::string_view digits) {

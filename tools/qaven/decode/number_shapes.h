@@ -22,7 +22,7 @@ bool may_be_number(std::string_view digits);
 // Hex digits that are nothing but an account number and the F that fills it up.
 bool is_packed_number(std::string_view digits);
 
-// Packed fields of terminal data: their long runs of digits begin with a byte, and not as account
+// Packed fields of terminal data: digits from the first to the last, which do not begin as account
 // numbers do.
 bool are_fields(std::string_view digits);
 
