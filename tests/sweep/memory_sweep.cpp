@@ -3,7 +3,7 @@
 // allocations there are is the compiler's business, so no table is compared.
 #include "command_line.h"
 #include "desk.h"
-#include "memory_watch.h"
+#include "tests/support/memory_watch.h"
 
 #include "engine/pboccash.h"
 #include "fuzz/support/guarded.h"

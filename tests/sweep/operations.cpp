@@ -1,6 +1,6 @@
 // Stand-ins that call the card operation and note how it ended.
 #include "operations.h"
-#include "memory_watch.h"
+#include "tests/support/memory_watch.h"
 
 #include "engine/pboccash.h"
 

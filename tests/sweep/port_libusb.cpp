@@ -1,7 +1,7 @@
 // The libusb functions on the virtual port.
 #include "port_libusb.h"
 
-#include "memory_watch.h"
+#include "tests/support/memory_watch.h"
 
 #include <algorithm>
 #include <array>

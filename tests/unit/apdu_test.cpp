@@ -2,7 +2,7 @@
 #include "engine/card/apdu.h"
 
 #include "card_test.h"
-#include "hex.h"
+#include "tests/support/hex.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

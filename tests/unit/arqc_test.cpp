@@ -5,9 +5,9 @@
 #include "engine/card/session.h"
 #include "engine/data/terminal_data.h"
 #include "engine/data/tlv_list.h"
-#include "hex.h"
 #include "host_calls.h"
 #include "payment_card.h"
+#include "tests/support/hex.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

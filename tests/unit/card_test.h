@@ -2,8 +2,8 @@
 // that is powered already, and an empty trace log.
 #pragma once
 
-#include "fake_libusb.h"
 #include "scripted_card.h"
+#include "tests/support/fake_usb.h"
 #include "trace_log.h"
 
 #include <gtest/gtest.h>

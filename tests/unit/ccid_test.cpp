@@ -2,8 +2,8 @@
 #include "usb/ccid.h"
 
 #include "console.h"
-#include "fake_libusb.h"
-#include "hex.h"
+#include "tests/support/fake_usb.h"
+#include "tests/support/hex.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -3,8 +3,8 @@
 
 #include "card_test.h"
 #include "console.h"
-#include "hex.h"
 #include "noted_operations.h"
+#include "tests/support/hex.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

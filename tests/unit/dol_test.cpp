@@ -5,7 +5,7 @@
 #include "engine/data/tag_table.h"
 #include "engine/data/tlv.h"
 #include "exact_buffer.h"
-#include "hex.h"
+#include "tests/support/hex.h"
 
 #include <gtest/gtest.h>
 

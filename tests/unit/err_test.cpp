@@ -1,7 +1,7 @@
 // Error codes, their descriptions, and what a host gets to see of them.
 #include "host/err.h"
 
-#include "hex.h"
+#include "tests/support/hex.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 // for, so that the address sanitizer sees every byte read or written past it.
 #pragma once
 
-#include "hex.h"
+#include "tests/support/hex.h"
 
 #include <cstddef>
 #include <string_view>

@@ -4,7 +4,7 @@
 #include "engine/card/script.h"
 #include "engine/card/selection.h"
 #include "engine/operation/card_info.h"
-#include "memory_watch.h"
+#include "tests/support/memory_watch.h"
 #include "usb/ccid.h"
 
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 #include "usb/myusb.h"
 
 #include "console.h"
-#include "fake_libusb.h"
+#include "tests/support/fake_usb.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // The debit card's data and scripts.
 #include "payment_card.h"
 
-#include "hex.h"
+#include "tests/support/hex.h"
 
 #include <array>
 #include <cstdio>

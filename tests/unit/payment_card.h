@@ -2,10 +2,10 @@
 // commands, and the ground for tests of whole card operations.
 #pragma once
 
-#include "fake_libusb.h"
 #include "fixed_clock.h"
 #include "host_calls.h"
 #include "scripted_card.h"
+#include "tests/support/fake_usb.h"
 #include "trace_log.h"
 
 #include <gtest/gtest.h>

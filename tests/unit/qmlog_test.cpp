@@ -2,7 +2,7 @@
 #include "support/qmlog.h"
 
 #include "console.h"
-#include "hex.h"
+#include "tests/support/hex.h"
 #include "trace_log.h"
 
 #include <gtest/gtest.h>

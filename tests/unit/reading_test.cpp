@@ -5,7 +5,7 @@
 #include "engine/data/terminal_data.h"
 #include "exact_buffer.h"
 #include "fixed_clock.h"
-#include "hex.h"
+#include "tests/support/hex.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -20,8 +20,8 @@
 // in any number, and show in events().
 #pragma once
 
-#include "fake_libusb.h"
-#include "hex.h"
+#include "tests/support/fake_usb.h"
+#include "tests/support/hex.h"
 
 #include <deque>
 #include <optional>

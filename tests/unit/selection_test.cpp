@@ -3,7 +3,7 @@
 
 #include "card_test.h"
 #include "exact_buffer.h"
-#include "hex.h"
+#include "tests/support/hex.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

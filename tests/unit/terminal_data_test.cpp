@@ -4,7 +4,7 @@
 #include "engine/data/transaction_data.h"
 #include "exact_buffer.h"
 #include "fixed_clock.h"
-#include "hex.h"
+#include "tests/support/hex.h"
 
 #include <gtest/gtest.h>
 

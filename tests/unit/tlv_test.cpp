@@ -2,7 +2,7 @@
 #include "engine/data/tlv.h"
 
 #include "exact_buffer.h"
-#include "hex.h"
+#include "tests/support/hex.h"
 
 #include <gtest/gtest.h>
 

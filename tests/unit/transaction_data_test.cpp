@@ -3,7 +3,7 @@
 
 #include "exact_buffer.h"
 #include "fixed_clock.h"
-#include "hex.h"
+#include "tests/support/hex.h"
 
 #include <gtest/gtest.h>
 

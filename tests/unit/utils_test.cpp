@@ -2,7 +2,7 @@
 #include "support/utils.h"
 
 #include "fixed_clock.h"
-#include "hex.h"
+#include "tests/support/hex.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 // What the engine leaves in memory of a card's records, a cryptogram and a PIN.
 #include "engine/card/commands.h"
 #include "host_calls.h"
-#include "memory_watch.h"
 #include "payment_card.h"
+#include "tests/support/memory_watch.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // operator new and delete, and calloc, of programs that watch memory.
-#include "memory_watch.h"
+#include "tests/support/memory_watch.h"
 
 #include <cjson/cJSON.h>
 

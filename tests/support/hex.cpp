@@ -1,5 +1,5 @@
 // Hexadecimal text in tests.
-#include "hex.h"
+#include "tests/support/hex.h"
 
 #include <stdexcept>
 

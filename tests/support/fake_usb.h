@@ -1,5 +1,4 @@
-// A USB bus without hardware: every libusb function that the library calls, as a fake that the test
-// program is linked with in libusb's place.
+// A USB bus whose answers and failures a test writes down beforehand.
 //
 // A FakeUsb is the bus for as long as it lives, one at a time. A test plugs devices into it, says
 // what the bulk endpoints answer and which calls fail, runs the library, and reads what was called:
@@ -26,88 +25,34 @@
 //     control_out 21 09 0200 0000 0ms AABB...          type, request, value, index, time-out, bytes
 //     control_in A1 01 0100 0000 64 0ms                ... length asked for, time-out
 //
-// What no caller of libusb may do is a violation and fails the test when the FakeUsb goes: a call
-// with a null or closed handle, with a context that is not the default one, before init or after
-// the last exit, an exit too many or with a device still open; a list or descriptor never freed, a
-// device left open or the library not ended when the test is over.
-// Otherwise the fake behaves like libusb on Linux: a transfer to an endpoint that no claimed
-// interface has fails with LIBUSB_ERROR_IO, an IN transfer without a queued packet with
-// LIBUSB_ERROR_TIMEOUT, a claim by a second handle with LIBUSB_ERROR_BUSY. A call that fails sets
-// errno to ENODEV, so what perror prints is the same everywhere.
+// A misuse of libusb is a violation and fails the test when the FakeUsb goes, and so does what is
+// not given back by then. An IN transfer without a queued packet fails with LIBUSB_ERROR_TIMEOUT.
 #pragma once
 
-#include "hex.h"
-
-#include <libusb.h>
+#include "tests/support/hex.h"
+#include "tests/support/libusb_stand_in.h"
 
 #include <deque>
 #include <functional>
 #include <map>
-#include <memory>
-#include <set>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
-
-// One device as the bus lists it.
-struct libusb_device {
-    struct Interface {
-        // The endpoint addresses of each alternate setting.
-        std::vector<std::vector<std::uint8_t>> settings;
-        bool kernel_driver = false;
-    };
-
-    std::uint16_t vendor = 0;
-    std::uint16_t product = 0;
-    std::vector<Interface> interfaces;
-
-    // libusb codes of reading the two descriptors.
-    int device_descriptor_result = 0;
-    int config_descriptor_result = 0;
-};
-
-// One opened device.
-struct libusb_device_handle {
-    libusb_device* device = nullptr;
-    std::set<int> claimed;
-    bool open = false;
-};
 
 namespace qaven::test {
 
 using FakeDevice = libusb_device;
 
-// The reader of the bank-card path: interface 0 has an interrupt endpoint, interfaces 1 and 2 are
-// the two slots (02/82 and 04/84, each with an interrupt endpoint behind them).
-FakeDevice ccid_reader();
-
-enum class Call {
-    kInit,
-    kGetDeviceList,
-    kOpen, // gives no handle, whatever the code
-    kKernelDriverActive,
-    kDetachKernelDriver,
-    kClaim,
-    kRelease,
-    kReset,
-    kControl,
-};
-
-class FakeUsb {
+class FakeUsb final : public LibusbStandIn {
   public:
-    FakeUsb();
-    ~FakeUsb();
+    FakeUsb() = default;
+    ~FakeUsb() override;
     FakeUsb(const FakeUsb&) = delete;
     FakeUsb& operator=(const FakeUsb&) = delete;
-
-    // --- what is on the bus ---
-
-    // Adds a device behind those already there.
-    void plug(FakeDevice device);
-
-    // Takes all devices away. Handles on them stay and fail every transfer with
-    // LIBUSB_ERROR_NO_DEVICE.
-    void unplug();
+    FakeUsb(FakeUsb&&) = delete;
+    FakeUsb& operator=(FakeUsb&&) = delete;
 
     // --- what it answers ---
 
@@ -119,7 +64,7 @@ class FakeUsb {
     void answer_failure(int code, std::string_view partial = "");
 
     // What a control transfer that reads gives, in turn; zeros when nothing is queued.
-    void answer_control(std::string_view data);
+    void answer_control(Bytes data);
 
     // The next call of this kind gives the code, also a positive one; several are used in turn.
     void fail(Call call, int code);
@@ -127,6 +72,12 @@ class FakeUsb {
     // The nth bulk transfer from here on, in either direction, fails with the code. An OUT transfer
     // has sent as many bytes as partial has, an IN transfer delivers partial.
     void fail_bulk(int nth, int code, std::string_view partial = "");
+
+    // The nth control transfer from here on, in either direction, fails with the code.
+    void fail_control(int nth, int code);
+
+    // A device that answers control transfers itself; no answer is a stall.
+    std::function<std::optional<Bytes>(const ControlTransfer& transfer)> on_control;
 
     // Called for every OUT packet that arrived or failed, every claimed interface, every closed
     // handle.
@@ -139,10 +90,10 @@ class FakeUsb {
 
     const std::vector<std::string>& log() const { return log_; }
 
-    // The lines of the log that are bulk transfers.
+    // The lines of the log that are transfers.
     std::vector<std::string> transfers() const;
 
-    // The OUT packets in hexadecimal.
+    // What OUT transfers carried, in hexadecimal.
     std::vector<std::string> sent() const;
 
     // The number of IN transfers asked for.
@@ -151,8 +102,8 @@ class FakeUsb {
     void clear_log() { log_.clear(); }
 
     // How many starts of the library no exit has answered yet; how many handles are open.
-    int starts() const { return starts_; }
-    int open_handles() const;
+    int starts() const { return held().starts; }
+    int open_handles() const { return static_cast<int>(held().handles); }
 
     // IN packets that nobody has fetched.
     std::size_t unread() const { return in_.size(); }
@@ -165,28 +116,33 @@ class FakeUsb {
     std::vector<std::string> take_violations();
 
   private:
-    friend struct FakeLibusbCalls;
-
     struct InTransfer {
         int code = 0;
         Bytes data;
     };
 
-    static FakeUsb* current_;
+    std::optional<int> outcome(Call call) override;
+    int bulk_transfer(Transfer& transfer) override;
+    int control_transfer(ControlTransfer& transfer) override;
+    void called(const std::string& line) override { log_.push_back(line); }
+    void claimed(int interface) override;
+    void closed() override;
+    void reset() override { in_.clear(); }
+    void misuse(const std::string& what) override { violation(what); }
 
-    std::vector<std::unique_ptr<FakeDevice>> devices_;
-    std::vector<std::unique_ptr<FakeDevice>> unplugged_;
-    std::vector<std::unique_ptr<libusb_device_handle>> handles_;
+    int transfer_out(Transfer& transfer) const;
+    int transfer_in(Transfer& transfer);
+    const InTransfer* bulk_failure() const;
+
     std::map<Call, std::deque<int>> failures_;
     std::map<int, InTransfer> bulk_failures_;
+    std::map<int, int> control_failures_;
     std::deque<InTransfer> in_;
     std::deque<Bytes> control_in_;
     std::vector<std::string> log_;
     std::vector<std::string> violations_;
     int bulk_count_ = 0;
-    int starts_ = 0;
-    int lists_ = 0;
-    int configurations_ = 0;
+    int control_count_ = 0;
 };
 
 } // namespace qaven::test
