@@ -25,9 +25,9 @@ constexpr unsigned kMostInterfaces = 32;
 constexpr unsigned kMostEndpoints = 32;
 constexpr unsigned kMostSettings = 128;
 
-Device::Setting setting(Input& script) {
+std::vector<std::uint8_t> setting(Input& script) {
     const auto addresses = script.take(script.below(kMostEndpoints + 1));
-    return {.endpoints = {addresses.begin(), addresses.end()}};
+    return {addresses.begin(), addresses.end()};
 }
 
 Device device(Input& script) {

@@ -142,8 +142,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input(data, size);
     Input calls(input.long_chunk());
     const bool has_reader = calls.below(4) != 3;
-    const auto devices = has_reader ? std::vector{qaven::fuzz::bank_card_reader()}
-                                    : std::vector<qaven::fuzz::Device>{};
+    const auto devices =
+        has_reader ? std::vector{qaven::test::ccid_reader()} : std::vector<qaven::fuzz::Device>{};
     Wire wire(input, Wire::Mode::kCard, devices);
     for (unsigned k = 0; k < kMostCalls && !calls.empty(); ++k) {
         wire.next_operation();

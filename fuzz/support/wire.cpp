@@ -1,4 +1,4 @@
-// The bus of a fuzz input and the libusb functions on top of it.
+// What a fuzz input makes of each call.
 #include "support/wire.h"
 
 #include "engine/card/session.h"
@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -61,24 +60,6 @@ constexpr std::array kErrors{
     LIBUSB_ERROR_INVALID_PARAM,
 };
 
-[[noreturn]] void misuse(const char* what) {
-    std::fprintf(stderr, "USB: %s\n", what);
-    std::abort();
-}
-
-void require(bool condition, const char* what) {
-    if (!condition) {
-        misuse(what);
-    }
-}
-
-int failed(int code) {
-    if (code < 0) {
-        errno = ENODEV;
-    }
-    return code;
-}
-
 int code_of(AnswerKind kind) {
     switch (kind) {
     case AnswerKind::kTimeout:
@@ -102,27 +83,6 @@ unsigned big_endian(std::span<const std::uint8_t> two) {
 
 } // namespace
 
-Device bank_card_reader() {
-    Device reader;
-    reader.vendor = 0x2F7A;
-    reader.product = 0x4417;
-    reader.interfaces = {
-        {.settings = {{.endpoints = {0x81}}}},
-        {.settings = {{.endpoints = {0x02, 0x82, 0x83}}}},
-        {.settings = {{.endpoints = {0x04, 0x84, 0x85}}}},
-    };
-    return reader;
-}
-
-Device identity_card_reader() {
-    Device reader;
-    reader.vendor = 0x2F7A;
-    reader.product = 0x4463;
-    reader.interfaces = {{.settings = {{.endpoints = {0x81}}}}};
-    return reader;
-}
-
-Wire* Wire::current_ = nullptr;
 Wire::LiveCard Wire::live_card_;
 Bytes Wire::kept_records_;
 
@@ -140,29 +100,24 @@ void Wire::keep_record(std::span<const std::uint8_t> data) {
 }
 
 Wire::Wire(Input& input, Mode mode)
-    : Wire(input, mode, {bank_card_reader(), identity_card_reader()}) {}
+    : Wire(input, mode, {test::ccid_reader(), test::identity_card_reader()}) {}
 
 Wire::Wire(Input& input, Mode mode, std::vector<Device> devices)
     : input_(input), bus_(input.long_chunk()), mode_(mode) {
-    require(current_ == nullptr, "two buses at a time");
-    current_ = this;
     for (Device& device : devices) {
-        devices_.push_back(std::make_unique<Device>(std::move(device)));
+        plug(std::move(device));
     }
 }
 
 Wire::~Wire() {
-    require(lists_ == 0, "a device list was not freed");
-    require(configurations_ == 0, "a configuration descriptor was not freed");
-    require(std::ranges::none_of(handles_, [](const auto& handle) { return handle->open; }),
-            "a device was left open");
-    require(starts_ == 0, "the library was not ended");
-    current_ = nullptr;
+    require_all_given_back();
 }
 
 void Wire::connect() {
     undisturbed_ = true;
-    require(session::open_with_card() == 0, "no card in a slot that holds one");
+    if (session::open_with_card() != 0) {
+        misuse("no card in a slot that holds one");
+    }
     undisturbed_ = false;
 }
 
@@ -337,292 +292,93 @@ void Wire::answer_report() {
     queue_reply(record.data.size() + 1, record.data);
 }
 
-// The bodies of the libusb functions.
-struct WireCalls {
-    static Wire& bus() {
-        require(Wire::current_ != nullptr, "libusb was called outside a Wire");
-        return *Wire::current_;
-    }
-
-    static void check_started(const libusb_context* context) {
-        require(context == nullptr, "a context of its own");
-        require(bus().starts_ > 0, "a call while the library is not started");
-    }
-
-    static libusb_device_handle& checked(libusb_device_handle* handle) {
-        require(handle != nullptr, "a null handle");
-        const bool ours = std::ranges::any_of(
-            bus().handles_, [&](const auto& other) { return other.get() == handle; });
-        require(ours && handle->open, "a closed handle");
-        return *handle;
-    }
-
-    static int init() {
-        const int code = bus().bus_code();
-        bus().starts_ += code == 0 ? 1 : 0;
-        return failed(code);
-    }
-
-    static void exit(const libusb_context* context) {
-        check_started(context);
-        --bus().starts_;
-        require(bus().starts_ > 0 ||
-                    std::ranges::none_of(bus().handles_,
-                                         [](const auto& handle) { return handle->open; }),
-                "the library was ended with a device open");
-    }
-
-    static ssize_t get_device_list(const libusb_context* context, libusb_device*** list) {
-        check_started(context);
-        if (const int code = bus().bus_code(); code != 0) {
-            return failed(code);
-        }
-        const auto& devices = bus().devices_;
-        auto* const copied = new libusb_device*[devices.size() + 1]();
-        std::ranges::transform(devices, copied, [](const auto& device) { return device.get(); });
-        ++bus().lists_;
-        *list = copied;
-        return static_cast<ssize_t>(devices.size());
-    }
-
-    static void free_device_list(libusb_device** list) {
-        if (list != nullptr) {
-            --bus().lists_;
-            delete[] list;
-        }
-    }
-
-    static int get_device_descriptor(const libusb_device& device,
-                                     libusb_device_descriptor& descriptor) {
-        if (const int code = bus().bus_code(); code != 0) {
-            return failed(code);
-        }
-        descriptor = {};
-        descriptor.idVendor = device.vendor;
-        descriptor.idProduct = device.product;
-        return 0;
-    }
-
-    // A configuration descriptor and what it points to, each array in a block of exactly its size.
-    // libusb gives null pointers for arrays of none.
-    struct Configuration {
-        libusb_config_descriptor descriptor{};
-        std::vector<libusb_interface> interfaces;
-        std::deque<std::vector<libusb_interface_descriptor>> settings;
-        std::deque<std::vector<libusb_endpoint_descriptor>> endpoints;
-    };
-
-    static int get_config_descriptor(const libusb_device& device,
-                                     libusb_config_descriptor** descriptor) {
-        if (const int code = bus().bus_code(); code != 0) {
-            return failed(code);
-        }
-        auto* const configuration = new Configuration;
-        configuration->interfaces.resize(device.interfaces.size());
-        auto listed = configuration->interfaces.begin();
-        for (const Device::Interface& interface : device.interfaces) {
-            auto& settings = configuration->settings.emplace_back(interface.settings.size());
-            auto described = settings.begin();
-            for (const Device::Setting& setting : interface.settings) {
-                auto& endpoints = configuration->endpoints.emplace_back(setting.endpoints.size());
-                for (std::size_t k = 0; k < endpoints.size(); ++k) {
-                    endpoints[k].bEndpointAddress = setting.endpoints[k];
-                }
-                described->bNumEndpoints = static_cast<std::uint8_t>(endpoints.size());
-                described->endpoint = endpoints.empty() ? nullptr : endpoints.data();
-                ++described;
-            }
-            listed->altsetting = settings.empty() ? nullptr : settings.data();
-            listed->num_altsetting = static_cast<int>(settings.size());
-            ++listed;
-        }
-        libusb_config_descriptor& whole = configuration->descriptor;
-        whole.bNumInterfaces = static_cast<std::uint8_t>(configuration->interfaces.size());
-        whole.interface =
-            configuration->interfaces.empty() ? nullptr : configuration->interfaces.data();
-        ++bus().configurations_;
-        // The descriptor is the first member, so its address is the configuration's.
-        *descriptor = &whole;
-        return 0;
-    }
-
-    static void free_config_descriptor(libusb_config_descriptor* descriptor) {
-        if (descriptor != nullptr) {
-            --bus().configurations_;
-            delete reinterpret_cast<Configuration*>(descriptor);
-        }
-    }
-
-    static libusb_device_handle* open(const libusb_context* context, std::uint16_t vendor,
-                                      std::uint16_t product) {
-        check_started(context);
-        if (bus().bus_code() != 0) {
-            return nullptr;
-        }
-        for (const auto& device : bus().devices_) {
-            if (device->vendor == vendor && device->product == product) {
-                auto& handle = bus().handles_.emplace_back(new libusb_device_handle);
-                handle->device = device.get();
-                handle->open = true;
-                return handle.get();
-            }
-        }
-        return nullptr;
-    }
-
-    static void close(libusb_device_handle* handle) {
-        checked(handle).open = false;
-        bus().in_.clear();
-    }
-
-    static int kernel_driver_active(libusb_device_handle* handle) {
-        checked(handle);
+std::optional<int> Wire::outcome(test::Call call) {
+    if (call == test::Call::kKernelDriverActive) {
         // Half of the calls that work find a driver.
-        const std::uint8_t byte = bus().undisturbed_ ? std::uint8_t{0} : bus().bus_.byte();
-        return byte < kFirstFault ? static_cast<int>(byte & 1U)
-                                  : failed(kErrors[byte % kErrors.size()]);
+        const std::uint8_t byte = undisturbed_ ? std::uint8_t{0} : bus_.byte();
+        return byte < kFirstFault ? static_cast<int>(byte & 1U) : kErrors[byte % kErrors.size()];
     }
+    const int code = bus_code();
+    // Whatever was found is detached.
+    return code != 0 || call == test::Call::kDetachKernelDriver ? std::optional(code)
+                                                                : std::nullopt;
+}
 
-    static int detach_kernel_driver(libusb_device_handle* handle) {
-        checked(handle);
-        return failed(bus().bus_code());
+void Wire::count_transfer() {
+    ++transfers_;
+    if (transfers_ > kMostTransfers) {
+        misuse("an operation goes round in a circle");
     }
+}
 
-    static int claim_interface(libusb_device_handle* handle, int number) {
-        libusb_device_handle& device = checked(handle);
-        const int code = bus().bus_code();
-        if (code != 0) {
-            return failed(code);
+int Wire::bulk_transfer(test::Transfer& transfer) {
+    count_transfer();
+    if (transfer.obstacle != 0) {
+        return transfer.obstacle;
+    }
+    if (!transfer.in()) {
+        return take_packet(transfer);
+    }
+    message_begun_ = false;
+    if (in_.empty()) {
+        answer_bulk();
+    }
+    return give_packet(transfer);
+}
+
+int Wire::take_packet(test::Transfer& transfer) {
+    if (const int code = bus_code(); code != 0) {
+        message_begun_ = false;
+        return code;
+    }
+    // Reading what was sent lets the sanitizer see a length that is too long.
+    const Bytes sent = Input::exact(transfer.data);
+    if (!message_begun_ && sent.size() >= kHeader) {
+        last_type_ = sent[0];
+        last_sequence_ = sent[6];
+        // Whatever the host had not fetched is gone.
+        if (mode_ == Mode::kCard) {
+            in_.clear();
         }
-        if (number < 0 || static_cast<std::size_t>(number) >= device.device->interfaces.size()) {
-            return failed(LIBUSB_ERROR_NOT_FOUND);
+        message_.clear();
+    }
+    message_begun_ = true;
+    message_.insert(message_.end(), sent.begin(), sent.end());
+    transfer.moved = sent.size();
+    return 0;
+}
+
+int Wire::give_packet(test::Transfer& transfer) {
+    const Packet next = std::move(in_.front());
+    in_.pop_front();
+    if (live_card_ && mode_ == Mode::kRaw && !undisturbed_) {
+        keep_record(next.data);
+    }
+    // The whole buffer that the caller promised must be there.
+    std::ranges::fill(transfer.data, static_cast<std::uint8_t>(0));
+    return transfer.deliver(next.code, next.data);
+}
+
+int Wire::control_transfer(test::ControlTransfer& transfer) {
+    count_transfer();
+    if (transfer.in()) {
+        if (in_.empty()) {
+            answer_report();
         }
-        device.claimed.insert(number);
-        return 0;
+        return give_packet(transfer);
     }
-
-    static int release_interface(libusb_device_handle* handle, int number) {
-        libusb_device_handle& device = checked(handle);
-        const bool was_claimed = device.claimed.erase(number) == 1;
-        const int code = bus().bus_code();
-        return failed(code == 0 && !was_claimed ? static_cast<int>(LIBUSB_ERROR_NOT_FOUND) : code);
+    if (const int code = bus_code(); code != 0) {
+        return code;
     }
-
-    static int reset_device(libusb_device_handle* handle) {
-        checked(handle);
-        return failed(bus().bus_code());
-    }
-
-    static void count_transfer() {
-        ++bus().transfers_;
-        require(bus().transfers_ <= kMostTransfers, "an operation goes round in a circle");
-    }
-
-    static bool claimed_endpoint(const libusb_device_handle& handle, std::uint8_t endpoint) {
-        const auto& interfaces = handle.device->interfaces;
-        return std::ranges::any_of(handle.claimed, [&](int number) {
-            const auto& settings = interfaces[static_cast<std::size_t>(number)].settings;
-            return std::ranges::any_of(settings, [&](const Device::Setting& setting) {
-                return std::ranges::find(setting.endpoints, endpoint) != setting.endpoints.end();
-            });
-        });
-    }
-
-    static int bulk_transfer(libusb_device_handle* handle, std::uint8_t endpoint,
-                             std::span<std::uint8_t> data, int& transferred, unsigned timeout) {
-        const libusb_device_handle& device = checked(handle);
-        require(timeout != 0, "a bulk transfer that may wait for ever");
-        count_transfer();
-        transferred = 0;
-        if (!claimed_endpoint(device, endpoint)) {
-            return failed(LIBUSB_ERROR_IO);
-        }
-        const bool in = (endpoint & LIBUSB_ENDPOINT_IN) != 0;
-        return failed(in ? bulk_in(data, transferred) : bulk_out(data, transferred));
-    }
-
-    static int bulk_out(std::span<const std::uint8_t> data, int& transferred) {
-        Wire& wire = bus();
-        if (const int code = wire.bus_code(); code != 0) {
-            wire.message_begun_ = false;
-            return code;
-        }
-        // Reading what was sent lets the sanitizer see a length that is too long.
-        const Bytes sent = Input::exact(data);
-        if (!wire.message_begun_ && sent.size() >= kHeader) {
-            wire.last_type_ = sent[0];
-            wire.last_sequence_ = sent[6];
-            // Whatever the host had not fetched is gone.
-            if (wire.mode_ == Wire::Mode::kCard) {
-                wire.in_.clear();
-            }
-            wire.message_.clear();
-        }
-        wire.message_begun_ = true;
-        wire.message_.insert(wire.message_.end(), sent.begin(), sent.end());
-        transferred = static_cast<int>(sent.size());
-        return 0;
-    }
-
-    static int bulk_in(std::span<std::uint8_t> data, int& transferred) {
-        Wire& wire = bus();
-        wire.message_begun_ = false;
-        if (wire.in_.empty()) {
-            wire.answer_bulk();
-        }
-        return receive(data, transferred);
-    }
-
-    static int receive(std::span<std::uint8_t> data, int& transferred) {
-        Wire& wire = bus();
-        const Wire::Packet next = std::move(wire.in_.front());
-        wire.in_.pop_front();
-        if (Wire::live_card_ && wire.mode_ == Wire::Mode::kRaw && !wire.undisturbed_) {
-            Wire::keep_record(next.data);
-        }
-        const std::size_t count = std::min(next.data.size(), data.size());
-        // The whole room that the caller promised must be there.
-        std::ranges::fill(data, static_cast<std::uint8_t>(0));
-        std::copy_n(next.data.begin(), count, data.begin());
-        transferred = static_cast<int>(count);
-        return next.code == 0 && next.data.size() > data.size()
-                   ? static_cast<int>(LIBUSB_ERROR_OVERFLOW)
-                   : next.code;
-    }
-
-    static int control_transfer(libusb_device_handle* handle, std::uint8_t type,
-                                std::span<std::uint8_t> data) {
-        checked(handle);
-        count_transfer();
-        Wire& wire = bus();
-        if ((type & LIBUSB_ENDPOINT_IN) == 0) {
-            if (const int code = wire.bus_code(); code != 0) {
-                return failed(code);
-            }
-            wire.in_.clear();
-            wire.message_ = Input::exact(data);
-            return static_cast<int>(wire.message_.size());
-        }
-        if (wire.in_.empty()) {
-            wire.answer_report();
-        }
-        int transferred = 0;
-        const int code = receive(data, transferred);
-        return code == 0 ? transferred : failed(code);
-    }
-};
+    in_.clear();
+    message_ = Input::exact(transfer.data);
+    transfer.moved = message_.size();
+    return 0;
+}
 
 } // namespace qaven::fuzz
 
 namespace {
-
-using qaven::fuzz::WireCalls;
-
-std::span<unsigned char> transfer_buffer(unsigned char* data, int length) {
-    qaven::fuzz::require(length >= 0, "a transfer of negative length");
-    qaven::fuzz::require(data != nullptr || length == 0, "a transfer without a buffer");
-    return {data, static_cast<std::size_t>(length)};
-}
 
 // 22 April 2019, 16:13:55 UTC.
 constexpr std::time_t kNow = 1555949635;
@@ -630,82 +386,6 @@ constexpr std::time_t kNow = 1555949635;
 } // namespace
 
 extern "C" {
-
-int LIBUSB_CALL libusb_init(libusb_context** context) {
-    qaven::fuzz::require(context == nullptr, "a context of its own");
-    return WireCalls::init();
-}
-
-void LIBUSB_CALL libusb_exit(libusb_context* context) {
-    WireCalls::exit(context);
-}
-
-ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* context, libusb_device*** list) {
-    return WireCalls::get_device_list(context, list);
-}
-
-void LIBUSB_CALL libusb_free_device_list(libusb_device** list, int /*unreference*/) {
-    WireCalls::free_device_list(list);
-}
-
-int LIBUSB_CALL libusb_get_device_descriptor(libusb_device* device,
-                                             libusb_device_descriptor* descriptor) {
-    return WireCalls::get_device_descriptor(*device, *descriptor);
-}
-
-int LIBUSB_CALL libusb_get_config_descriptor(libusb_device* device, std::uint8_t /*index*/,
-                                             libusb_config_descriptor** descriptor) {
-    return WireCalls::get_config_descriptor(*device, descriptor);
-}
-
-void LIBUSB_CALL libusb_free_config_descriptor(libusb_config_descriptor* descriptor) {
-    WireCalls::free_config_descriptor(descriptor);
-}
-
-libusb_device_handle* LIBUSB_CALL libusb_open_device_with_vid_pid(libusb_context* context,
-                                                                  std::uint16_t vendor,
-                                                                  std::uint16_t product) {
-    return WireCalls::open(context, vendor, product);
-}
-
-void LIBUSB_CALL libusb_close(libusb_device_handle* handle) {
-    WireCalls::close(handle);
-}
-
-int LIBUSB_CALL libusb_kernel_driver_active(libusb_device_handle* handle, int /*interface*/) {
-    return WireCalls::kernel_driver_active(handle);
-}
-
-int LIBUSB_CALL libusb_detach_kernel_driver(libusb_device_handle* handle, int /*interface*/) {
-    return WireCalls::detach_kernel_driver(handle);
-}
-
-int LIBUSB_CALL libusb_claim_interface(libusb_device_handle* handle, int interface) {
-    return WireCalls::claim_interface(handle, interface);
-}
-
-int LIBUSB_CALL libusb_release_interface(libusb_device_handle* handle, int interface) {
-    return WireCalls::release_interface(handle, interface);
-}
-
-int LIBUSB_CALL libusb_reset_device(libusb_device_handle* handle) {
-    return WireCalls::reset_device(handle);
-}
-
-int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint,
-                                     unsigned char* data, int length, int* transferred,
-                                     unsigned int timeout) {
-    int ignored = 0;
-    return WireCalls::bulk_transfer(handle, endpoint, transfer_buffer(data, length),
-                                    transferred != nullptr ? *transferred : ignored, timeout);
-}
-
-int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, std::uint8_t type,
-                                        std::uint8_t /*request*/, std::uint16_t /*value*/,
-                                        std::uint16_t /*index*/, unsigned char* data,
-                                        std::uint16_t length, unsigned int /*timeout*/) {
-    return WireCalls::control_transfer(handle, type, transfer_buffer(data, length));
-}
 
 // Nothing sleeps here, and the clock stands: dates and the terminal's unpredictable number are the
 // same in every run of an input.

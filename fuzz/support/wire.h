@@ -1,5 +1,4 @@
-// A USB bus whose outcomes and answers come out of a fuzz input. Every libusb function that the
-// library calls stands here, as in a program with no libusb linked.
+// A USB bus whose outcomes and answers come out of a fuzz input.
 //
 //     Input input(data, size);
 //     Input script(input.long_chunk());        // the target's own part: what the host does
@@ -23,50 +22,24 @@
 // kPacket is one packet as it stands. On the identity-card reader a record is status bytes and data
 // of the security module's reply, framed with length and checksum and cut into reports.
 //
-// What no caller of libusb may do ends the program: null or closed handles, calls before init or
-// after the last exit, a context of its own, an unlimited bulk time-out, exit with a device open,
-// and - when the Wire goes - a device left open, a list or descriptor not freed, the library not
-// ended. So does an operation that makes more transfers than any card can be worth.
+// A misuse of libusb ends the program, and so do what the library has not given back when the Wire
+// goes and an operation that makes more transfers than any card can be worth.
 #pragma once
 
 #include "support/input.h"
 
-#include <libusb.h>
+#include "tests/support/libusb_stand_in.h"
 
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <memory>
-#include <set>
+#include <optional>
+#include <span>
 #include <vector>
-
-// One device as the bus lists it.
-struct libusb_device {
-    struct Setting {
-        std::vector<std::uint8_t> endpoints; // addresses
-    };
-    struct Interface {
-        std::vector<Setting> settings;
-    };
-
-    std::uint16_t vendor = 0;
-    std::uint16_t product = 0;
-    std::vector<Interface> interfaces;
-};
-
-struct libusb_device_handle {
-    const libusb_device* device = nullptr;
-    std::set<int> claimed;
-    bool open = false;
-};
 
 namespace qaven::fuzz {
 
 using Device = libusb_device;
-
-// The reader of the bank-card path with its two slots, and the identity-card reader.
-Device bank_card_reader();
-Device identity_card_reader();
 
 // What a record stands for.
 enum class AnswerKind : std::uint8_t {
@@ -85,16 +58,18 @@ enum class AnswerKind : std::uint8_t {
     kCount = 12,          // any other byte is kGood
 };
 
-class Wire {
+class Wire final : public test::LibusbStandIn {
   public:
     enum class Mode { kRaw, kCard };
 
     // Both readers are on the bus, unless the target plugs its own.
     Wire(Input& input, Mode mode);
     Wire(Input& input, Mode mode, std::vector<Device> devices);
-    ~Wire();
+    ~Wire() override;
     Wire(const Wire&) = delete;
     Wire& operator=(const Wire&) = delete;
+    Wire(Wire&&) = delete;
+    Wire& operator=(Wire&&) = delete;
 
     // Opens the bank-card reader as the card operations do, on a bus and a slot that work. In raw
     // mode too: the answers that this takes do not come out of the input.
@@ -116,8 +91,6 @@ class Wire {
     static Bytes take_records();
 
   private:
-    friend struct WireCalls;
-
     struct Packet {
         int code = 0;
         Bytes data;
@@ -127,6 +100,14 @@ class Wire {
         std::span<const std::uint8_t> data;
     };
 
+    std::optional<int> outcome(test::Call call) override;
+    int bulk_transfer(test::Transfer& transfer) override;
+    int control_transfer(test::ControlTransfer& transfer) override;
+    void closed() override { in_.clear(); }
+
+    void count_transfer();
+    int take_packet(test::Transfer& transfer);
+    int give_packet(test::Transfer& transfer);
     Record next_record();
     void answer_bulk();
     void answer_live();
@@ -138,7 +119,6 @@ class Wire {
     int bus_code();
     static void keep_record(std::span<const std::uint8_t> data);
 
-    static Wire* current_;
     static LiveCard live_card_;
     static Bytes kept_records_;
 
@@ -152,11 +132,6 @@ class Wire {
     bool message_begun_ = false;
     Bytes message_;
     unsigned long transfers_ = 0;
-    int starts_ = 0;
-    int lists_ = 0;
-    int configurations_ = 0;
-    std::vector<std::unique_ptr<Device>> devices_;
-    std::vector<std::unique_ptr<libusb_device_handle>> handles_;
 };
 
 } // namespace qaven::fuzz
