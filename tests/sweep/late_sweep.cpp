@@ -703,7 +703,7 @@ void Session::happen(const Event& event) {
         pull();
         break;
     case Event::Kind::reset:
-        bus_.reset();
+        bus_.reset_port();
         break;
     case Event::Kind::replug:
         bus_.plug();

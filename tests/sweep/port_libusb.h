@@ -1,5 +1,4 @@
-// libusb without a kernel and without waiting: every libusb function that the library calls, played
-// on a port of the virtual host controller. Programs are linked with this in libusb's place.
+// libusb without a kernel and without waiting, on a port of the virtual host controller.
 //
 // The bus has a clock of its own, which moves only while a transfer waits, and then straight to the
 // moment at which the device has something to say or the transfer's time-out is over: a reader that
@@ -17,22 +16,17 @@
 //     EXPECT_THAT(bus.misuses(), IsEmpty());
 //
 // Results are those of libusb on Linux: a stalled endpoint is LIBUSB_ERROR_PIPE, a reader that left
-// LIBUSB_ERROR_NO_DEVICE, one that sends more than was asked for LIBUSB_ERROR_OVERFLOW, an endpoint
-// outside every interface LIBUSB_ERROR_IO, an interface held through another handle
-// LIBUSB_ERROR_BUSY; a transfer that ends early leaves what had moved until then.
+// LIBUSB_ERROR_NO_DEVICE, one that sends more than was asked for LIBUSB_ERROR_OVERFLOW; a transfer
+// that ends early leaves what had moved until then.
 #pragma once
 
+#include "tests/support/libusb_stand_in.h"
 #include "virtual/usb/port.h"
-
-#include <libusb.h>
 
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <map>
-#include <memory>
 #include <optional>
-#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -44,11 +38,11 @@ using Duration = std::chrono::nanoseconds;
 // The time on the clock of the bus that is there; nothing without a bus. Any thread may ask.
 std::optional<Duration> bus_clock();
 
-class Bus {
+class Bus final : public test::LibusbStandIn {
   public:
     // A device that is not plugged in yet; it outlives the bus.
     explicit Bus(virtual_usb::Device& device);
-    ~Bus();
+    ~Bus() override;
     Bus(const Bus&) = delete;
     Bus& operator=(const Bus&) = delete;
     Bus(Bus&&) = delete;
@@ -61,10 +55,7 @@ class Bus {
     [[nodiscard]] bool plugged() const;
 
     // What somebody else does to the reader: a port reset under the handles that are open.
-    void reset();
-
-    // The one that is there; there has to be one.
-    static Bus& current();
+    void reset_port();
 
     // Time in which nobody transfers anything.
     void pass(Duration time);
@@ -101,32 +92,21 @@ class Bus {
     };
     [[nodiscard]] Spent spent() const;
 
-    // What the library holds: started and not ended, open handles, claimed interfaces, lists and
-    // descriptors not freed.
-    struct Holdings {
-        int starts = 0;
-        std::size_t handles = 0;
-        std::size_t claims = 0;
-        int lists = 0;
-        int configurations = 0;
-
-        bool operator==(const Holdings&) const = default;
-    };
-    [[nodiscard]] Holdings held() const;
-
-    // What no caller of libusb may do, one sentence each: a null or closed handle, a context of its
-    // own, a call before the start or after the end, an end too many or with a device open, a
-    // transfer that waits for ever.
+    // One sentence each.
     [[nodiscard]] const std::vector<std::string>& misuses() const { return misuses_; }
 
   private:
-    friend struct LibusbCalls;
+    int bulk_transfer(test::Transfer& transfer) override;
+    int control_transfer(test::ControlTransfer& transfer) override;
+    void reset() override { port_->reset(); }
+    void misuse(const std::string& what) override { misuses_.push_back(what); }
 
+    int run(virtual_usb::Urb urb, test::Transfer& transfer);
+    void witness(Moment moment) const;
     void set_clock(virtual_usb::TimePoint now);
 
     virtual_usb::Device& device_;
     std::optional<virtual_usb::Port> port_;
-    unsigned generation_ = 0; // of the plugged device
     virtual_usb::TimePoint now_;
     virtual_usb::TimePoint begin_;
     Duration allowed_{0};
@@ -134,12 +114,6 @@ class Bus {
     std::optional<std::uint64_t> under_way_;
     Witness witness_;
     std::vector<Transfer> transfers_;
-    std::unique_ptr<libusb_device> listed_;
-    std::vector<std::unique_ptr<libusb_device>> gone_;
-    std::vector<std::unique_ptr<libusb_device_handle>> handles_;
-    int starts_ = 0;
-    int lists_ = 0;
-    int configurations_ = 0;
     std::vector<std::string> misuses_;
 };
 
