@@ -1,37 +1,34 @@
 // Opening and closing the identity-card reader, and reports in both directions, seen from libusb.
 #include "idcard_fixture.h"
 
+#include <unistd.h>
+
 using namespace idcard_test;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 
-namespace {
+std::vector<unsigned>& idcard_test::pauses_us() {
+    static std::vector<unsigned> pauses;
+    return pauses;
+}
 
-using Calls = std::vector<std::string>;
+// The tests' own: it comes before the C library's.
+extern "C" int usleep(useconds_t duration) {
+    pauses_us().push_back(duration);
+    return 0;
+}
+
+namespace {
 
 class IdCardOpen : public IdCard {};
 class IdCardWrite : public IdCard {};
 class IdCardRead : public IdCard {};
 
-ControlTransfer set_report(const Bytes& report) {
-    return {.request_type = 0x21,
-            .request = 9,
-            .value = 0x0200,
-            .index = 0,
-            .length = 64,
-            .timeout = 0,
-            .data = report};
+std::string set_report(const Bytes& report) {
+    return "control_out 21 09 0200 0000 0ms " + padded_report(report);
 }
 
-ControlTransfer get_report() {
-    return {.request_type = 0xA1,
-            .request = 1,
-            .value = 0x0100,
-            .index = 0,
-            .length = 64,
-            .timeout = 0,
-            .data = {}};
-}
+constexpr const char* kGetReport = "control_in A1 01 0100 0000 64 0ms";
 
 int never_completed(unsigned char* /*buf*/, unsigned long /*len*/) {
     return 0;
@@ -43,194 +40,200 @@ int completed_at_three_reports(unsigned char* /*buf*/, unsigned long len) {
 
 TEST_F(IdCardOpen, OpensTheReaderAndClaimsItsFirstInterface) {
     EXPECT_EQ(standard_output([] { EXPECT_EQ(usb_device_open(), 0); }), "");
-    EXPECT_EQ(reader().calls, (Calls{"init", "open 2f7a:4463", "driver? 0", "claim 0"}));
+    EXPECT_THAT(usb.log(), ElementsAre("init", "open 2F7A:4463", "kernel_driver_active 0",
+                                       "claim_interface 0"));
 }
 
 TEST_F(IdCardOpen, GivesTheCodeOfAFailedStartUp) {
-    reader().init_result = -99;
-    EXPECT_EQ(standard_output([] { EXPECT_EQ(usb_device_open(), -99); }),
+    usb.fail(Call::kInit, LIBUSB_ERROR_OTHER);
+    EXPECT_EQ(standard_output([] { EXPECT_EQ(usb_device_open(), LIBUSB_ERROR_OTHER); }),
               "initialise libusb failed \n");
-    EXPECT_EQ(reader().calls, (Calls{"init"}));
+    EXPECT_THAT(usb.log(), ElementsAre("init"));
 }
 
 TEST_F(IdCardOpen, ReportsAMissingReaderByItsMessageOnly) {
-    reader().attached = false;
+    usb.unplug();
     EXPECT_EQ(standard_output([] { EXPECT_EQ(usb_device_open(), 0); }), "open device failed \n");
-    EXPECT_EQ(reader().calls, (Calls{"init", "open 2f7a:4463"}));
+    EXPECT_THAT(usb.log(), ElementsAre("init", "open 2F7A:4463"));
 }
 
 TEST_F(IdCardOpen, DetachesAKernelDriverBeforeTheClaim) {
-    reader().driver_active_result = 1;
+    usb.fail(Call::kKernelDriverActive, 1);
+    usb.fail(Call::kDetachKernelDriver, 0);
     EXPECT_EQ(standard_output([] { EXPECT_EQ(usb_device_open(), 0); }),
               "Kernel Driver Active\nKernel Driver Detached!\n");
-    EXPECT_EQ(reader().calls,
-              (Calls{"init", "open 2f7a:4463", "driver? 0", "detach 0", "claim 0"}));
+    EXPECT_THAT(usb.log(), ElementsAre("init", "open 2F7A:4463", "kernel_driver_active 0",
+                                       "detach_kernel_driver 0", "claim_interface 0"));
 }
 
 TEST_F(IdCardOpen, ClaimsEvenWhenTheDriverStays) {
-    reader().driver_active_result = 1;
-    reader().detach_result = access_denied;
+    usb.fail(Call::kKernelDriverActive, 1);
+    usb.fail(Call::kDetachKernelDriver, LIBUSB_ERROR_ACCESS);
     EXPECT_EQ(standard_output([] { EXPECT_EQ(usb_device_open(), 0); }), "Kernel Driver Active\n");
-    EXPECT_EQ(reader().calls.back(), "claim 0");
+    EXPECT_EQ(usb.log().back(), "claim_interface 0");
 }
 
 TEST_F(IdCardOpen, DetachesNothingWhereTheSystemCannotTell) {
-    reader().driver_active_result = -12; // not supported on this platform
+    usb.fail(Call::kKernelDriverActive, LIBUSB_ERROR_NOT_SUPPORTED);
     EXPECT_EQ(standard_output([] { EXPECT_EQ(usb_device_open(), 0); }), "");
-    EXPECT_EQ(reader().calls, (Calls{"init", "open 2f7a:4463", "driver? 0", "claim 0"}));
+    EXPECT_THAT(usb.log(), ElementsAre("init", "open 2F7A:4463", "kernel_driver_active 0",
+                                       "claim_interface 0"));
 }
 
 TEST_F(IdCardOpen, GivesTheCodeOfARefusedClaim) {
-    reader().claim_result = busy;
-    EXPECT_EQ(standard_output([] { EXPECT_EQ(usb_device_open(), busy); }),
+    usb.fail(Call::kClaim, LIBUSB_ERROR_BUSY);
+    EXPECT_EQ(standard_output([] { EXPECT_EQ(usb_device_open(), LIBUSB_ERROR_BUSY); }),
               "Claim Interface failed!\n");
 }
 
 TEST_F(IdCardOpen, HoldsAReaderWhoseClaimWasRefusedUntilItIsClosed) {
-    reader().claim_result = busy;
+    usb.fail(Call::kClaim, LIBUSB_ERROR_BUSY);
     usb_device_open();
-    reader().calls.clear();
+    usb.clear_log();
     EXPECT_EQ(usb_device_close(), 0);
-    EXPECT_EQ(reader().calls, (Calls{"release 0", "close", "exit"}));
+    EXPECT_THAT(usb.log(), ElementsAre("release_interface 0", "close", "exit"));
 }
 
 TEST_F(IdCardOpen, ClosesWithReleaseCloseAndTheEndOfLibusb) {
     open();
     EXPECT_EQ(standard_output([] { EXPECT_EQ(usb_device_close(), 0); }), "");
-    EXPECT_EQ(reader().calls, (Calls{"release 0", "close", "exit"}));
+    EXPECT_THAT(usb.log(), ElementsAre("release_interface 0", "close", "exit"));
 }
 
 TEST_F(IdCardOpen, ClosingWithoutAReaderOnlyEndsLibusb) {
-    reader().attached = false;
+    usb.unplug();
     usb_device_open();
-    reader().calls.clear();
+    usb.clear_log();
     EXPECT_EQ(usb_device_close(), 0);
-    EXPECT_EQ(reader().calls, (Calls{"exit"}));
+    EXPECT_THAT(usb.log(), ElementsAre("exit"));
 }
 
 TEST_F(IdCardOpen, ClosingWhatWasNeverStartedLeavesLibusbToItsOtherUsers) {
     EXPECT_EQ(usb_device_close(), 0);
-    reader().init_result = -99;
+    usb.fail(Call::kInit, LIBUSB_ERROR_OTHER);
     usb_device_open();
     EXPECT_EQ(usb_device_close(), 0);
-    EXPECT_EQ(reader().calls, (Calls{"init"}));
+    EXPECT_THAT(usb.log(), ElementsAre("init"));
 }
 
 TEST_F(IdCardOpen, ClosingTwiceEndsLibusbOnce) {
     open();
     usb_device_close();
-    reader().calls.clear();
+    usb.clear_log();
     EXPECT_EQ(usb_device_close(), 0);
-    EXPECT_EQ(reader().calls, Calls{});
+    EXPECT_THAT(usb.log(), IsEmpty());
 }
 
 TEST_F(IdCardOpen, OpeningAgainEndsTheHeldConnectionFirst) {
     open();
     EXPECT_EQ(usb_device_open(), 0);
-    EXPECT_EQ(reader().calls, (Calls{"release 0", "close", "exit", "init", "open 2f7a:4463",
-                                     "driver? 0", "claim 0"}));
+    EXPECT_THAT(usb.log(),
+                ElementsAre("release_interface 0", "close", "exit", "init", "open 2F7A:4463",
+                            "kernel_driver_active 0", "claim_interface 0"));
 }
 
 TEST_F(IdCardWrite, SendsATenByteFrameAsOneReportPaddedWithZeros) {
     open();
     Bytes frame = filled(10, 0x41);
     EXPECT_EQ(standard_output([&] { EXPECT_EQ(usb_device_write(frame.data(), 10), 0); }), "");
-    EXPECT_EQ(reader().transfers, std::vector{set_report(padded_report(frame))});
+    EXPECT_THAT(usb.log(), ElementsAre(set_report(frame)));
 }
 
 TEST_F(IdCardWrite, SendsAHundredAndThirtyBytesAsThreeReports) {
     open();
     Bytes data = filled(130, 0x01);
     EXPECT_EQ(usb_device_write(data.data(), data.size()), 0);
-    EXPECT_EQ(reader().transfers,
-              (std::vector{set_report(Bytes(data.begin(), data.begin() + 64)),
-                           set_report(Bytes(data.begin() + 64, data.begin() + 128)),
-                           set_report(padded_report({data[128], data[129]}))}));
+    EXPECT_THAT(usb.log(), ElementsAre(set_report(Bytes(data.begin(), data.begin() + 64)),
+                                       set_report(Bytes(data.begin() + 64, data.begin() + 128)),
+                                       set_report({data[128], data[129]})));
 }
 
 TEST_F(IdCardWrite, SendsWholeReportsWithoutAnEmptyOneBehindThem) {
     open();
     Bytes data = filled(128, 0x01);
     EXPECT_EQ(usb_device_write(data.data(), 64), 0);
-    EXPECT_EQ(reader().sent().size(), 1U);
+    EXPECT_EQ(usb.sent().size(), 1U);
     EXPECT_EQ(usb_device_write(data.data(), 65), 0);
-    EXPECT_EQ(reader().sent().size(), 3U);
+    EXPECT_EQ(usb.sent().size(), 3U);
     EXPECT_EQ(usb_device_write(data.data(), 128), 0);
-    EXPECT_EQ(reader().sent().size(), 5U);
-    EXPECT_EQ(reader().sent().back(), Bytes(data.begin() + 64, data.end()));
+    EXPECT_EQ(usb.sent().size(), 5U);
+    EXPECT_EQ(usb.sent().back(), padded_report({data.begin() + 64, data.end()}));
 }
 
 TEST_F(IdCardWrite, SendsNoDataAsOneReportOfZeros) {
     open();
     EXPECT_EQ(usb_device_write(nullptr, 0), 0);
-    EXPECT_EQ(reader().sent(), (std::vector<Bytes>{Bytes(64, 0)}));
+    EXPECT_THAT(usb.sent(), ElementsAre(padded_report({})));
 }
 
 TEST_F(IdCardWrite, StopsAtTheFirstReportThatFails) {
     open();
-    reader().failures_at[0] = pipe_error;
+    usb.fail_control(1, LIBUSB_ERROR_PIPE);
     Bytes data = filled(130, 0x01);
-    EXPECT_EQ(standard_output([&] { EXPECT_EQ(usb_device_write(data.data(), 130), pipe_error); }),
-              "set report failed \n");
-    EXPECT_EQ(reader().sent().size(), 1U);
+    EXPECT_EQ(
+        standard_output([&] { EXPECT_EQ(usb_device_write(data.data(), 130), LIBUSB_ERROR_PIPE); }),
+        "set report failed \n");
+    EXPECT_EQ(usb.sent().size(), 1U);
 }
 
 TEST_F(IdCardWrite, ReportsAFailureOfTheLastReport) {
     open();
-    reader().failures_at[2] = no_device;
+    usb.fail_control(3, LIBUSB_ERROR_NO_DEVICE);
     Bytes data = filled(130, 0x01);
-    EXPECT_EQ(standard_output([&] { EXPECT_EQ(usb_device_write(data.data(), 130), no_device); }),
+    EXPECT_EQ(standard_output(
+                  [&] { EXPECT_EQ(usb_device_write(data.data(), 130), LIBUSB_ERROR_NO_DEVICE); }),
               "set report failed \n");
-    EXPECT_EQ(reader().sent().size(), 3U);
+    EXPECT_EQ(usb.sent().size(), 3U);
 }
 
 TEST_F(IdCardWrite, WithoutAReaderNothingReachesLibusb) {
     Bytes data = filled(130, 0x01);
-    EXPECT_EQ(standard_output([&] { EXPECT_EQ(usb_device_write(data.data(), 130), no_device); }),
+    EXPECT_EQ(standard_output(
+                  [&] { EXPECT_EQ(usb_device_write(data.data(), 130), LIBUSB_ERROR_NO_DEVICE); }),
               "set report failed \n");
-    EXPECT_TRUE(reader().transfers.empty());
+    EXPECT_THAT(usb.transfers(), IsEmpty());
 }
 
 TEST_F(IdCardWrite, AfterTheCloseNothingReachesLibusb) {
     open();
     usb_device_close();
     Bytes data = filled(10, 0x01);
-    EXPECT_EQ(usb_device_write(data.data(), 10), no_device);
-    EXPECT_TRUE(reader().transfers.empty());
+    EXPECT_EQ(usb_device_write(data.data(), 10), LIBUSB_ERROR_NO_DEVICE);
+    EXPECT_THAT(usb.transfers(), IsEmpty());
 }
 
 TEST_F(IdCardWrite, RefusesDataThatIsNotThere) {
     open();
-    EXPECT_EQ(usb_device_write(nullptr, 1), invalid_parameter);
-    EXPECT_TRUE(reader().transfers.empty());
+    EXPECT_EQ(usb_device_write(nullptr, 1), LIBUSB_ERROR_INVALID_PARAM);
+    EXPECT_THAT(usb.transfers(), IsEmpty());
 }
 
 TEST_F(IdCardRead, TakesTheFirstReportThatIsNotAllZeros) {
     open();
     Bytes report(64, 0);
     report[63] = 0x01; // the very last byte is enough
-    reader().answer(report);
+    answer(report);
     Bytes buffer(64, 0xEE);
     unsigned long length = 0;
     EXPECT_EQ(usb_device_read(buffer.data(), &length, dump_recv_completed, 1), 0);
     EXPECT_EQ(length, 64U);
     EXPECT_EQ(buffer, report);
-    EXPECT_EQ(reader().transfers, std::vector{get_report()});
-    EXPECT_TRUE(reader().pauses_us.empty());
+    EXPECT_THAT(usb.log(), ElementsAre(kGetReport));
+    EXPECT_THAT(pauses_us(), IsEmpty());
 }
 
 TEST_F(IdCardRead, PollsWithADotAndATenMillisecondPauseWhileTheReaderWorks) {
     open();
-    reader().input_reports = {Bytes(64, 0), Bytes(64, 0)};
-    reader().answer(filled(64, 0x10));
+    answer(Bytes(128, 0));
+    answer(filled(64, 0x10));
     Bytes buffer(64);
     unsigned long length = 0;
     CaptureStderr();
     EXPECT_EQ(usb_device_read(buffer.data(), &length, dump_recv_completed, 10), 0);
     EXPECT_EQ(GetCapturedStderr(), "..");
     EXPECT_EQ(buffer, filled(64, 0x10));
-    EXPECT_EQ(reader().transfers, (std::vector{get_report(), get_report(), get_report()}));
-    EXPECT_EQ(reader().pauses_us, (std::vector<unsigned>{10'000, 10'000}));
+    EXPECT_THAT(usb.log(), ElementsAre(kGetReport, kGetReport, kGetReport));
+    EXPECT_THAT(pauses_us(), ElementsAre(10'000, 10'000));
 }
 
 TEST_F(IdCardRead, TakesTheAllZeroReportWhenTheTriesRunOut) {
@@ -242,7 +245,7 @@ TEST_F(IdCardRead, TakesTheAllZeroReportWhenTheTriesRunOut) {
     EXPECT_EQ(GetCapturedStderr(), "...");
     EXPECT_EQ(length, 64U);
     EXPECT_EQ(buffer, Bytes(64, 0));
-    EXPECT_EQ(reader().reports_asked_for(), 3U);
+    EXPECT_EQ(usb.reads(), 3);
 }
 
 TEST_F(IdCardRead, TriesFiveHundredTimesWhenNoNumberIsGiven) {
@@ -252,18 +255,18 @@ TEST_F(IdCardRead, TriesFiveHundredTimesWhenNoNumberIsGiven) {
     CaptureStderr();
     EXPECT_EQ(usb_device_read(buffer.data(), &length, dump_recv_completed, 0), 0);
     EXPECT_EQ(GetCapturedStderr(), std::string(500, '.'));
-    EXPECT_EQ(reader().reports_asked_for(), 500U);
+    EXPECT_EQ(usb.reads(), 500);
 }
 
 TEST_F(IdCardRead, ReportsAFailedPollOnALineOfItsOwn) {
     open();
-    reader().failures_at[1] = pipe_error;
+    usb.fail_control(2, LIBUSB_ERROR_PIPE);
     Bytes buffer(64, 0xEE);
     unsigned long length = 7;
     CaptureStderr();
     EXPECT_EQ(standard_output([&] {
                   EXPECT_EQ(usb_device_read(buffer.data(), &length, dump_recv_completed, 5),
-                            pipe_error);
+                            LIBUSB_ERROR_PIPE);
               }),
               "\nget report failed \n");
     EXPECT_EQ(GetCapturedStderr(), ".");
@@ -274,36 +277,36 @@ TEST_F(IdCardRead, ReportsAFailedPollOnALineOfItsOwn) {
 TEST_F(IdCardRead, CollectsReportsUntilTheReplyIsWhole) {
     open();
     const Bytes reply = filled(192, 0x01);
-    reader().answer(reply);
+    answer(reply);
     Bytes buffer(192, 0xEE);
     unsigned long length = 0;
     EXPECT_EQ(usb_device_read(buffer.data(), &length, completed_at_three_reports, 5), 0);
     EXPECT_EQ(length, 192U);
     EXPECT_EQ(buffer, reply);
-    EXPECT_EQ(reader().reports_asked_for(), 3U);
+    EXPECT_EQ(usb.reads(), 3);
 }
 
 TEST_F(IdCardRead, TakesFurtherReportsOfZerosAsData) {
     open();
     Bytes reply = filled(64, 0x01);
     reply.resize(192, 0);
-    reader().answer(reply);
+    answer(reply);
     Bytes buffer(192, 0xEE);
     unsigned long length = 0;
     EXPECT_EQ(usb_device_read(buffer.data(), &length, completed_at_three_reports, 5), 0);
     EXPECT_EQ(buffer, reply);
-    EXPECT_TRUE(reader().pauses_us.empty());
+    EXPECT_THAT(pauses_us(), IsEmpty());
 }
 
 TEST_F(IdCardRead, ReportsAFailureInsideTheReply) {
     open();
-    reader().answer(filled(192, 0x01));
-    reader().failures_at[2] = no_device;
+    answer(filled(192, 0x01));
+    usb.fail_control(3, LIBUSB_ERROR_NO_DEVICE);
     Bytes buffer(192);
     unsigned long length = 0;
     EXPECT_EQ(standard_output([&] {
                   EXPECT_EQ(usb_device_read(buffer.data(), &length, completed_at_three_reports, 5),
-                            no_device);
+                            LIBUSB_ERROR_NO_DEVICE);
               }),
               "get report failed \n");
     EXPECT_EQ(length, 128U);
@@ -311,7 +314,9 @@ TEST_F(IdCardRead, ReportsAFailureInsideTheReply) {
 
 TEST_F(IdCardRead, FillsUpShortReportsWithZeros) {
     open();
-    reader().input_reports = {{0x11, 0x22}, {0x33}, {}};
+    for (const Bytes& report : {Bytes{0x11, 0x22}, Bytes{0x33}, Bytes{}}) {
+        usb.answer_control(report);
+    }
     Bytes buffer(192, 0xEE);
     unsigned long length = 0;
     EXPECT_EQ(usb_device_read(buffer.data(), &length, completed_at_three_reports, 5), 0);
@@ -324,15 +329,16 @@ TEST_F(IdCardRead, FillsUpShortReportsWithZeros) {
 
 TEST_F(IdCardRead, GivesUpOnAReplyThatIsNeverWhole) {
     open();
-    reader().answer(Bytes{0x01});
+    answer(Bytes{0x01});
     Bytes buffer(qaven::idcard::reply_capacity); // to the byte: nothing may be written behind it
     unsigned long length = 0;
     EXPECT_EQ(standard_output([&] {
-                  EXPECT_EQ(usb_device_read(buffer.data(), &length, never_completed, 1), overflow);
+                  EXPECT_EQ(usb_device_read(buffer.data(), &length, never_completed, 1),
+                            LIBUSB_ERROR_OVERFLOW);
               }),
               "get report failed \n");
     EXPECT_EQ(length, 65'600U);
-    EXPECT_EQ(reader().reports_asked_for(), 1025U);
+    EXPECT_EQ(usb.reads(), 1025);
 }
 
 TEST_F(IdCardRead, WithoutAReaderNothingReachesLibusb) {
@@ -340,20 +346,22 @@ TEST_F(IdCardRead, WithoutAReaderNothingReachesLibusb) {
     unsigned long length = 0;
     EXPECT_EQ(standard_output([&] {
                   EXPECT_EQ(usb_device_read(buffer.data(), &length, dump_recv_completed, 1),
-                            no_device);
+                            LIBUSB_ERROR_NO_DEVICE);
               }),
               "\nget report failed \n");
-    EXPECT_TRUE(reader().transfers.empty());
+    EXPECT_THAT(usb.transfers(), IsEmpty());
 }
 
 TEST_F(IdCardRead, RefusesABufferLengthOrTestThatIsNotThere) {
     open();
     Bytes buffer(64);
     unsigned long length = 0;
-    EXPECT_EQ(usb_device_read(nullptr, &length, dump_recv_completed, 1), invalid_parameter);
-    EXPECT_EQ(usb_device_read(buffer.data(), nullptr, dump_recv_completed, 1), invalid_parameter);
-    EXPECT_EQ(usb_device_read(buffer.data(), &length, nullptr, 1), invalid_parameter);
-    EXPECT_TRUE(reader().transfers.empty());
+    EXPECT_EQ(usb_device_read(nullptr, &length, dump_recv_completed, 1),
+              LIBUSB_ERROR_INVALID_PARAM);
+    EXPECT_EQ(usb_device_read(buffer.data(), nullptr, dump_recv_completed, 1),
+              LIBUSB_ERROR_INVALID_PARAM);
+    EXPECT_EQ(usb_device_read(buffer.data(), &length, nullptr, 1), LIBUSB_ERROR_INVALID_PARAM);
+    EXPECT_THAT(usb.transfers(), IsEmpty());
 }
 
 TEST_F(IdCardRead, ADumpIsCompleteWithAnySingleReport) {

@@ -1,32 +1,53 @@
 // A fresh identity-card reader for every test, and the frames that travel.
 #pragma once
 
-#include "fake_hid_reader.h"
 #include "idcard/icc.h"
+#include "tests/support/fake_usb.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <string>
+#include <vector>
 
 namespace idcard_test {
 
-inline constexpr int no_device = -4; // LIBUSB_ERROR_NO_DEVICE
-inline constexpr int invalid_parameter = -2;
-inline constexpr int access_denied = -3;
-inline constexpr int busy = -6;
-inline constexpr int overflow = -8;
-inline constexpr int pipe_error = -9;
+using qaven::test::Bytes;
+using qaven::test::Call;
+using qaven::test::ControlTransfer;
+using qaven::test::FakeUsb;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// What the pauses of the utilities would have taken since the test began; they pass at once.
+std::vector<unsigned>& pauses_us();
 
 class IdCard : public testing::Test {
   protected:
-    void SetUp() override { reader() = {}; }
+    void SetUp() override {
+        pauses_us().clear();
+        usb.plug(qaven::test::identity_card_reader());
+    }
     void TearDown() override { usb_device_close(); }
 
-    static void open() {
+    void open() {
         ASSERT_EQ(usb_device_open(), 0);
-        reader().calls.clear();
+        usb.clear_log();
     }
+
+    // The reader replies in reports; the last of them is as short as it comes out.
+    void answer(const Bytes& reply) {
+        for (std::size_t at = 0; at < reply.size(); at += qaven::idcard::report_size) {
+            const auto first = reply.begin() + static_cast<std::ptrdiff_t>(at);
+            const std::size_t count =
+                std::min<std::size_t>(qaven::idcard::report_size, reply.size() - at);
+            usb.answer_control({first, first + static_cast<std::ptrdiff_t>(count)});
+        }
+    }
+
+    FakeUsb usb;
 };
 
 // What a call puts on standard output.
@@ -66,9 +87,10 @@ inline Bytes samv_reply(unsigned char sw3, const Bytes& data) {
     return frame;
 }
 
-inline Bytes padded_report(Bytes bytes) {
+// A report as it travels, in hexadecimal.
+inline std::string padded_report(Bytes bytes) {
     bytes.resize(qaven::idcard::report_size, 0);
-    return bytes;
+    return qaven::test::hex(bytes);
 }
 
 } // namespace idcard_test

@@ -51,20 +51,22 @@ std::string dump_of(const Bytes& bytes) {
 }
 
 TEST_F(Samv, CommandsGoOutAsTenByteFrames) {
-    reader().failures_at = {{1, pipe_error}, {3, pipe_error}, {5, pipe_error}};
+    for (const int read : {2, 4, 6}) {
+        usb.fail_control(read, LIBUSB_ERROR_PIPE);
+    }
     command(0x20, 0x01);
     command(0x20, 0x02);
     command(0x30, 0x01);
-    EXPECT_EQ(
-        reader().sent(),
-        (std::vector<Bytes>{
-            padded_report({0xAA, 0xAA, 0xAA, 0x96, 0x69, 0x00, 0x03, 0x20, 0x01, 0x22}), // find
-            padded_report({0xAA, 0xAA, 0xAA, 0x96, 0x69, 0x00, 0x03, 0x20, 0x02, 0x21}), // select
-            padded_report({0xAA, 0xAA, 0xAA, 0x96, 0x69, 0x00, 0x03, 0x30, 0x01, 0x32})})); // read
+    EXPECT_THAT(
+        usb.sent(),
+        ElementsAre(
+            padded_report({0xAA, 0xAA, 0xAA, 0x96, 0x69, 0x00, 0x03, 0x20, 0x01, 0x22}),   // find
+            padded_report({0xAA, 0xAA, 0xAA, 0x96, 0x69, 0x00, 0x03, 0x20, 0x02, 0x21}),   // select
+            padded_report({0xAA, 0xAA, 0xAA, 0x96, 0x69, 0x00, 0x03, 0x30, 0x01, 0x32}))); // read
 }
 
 TEST_F(Samv, Sw3OfNinetyIsSuccess) {
-    reader().answer(samv_reply(0x90, {0xD1, 0xD2, 0xD3}));
+    answer(samv_reply(0x90, {0xD1, 0xD2, 0xD3}));
     EXPECT_EQ(command(0x20, 0x02), 0);
     EXPECT_EQ(out_length_, 3U);
     // 00 07 00 00 90 D1 D2 D3 add up to 47
@@ -72,14 +74,14 @@ TEST_F(Samv, Sw3OfNinetyIsSuccess) {
 }
 
 TEST_F(Samv, Sw3OfNineFIsSuccess) {
-    reader().answer(samv_reply(0x9F, {0x00, 0x00, 0x00, 0x00}));
+    answer(samv_reply(0x9F, {0x00, 0x00, 0x00, 0x00}));
     EXPECT_EQ(command(0x20, 0x01), 0);
     EXPECT_EQ(out_length_, 4U);
     EXPECT_EQ(out(6), (Bytes{0x00, 0x00, 0x00, 0x00, 0x97, untouched}));
 }
 
 TEST_F(Samv, ShowsCommandAndReplyOnTheConsole) {
-    reader().answer(samv_reply(0x9F, {0x00, 0x00, 0x00, 0x00}));
+    answer(samv_reply(0x9F, {0x00, 0x00, 0x00, 0x00}));
     command(0x20, 0x01);
     EXPECT_EQ(console_, "tx:\n"
                         "AA AA AA 96 69 00 03 20 01 22 \n"
@@ -88,7 +90,7 @@ TEST_F(Samv, ShowsCommandAndReplyOnTheConsole) {
 }
 
 TEST_F(Samv, AReplyWithoutDataHasOnlyItsChecksum) {
-    reader().answer(samv_reply(0x90, {}));
+    answer(samv_reply(0x90, {}));
     EXPECT_EQ(command(0x20, 0x02), 0);
     EXPECT_EQ(out_length_, 0U);
     EXPECT_EQ(out(2), (Bytes{0x94, untouched}));
@@ -99,9 +101,9 @@ TEST_F(Samv, BaseInformationOf1295BytesTakesTwentyOneReports) {
     const Bytes reply = samv_reply(0x90, data);
     ASSERT_EQ(reply.size(), 1295U);
     ASSERT_EQ(reply[5] * 256 + reply[6], 1288);
-    reader().answer(reply);
+    answer(reply);
     EXPECT_EQ(command(0x30, 0x01), 0);
-    EXPECT_EQ(reader().reports_asked_for(), 21U);
+    EXPECT_EQ(usb.reads(), 21);
     EXPECT_EQ(out_length_, 1284U);
     EXPECT_EQ(out(1284), data);
     EXPECT_EQ(out_[1284], reply.back());
@@ -110,7 +112,7 @@ TEST_F(Samv, BaseInformationOf1295BytesTakesTwentyOneReports) {
 }
 
 TEST_F(Samv, ARefusalIsShownWithItsSw3) {
-    reader().answer(samv_reply(0x80, {})); // no card on the reader
+    answer(samv_reply(0x80, {})); // no card on the reader
     EXPECT_EQ(command(0x20, 0x01), -2);
     EXPECT_EQ(console_,
               std::string(find_card_sent) + "\033[0;31mCommand failed, SW3 = 0x80\n\033[0m");
@@ -123,15 +125,14 @@ TEST_F(Samv, AReaderThatNeverAnswersIsARefusalAfterAThousandPolls) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string(1000, '.'));
     EXPECT_EQ(console_,
               std::string(find_card_sent) + "\033[0;31mCommand failed, SW3 = 0x00\n\033[0m");
-    EXPECT_EQ(reader().reports_asked_for(), 1000U);
-    EXPECT_EQ(std::accumulate(reader().pauses_us.begin(), reader().pauses_us.end(), 0U),
-              10'000'000U);
+    EXPECT_EQ(usb.reads(), 1000);
+    EXPECT_EQ(std::accumulate(pauses_us().begin(), pauses_us().end(), 0U), 10'000'000U);
     EXPECT_TRUE(nothing_was_handed_out());
 }
 
 TEST_F(Samv, ALengthThatHasNoRoomForTheChecksumIsATransportFailure) {
     for (unsigned char length = 0; length < 4; ++length) {
-        reader().answer({0xAA, 0xAA, 0xAA, 0x96, 0x69, 0x00, length, 0x00, 0x00, 0x90});
+        answer({0xAA, 0xAA, 0xAA, 0x96, 0x69, 0x00, length, 0x00, 0x00, 0x90});
         EXPECT_EQ(command(0x20, 0x01), -1);
         EXPECT_EQ(console_, find_card_sent);
         EXPECT_TRUE(nothing_was_handed_out());
@@ -139,7 +140,7 @@ TEST_F(Samv, ALengthThatHasNoRoomForTheChecksumIsATransportFailure) {
 }
 
 TEST_F(Samv, ARefusalIsJudgedBeforeTheLength) {
-    reader().answer({0xAA, 0xAA, 0xAA, 0x96, 0x69, 0x00, 0x00, 0x00, 0x00, 0x41});
+    answer({0xAA, 0xAA, 0xAA, 0x96, 0x69, 0x00, 0x00, 0x00, 0x00, 0x41});
     EXPECT_EQ(command(0x30, 0x01), -2);
 }
 
@@ -148,9 +149,9 @@ TEST_F(Samv, TheLongestReplyIsTakenWhole) {
     const Bytes reply = samv_reply(0x90, data);
     ASSERT_EQ(reply.size(), 65'542U);
     ASSERT_EQ(reply[5] * 256 + reply[6], 65'535);
-    reader().answer(reply);
+    answer(reply);
     EXPECT_EQ(command(0x30, 0x01), 0);
-    EXPECT_EQ(reader().reports_asked_for(), 1025U);
+    EXPECT_EQ(usb.reads(), 1025);
     EXPECT_EQ(out_length_, 65'531U);
     EXPECT_EQ(out(65'531), data);
     EXPECT_EQ(out_[65'531], reply.back());
@@ -158,31 +159,31 @@ TEST_F(Samv, TheLongestReplyIsTakenWhole) {
 }
 
 TEST_F(Samv, AReplyThatAnnouncesMoreThanItSendsEndsInZeros) {
-    reader().answer({0xAA, 0xAA, 0xAA, 0x96, 0x69, 0xFF, 0xFF, 0x00, 0x00, 0x90, 0xD1});
+    answer({0xAA, 0xAA, 0xAA, 0x96, 0x69, 0xFF, 0xFF, 0x00, 0x00, 0x90, 0xD1});
     EXPECT_EQ(command(0x30, 0x01), 0);
-    EXPECT_EQ(reader().reports_asked_for(), 1025U);
+    EXPECT_EQ(usb.reads(), 1025);
     EXPECT_EQ(out_length_, 65'531U);
     EXPECT_EQ(out(3), (Bytes{0xD1, 0x00, 0x00}));
 }
 
 TEST_F(Samv, ACommandThatCannotBeSentIsATransportFailure) {
-    reader().failures_at[0] = pipe_error;
+    usb.fail_control(1, LIBUSB_ERROR_PIPE);
     EXPECT_EQ(command(0x20, 0x01), -1);
     EXPECT_EQ(console_, "set report failed \n");
-    EXPECT_EQ(reader().reports_asked_for(), 0U);
+    EXPECT_EQ(usb.reads(), 0);
     EXPECT_TRUE(nothing_was_handed_out());
 }
 
 TEST_F(Samv, AReplyThatCannotBeReadIsATransportFailure) {
-    reader().failures_at[1] = no_device;
+    usb.fail_control(2, LIBUSB_ERROR_NO_DEVICE);
     EXPECT_EQ(command(0x20, 0x01), -1);
     EXPECT_EQ(console_, std::string(find_card_sent) + "\nget report failed \n");
     EXPECT_TRUE(nothing_was_handed_out());
 }
 
 TEST_F(Samv, AReplyThatBreaksOffIsATransportFailure) {
-    reader().answer(samv_reply(0x90, filled(1284, 0x01)));
-    reader().failures_at[5] = pipe_error;
+    answer(samv_reply(0x90, filled(1284, 0x01)));
+    usb.fail_control(6, LIBUSB_ERROR_PIPE);
     EXPECT_EQ(command(0x30, 0x01), -1);
     EXPECT_EQ(console_, "tx:\nAA AA AA 96 69 00 03 30 01 32 \nget report failed \n");
     EXPECT_TRUE(nothing_was_handed_out());
@@ -191,18 +192,18 @@ TEST_F(Samv, AReplyThatBreaksOffIsATransportFailure) {
 TEST_F(Samv, WithoutAReaderACommandIsATransportFailure) {
     usb_device_close();
     EXPECT_EQ(command(0x20, 0x01), -1);
-    EXPECT_TRUE(reader().transfers.empty());
+    EXPECT_THAT(usb.transfers(), IsEmpty());
 }
 
 TEST_F(Samv, WithoutAPlaceForTheAnswerNothingIsSent) {
     EXPECT_EQ(samv_cmd(0x20, 0x01, nullptr, &out_length_), -1);
     EXPECT_EQ(samv_cmd(0x20, 0x01, out_.data(), nullptr), -1);
-    EXPECT_TRUE(reader().transfers.empty());
+    EXPECT_THAT(usb.transfers(), IsEmpty());
 }
 
 TEST_F(Samv, TheConsoleStaysSilentForToolsThatAskForIt) {
-    reader().answer(samv_reply(0x9F, {}));
-    reader().answer(samv_reply(0x80, {}));
+    answer(samv_reply(0x9F, {}));
+    answer(samv_reply(0x80, {}));
     setenv("QAVEN_DIAGNOSTICS", "off", 1);
     EXPECT_EQ(command(0x20, 0x01), 0);
     EXPECT_EQ(console_, "");

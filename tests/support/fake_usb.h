@@ -76,9 +76,6 @@ class FakeUsb final : public LibusbStandIn {
     // The nth control transfer from here on, in either direction, fails with the code.
     void fail_control(int nth, int code);
 
-    // A device that answers control transfers itself; no answer is a stall.
-    std::function<std::optional<Bytes>(const ControlTransfer& transfer)> on_control;
-
     // Called for every OUT packet that arrived or failed, every claimed interface, every closed
     // handle.
     std::function<void(std::span<const std::uint8_t> packet)> on_packet;
