@@ -3,8 +3,7 @@
 
 #include "qaven/qaven.h"
 #include "support/hex.h"
-
-#include <libusb.h>
+#include "tests/support/libusb_stand_in.h"
 
 #include <algorithm>
 #include <array>
@@ -18,6 +17,20 @@ namespace qaven::bench {
 namespace {
 
 using Bytes = std::vector<unsigned char>;
+
+class SoundBus final : public test::LibusbStandIn {
+  public:
+    SoundBus() { plug(test::ccid_reader()); }
+
+  private:
+    int bulk_transfer(test::Transfer& transfer) override {
+        transfer.moved = transfer.data.size();
+        return 0;
+    }
+    int control_transfer(test::ControlTransfer& transfer) override {
+        return bulk_transfer(transfer);
+    }
+};
 
 struct Inserted {
     std::size_t records = 0;
@@ -72,6 +85,7 @@ int ask(int (*entry_point)(const char*, char*, char*, int, int), const char* req
 } // namespace
 
 QuickCard::QuickCard(std::size_t records, std::size_t log_entries) {
+    static SoundBus bus;
     inserted = {records, log_entries};
     setenv("QAVEN_DIAGNOSTICS", "off", 1);
 }
@@ -107,72 +121,6 @@ int __wrap__Z13Qm_Icc_EXApduPhiS_Pii(unsigned char* command, int /*length*/, uns
     end[1] = 0x00;
     *out_length = static_cast<int>(bytes.size()) + 2;
     return 0;
-}
-
-int libusb_init(libusb_context** /*context*/) {
-    return 0;
-}
-
-void libusb_exit(libusb_context* /*context*/) {}
-
-ssize_t libusb_get_device_list(libusb_context* /*context*/, libusb_device*** list) {
-    *list = nullptr;
-    return 0;
-}
-
-void libusb_free_device_list(libusb_device** /*list*/, int /*unref*/) {}
-
-int libusb_get_device_descriptor(libusb_device* /*device*/,
-                                 libusb_device_descriptor* /*descriptor*/) {
-    return LIBUSB_ERROR_NOT_FOUND;
-}
-
-int libusb_get_config_descriptor(libusb_device* /*device*/, uint8_t /*index*/,
-                                 libusb_config_descriptor** /*configuration*/) {
-    return LIBUSB_ERROR_NOT_FOUND;
-}
-
-void libusb_free_config_descriptor(libusb_config_descriptor* /*configuration*/) {}
-
-libusb_device_handle* libusb_open_device_with_vid_pid(libusb_context* /*context*/,
-                                                      uint16_t /*vendor*/, uint16_t /*product*/) {
-    static int opened;
-    return reinterpret_cast<libusb_device_handle*>(&opened);
-}
-
-void libusb_close(libusb_device_handle* /*handle*/) {}
-
-int libusb_kernel_driver_active(libusb_device_handle* /*handle*/, int /*interface*/) {
-    return 0;
-}
-
-int libusb_detach_kernel_driver(libusb_device_handle* /*handle*/, int /*interface*/) {
-    return 0;
-}
-
-int libusb_claim_interface(libusb_device_handle* /*handle*/, int /*interface*/) {
-    return 0;
-}
-
-int libusb_release_interface(libusb_device_handle* /*handle*/, int /*interface*/) {
-    return 0;
-}
-
-int libusb_reset_device(libusb_device_handle* /*handle*/) {
-    return 0;
-}
-
-int libusb_bulk_transfer(libusb_device_handle* /*handle*/, unsigned char /*endpoint*/,
-                         unsigned char* /*data*/, int length, int* transferred,
-                         unsigned int /*timeout*/) {
-    *transferred = length;
-    return 0;
-}
-
-int libusb_control_transfer(libusb_device_handle* /*handle*/, uint8_t /*type*/, uint8_t /*request*/,
-                            uint16_t /*value*/, uint16_t /*index*/, unsigned char* /*data*/,
-                            uint16_t length, unsigned int /*timeout*/) {
-    return length;
 }
 
 } // extern "C"
