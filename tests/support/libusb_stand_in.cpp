@@ -213,13 +213,12 @@ void LibusbStandIn::unplug() {
 }
 
 LibusbStandIn::Holdings LibusbStandIn::held() const {
-    Holdings holdings{
-        .starts = state_->starts, .lists = state_->lists, .configurations = state_->configurations};
+    Holdings holdings{.starts = state_->starts,
+                      .handles = state_->handles.size(),
+                      .lists = state_->lists,
+                      .configurations = state_->configurations};
     for (const auto& handle : state_->handles) {
-        if (handle->open) {
-            ++holdings.handles;
-            holdings.claims += handle->claimed.size();
-        }
+        holdings.claims += handle->claimed.size();
     }
     return holdings;
 }
