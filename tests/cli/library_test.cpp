@@ -1,9 +1,9 @@
 // The library's operations without a reader, and their answers as JSON.
-#include "library.h"
+#include "tools/qaven/library.h"
 
 #include "../temporary_folder.h"
-#include "exit_status.h"
 #include "qaven/qaven.h"
+#include "tools/qaven/cli/exit_status.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,12 +17,14 @@
 
 namespace {
 
+using namespace qaven::cli;
+
 namespace fs = std::filesystem;
 
 using testing::IsEmpty;
 
-tool::Options options(const std::vector<std::string_view>& words) {
-    return tool::read_options({"fly", "", "", {tool::kTrace}, ""}, words).value();
+Options options(const std::vector<std::string_view>& words) {
+    return read_options({"fly", "", "", {kTrace}, ""}, words).value();
 }
 
 using EntryPoint = int (*)(const char*, char*, char*, int, int);
@@ -53,14 +55,14 @@ class Operations : public testing::Test {
 };
 
 TEST_F(Operations, GiveTheCodesThatTheLibraryGivesToItsTraceOnly) {
-    const tool::Library library(options({}));
+    const Library library(options({}));
     EXPECT_EQ(library.card_information("|A", "A000000333").code, QAVEN_NO_APPLICATION);
     EXPECT_EQ(library.arqc("", "A000000333").code, QAVEN_NO_APPLICATION);
     EXPECT_EQ(library.issuer_answer("", "", "", true).code, QAVEN_BAD_RESPONSE);
 }
 
 TEST_F(Operations, AnswerInTheLibrarysOwnJson) {
-    const tool::Library library(options({}));
+    const Library library(options({}));
     EXPECT_EQ(library.arqc("", "A000000333").json(),
               printed(QAVEN_genARQC, R"({"aryInput":"","AIDList":"A000000333"})"));
     EXPECT_EQ(
@@ -71,7 +73,7 @@ TEST_F(Operations, AnswerInTheLibrarysOwnJson) {
 }
 
 TEST_F(Operations, LeaveNoTrace) {
-    const tool::Library library(options({}));
+    const Library library(options({}));
     library.transaction_log("A000000333");
     EXPECT_THAT(files(), IsEmpty());
     EXPECT_EQ(fs::current_path(), folder_.path());
@@ -79,7 +81,7 @@ TEST_F(Operations, LeaveNoTrace) {
 
 TEST_F(Operations, LeaveATraceForTheUserAloneWhereItIsAskedFor) {
     fs::create_directory("here");
-    const tool::Library library(options({"--trace", "here"}));
+    const Library library(options({"--trace", "here"}));
     library.transaction_log("A000000333");
     EXPECT_THAT(files(), testing::ElementsAre("here"));
     EXPECT_GT(fs::file_size("here/Qm_ic.log"), 0U);
@@ -94,12 +96,12 @@ TEST_F(Operations, DoNotBeginWithoutTheTraceThatIsAskedFor) {
     fs::create_symlink("../elsewhere", "linked/Qm_ic.log");
     fs::create_directories("folder/Qm_ic.log");
     for (const char* const place : {"nowhere", "elsewhere", "linked", "folder"}) {
-        EXPECT_THROW(tool::Library(options({"--trace", place})), tool::Failure) << place;
+        EXPECT_THROW(Library(options({"--trace", place})), Failure) << place;
     }
 }
 
 TEST(Json, KeepsEveryByte) {
-    const tool::Answer answer{0, {{"text", "\x02j\xCA\xBE\xFF\x7F\"\\\n"}, {"other", ""}}};
+    const Answer answer{0, {{"text", "\x02j\xCA\xBE\xFF\x7F\"\\\n"}, {"other", ""}}};
     EXPECT_EQ(answer.json(), "{\n\t\"text\":\t\"\\u0002j\xCA\xBE\xFF\x7F\\\"\\\\\\n\","
                              "\n\t\"other\":\t\"\"\n}");
     EXPECT_EQ(answer.text("none"), "");

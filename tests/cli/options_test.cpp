@@ -1,14 +1,16 @@
 // A verb's command line.
-#include "exit_status.h"
-#include "options.h"
+#include "tools/qaven/cli/exit_status.h"
+#include "tools/qaven/cli/options.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
+using namespace qaven::cli;
+
 using Words = std::vector<std::string_view>;
 
-tool::Syntax syntax() {
+Syntax syntax() {
     return {"fly",
             "[OPTIONS]",
             "Flies.",
@@ -16,8 +18,8 @@ tool::Syntax syntax() {
             ""};
 }
 
-tool::Options read(const Words& words) {
-    return tool::read_options(syntax(), words).value();
+Options read(const Words& words) {
+    return read_options(syntax(), words).value();
 }
 
 TEST(Options, TakeTheirValueFromTheNextWordOrBehindAnEqualsSign) {
@@ -28,14 +30,14 @@ TEST(Options, TakeTheirValueFromTheNextWordOrBehindAnEqualsSign) {
 }
 
 TEST(Options, ThatComeAgainAreAllThereTheLastOneFirst) {
-    const tool::Options options = read({"--to", "Rome", "--fast", "--to", "Oslo"});
+    const Options options = read({"--to", "Rome", "--fast", "--to", "Oslo"});
     EXPECT_EQ(options.value("--to"), "Oslo");
     EXPECT_EQ(options.all("--to"), (std::vector<std::string>{"Rome", "Oslo"}));
     EXPECT_TRUE(options.has("--fast"));
 }
 
 TEST(Options, ThatAreNotGivenHaveNoValue) {
-    const tool::Options options = read({});
+    const Options options = read({});
     EXPECT_FALSE(options.has("--fast"));
     EXPECT_FALSE(options.value("--to").has_value());
     EXPECT_EQ(options.value_or("--to", "home"), "home");
@@ -45,13 +47,13 @@ TEST(Options, ThatAreNotGivenHaveNoValue) {
 TEST(Options, AreRefusedWhenTheVerbDoesNotTakeThem) {
     for (const Words& words : {Words{"--high"}, Words{"Rome"}, Words{"--to"}, Words{"--fast=yes"},
                                Words{"--"}, Words{"-"}}) {
-        EXPECT_THROW(read(words), tool::UsageError) << words.front();
+        EXPECT_THROW(read(words), UsageError) << words.front();
     }
 }
 
 TEST(Options, AreNotReadWhenHelpIsAskedFor) {
     testing::internal::CaptureStdout();
-    EXPECT_FALSE(tool::read_options(syntax(), Words{"--high", "--help"}).has_value());
+    EXPECT_FALSE(read_options(syntax(), Words{"--high", "--help"}).has_value());
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "usage: qaven fly [OPTIONS]\n\nFlies.\n\n"
                                                       "  --to PLACE            where to\n"
                                                       "  --fast                at once\n"

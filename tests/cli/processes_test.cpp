@@ -1,5 +1,5 @@
 // Finding the program that holds a reader's node; any open file will do.
-#include "processes.h"
+#include "tools/qaven/processes.h"
 
 #include "../temporary_folder.h"
 
@@ -15,6 +15,8 @@
 
 namespace {
 
+using namespace qaven::cli;
+
 class Processes : public testing::Test {
   protected:
     void SetUp() override {
@@ -29,7 +31,7 @@ class Processes : public testing::Test {
 };
 
 TEST_F(Processes, DoNotIncludeThisOne) {
-    EXPECT_TRUE(tool::programs_at(file_).empty());
+    EXPECT_TRUE(programs_at(file_).empty());
 }
 
 TEST_F(Processes, AreNamedWhenTheyHaveTheFileOpen) {
@@ -40,12 +42,12 @@ TEST_F(Processes, AreNamedWhenTheyHaveTheFileOpen) {
             pause();
         }
     }
-    const std::vector<std::string> found = tool::programs_at(file_);
+    const std::vector<std::string> found = programs_at(file_);
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
     ASSERT_EQ(found.size(), 1U);
     EXPECT_EQ(found[0].substr(found[0].find(" (")), " (process " + std::to_string(child) + ")");
-    EXPECT_TRUE(tool::programs_at(file_).empty());
+    EXPECT_TRUE(programs_at(file_).empty());
 }
 
 } // namespace

@@ -15,10 +15,12 @@
 #include <fstream>
 #include <iterator>
 
-using namespace tool::test;
+using namespace qaven::cli::test;
 using testing::HasSubstr;
 
 namespace {
+
+using namespace qaven::emv;
 
 // The dialogue of a transaction, an authentication and a script that are wrong included: wrong ones
 // are the same in every run.
@@ -55,7 +57,7 @@ class CardDialogue : public testing::Test {
             qaven::virtual_card::make_card(std::string(QAVEN_PROFILES) + "/debit.json");
         dump("ATR", card->power_on());
         for (const char* const digits : kDialogue) {
-            const auto command = tool::from_hex(digits).bytes;
+            const auto command = from_hex(digits).bytes;
             dump("to the card", command);
             dump("from the card", card->transmit(command));
         }

@@ -12,7 +12,7 @@
 #include <fstream>
 #include <thread>
 
-using namespace tool::test;
+using namespace qaven::cli::test;
 using testing::HasSubstr;
 
 namespace {

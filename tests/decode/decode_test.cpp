@@ -6,12 +6,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-using namespace tool::test;
+using namespace qaven::cli::test;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 
 namespace {
+
+using namespace qaven::emv;
 
 class Decode : public testing::TestWithParam<Sample> {};
 
@@ -110,7 +112,7 @@ TEST(DecodedObject, HasTheSizeAndTheDayThatItsFormHas) {
         EXPECT_THAT(decoded(text), HasSubstr("! ")) << text;
     }
     EXPECT_THAT(decoded("0008006000FF", "tvr"), HasSubstr("! has 6 bytes instead of 5"));
-    EXPECT_THAT(decoded("E8", "tsi"), HasSubstr("! has 1 bytes instead of 2"));
+    EXPECT_THAT(decoded("E8", "tsi"), HasSubstr("! has 1 byte instead of 2"));
     EXPECT_THAT(decoded("03A0000000", "cvr"), HasSubstr("! card verification results have"));
     EXPECT_THAT(decoded("5F2403300230"), HasSubstr("! the calendar has no such day"));
     EXPECT_THAT(decoded("5F2403280229"), Not(HasSubstr("!")));

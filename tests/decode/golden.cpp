@@ -9,7 +9,7 @@
 #include <sstream>
 #include <vector>
 
-namespace tool::test {
+namespace qaven::cli::test {
 
 namespace {
 
@@ -38,4 +38,4 @@ void expect_committed(const std::string& name, const std::string& text) {
     EXPECT_EQ(text == expected, true) << name;
 }
 
-} // namespace tool::test
+} // namespace qaven::cli::test

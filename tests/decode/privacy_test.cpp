@@ -1,5 +1,7 @@
 // Card numbers do not leave a machine with what is printed here.
-#include "decode/privacy.h"
+#include "tools/emv/privacy.h"
+
+#include "tools/emv/gbk.h"
 
 #include "samples.h"
 
@@ -8,11 +10,12 @@
 
 #include <array>
 
-using namespace tool::test;
+using namespace qaven::cli::test;
 using testing::HasSubstr;
-using tool::Privacy;
 
 namespace {
+
+using namespace qaven::emv;
 
 // Shorter runs of digits could be anything.
 constexpr std::size_t kTelling = 13;
@@ -49,11 +52,16 @@ TEST(UnmaskedOutput, IsThereForThoseWhoAskForIt) {
     EXPECT_TRUE(shows(decoded("5A0A6228000100001234565F", "", true), kAccountNumber));
 }
 
-TEST(MaskedNumber, KeepsSixAndFourDigits) {
+TEST(MaskedNumber, KeepsSixAndFourCharacters) {
     Privacy privacy(false);
     EXPECT_EQ(privacy.number("6228000200006545"), "622800******6545");
+    EXPECT_EQ(privacy.number("62280012345"), "622800*2345");
     EXPECT_EQ(privacy.number("6228000200"), "**********");
+    EXPECT_EQ(privacy.number(""), "");
     EXPECT_EQ(Privacy(true).number("6228000200006545"), "6228000200006545");
+    // The number of a military officer's card begins with Chinese characters.
+    EXPECT_EQ(readable(privacy.number(to_gbk("军字第123456789号").value())), "军字第123***789号");
+    EXPECT_EQ(readable(privacy.number(to_gbk("军字第1234567").value())), "**********");
 }
 
 TEST(MaskedNumber, StaysMaskedWhereverItTurnsUp) {

@@ -10,7 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace tool::test {
+namespace qaven::cli::test {
 
 namespace {
 
@@ -30,7 +30,7 @@ int file_with(const std::string& content) {
 } // namespace
 
 Program::Program(const std::vector<std::string>& arguments, const std::string& input) {
-    std::vector<std::string> texts{QAVEN_DECODE};
+    std::vector<std::string> texts{QAVEN_COMMAND};
     texts.insert(texts.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     argv.reserve(texts.size() + 1);
@@ -119,4 +119,4 @@ Ending run(const std::vector<std::string>& arguments, const std::string& input) 
     return Program(arguments, input).end();
 }
 
-} // namespace tool::test
+} // namespace qaven::cli::test

@@ -6,7 +6,7 @@
 #include <sys/types.h>
 #include <vector>
 
-namespace tool::test {
+namespace qaven::cli::test {
 
 struct Ending {
     int status; // exit status, or -1 for one that a signal ended
@@ -45,4 +45,4 @@ class Program {
     std::string output_;
 };
 
-} // namespace tool::test
+} // namespace qaven::cli::test

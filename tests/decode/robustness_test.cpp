@@ -1,8 +1,8 @@
 // Values that are cut off, and values in which something is different.
 #include "samples.h"
 
-#include "decode/forms.h"
 #include "tools/emv/hex.h"
+#include "tools/qaven/decode/forms.h"
 
 #include <gtest/gtest.h>
 
@@ -11,12 +11,12 @@
 #include <cstdint>
 #include <cstdlib>
 
-using namespace tool::test;
-using tool::all_forms;
-using tool::bytes_of;
-using tool::hex;
+using namespace qaven::cli::test;
 
 namespace {
+
+using namespace qaven::cli;
+using namespace qaven::emv;
 
 // A number with a wrong digit in it is no account number any more, but a telling part of one.
 // Shorter runs of digits could be anything.

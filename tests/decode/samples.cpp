@@ -1,10 +1,10 @@
 // Values as cards, issuers and the library gave them.
 #include "samples.h"
 
-#include "decode/decode.h"
-#include "decode/trace_printer.h"
-#include "decode/trace_reader.h"
 #include "tools/emv/hex.h"
+#include "tools/qaven/decode/decode.h"
+#include "tools/qaven/decode/trace_printer.h"
+#include "tools/qaven/decode/trace_reader.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -12,7 +12,9 @@
 #include <iterator>
 #include <stdexcept>
 
-namespace tool::test {
+namespace qaven::cli::test {
+
+using namespace emv;
 
 namespace {
 
@@ -85,4 +87,4 @@ bool shows(const std::string& text, const std::string& number, std::size_t too_m
     return false;
 }
 
-} // namespace tool::test
+} // namespace qaven::cli::test

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace tool::test {
+namespace qaven::cli::test {
 
 // The cardholder of the shipped debit card.
 constexpr const char* kAccountNumber = "6228000100001234565";
@@ -37,4 +37,4 @@ std::string traced(const std::string& log, bool show_pan = false);
 // as hex of the characters, with blanks and line ends between.
 bool shows(const std::string& text, const std::string& number, std::size_t too_many = 9);
 
-} // namespace tool::test
+} // namespace qaven::cli::test

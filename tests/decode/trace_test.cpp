@@ -2,9 +2,9 @@
 #include "golden.h"
 #include "samples.h"
 
-#include "decode/trace_reader.h"
 #include "support/qmlog.h"
 #include "tools/emv/hex.h"
+#include "tools/qaven/decode/trace_reader.h"
 
 #include "../temporary_folder.h"
 
@@ -15,10 +15,13 @@
 #include <fstream>
 #include <iterator>
 
-using namespace tool::test;
+using namespace qaven::cli::test;
 using testing::HasSubstr;
 
 namespace {
+
+using namespace qaven::cli;
+using namespace qaven::emv;
 
 TEST(Trace, OfAWholeTransactionIsTheCommittedOne) {
     expect_committed("transaction-trace", traced(sample_file("transaction.trace")));
@@ -34,10 +37,10 @@ TEST(Trace, ReadsTheSameWithoutCarriageReturns) {
 TEST(Trace, ReadsTheSameInPiecesOfAnySize) {
     const std::string log = sample_file("transaction.trace");
     for (const std::size_t size : {1U, 7U, 1000U}) {
-        tool::TraceReader whole;
+        TraceReader whole;
         whole.feed(log);
         whole.finish();
-        tool::TraceReader pieces;
+        TraceReader pieces;
         std::vector<std::string> texts;
         for (std::size_t at = 0; at < log.size(); at += size) {
             pieces.feed(std::string_view(log).substr(at, size));
@@ -78,7 +81,8 @@ TEST(Trace, OfNoLogAndOfAnEmptyOneGoesOnWithTheNextLine) {
 }
 
 TEST(Trace, SaysWhatAResultMeans) {
-    EXPECT_THAT(traced("iRet:-203\n\r\n"), HasSubstr("-203: the card did not return the cryptogram"));
+    EXPECT_THAT(traced("iRet:-203\n\r\n"),
+                HasSubstr("-203: the card did not return the cryptogram"));
     EXPECT_THAT(traced("iRet:27266\n\r\n"),
                 HasSubstr("27266: the card answered 6A82 the file or application is not found"));
     EXPECT_THAT(traced("iRet:-99\n\r\n"), HasSubstr("-99: unknown result"));
@@ -127,13 +131,13 @@ TEST_F(TraceOfAHost, HasDumpsOfAnyLengthPutTogetherAgain) {
         dump("sent", std::vector<unsigned char>(size, 0x77));
         WriteKsTitleLog("done", "1");
     }
-    tool::TraceReader reader;
+    TraceReader reader;
     reader.feed(log());
     reader.finish();
     for (const std::size_t size : {0U, 1U, 31U, 32U, 33U, 64U, 65U, 300U}) {
         const auto dumped = reader.next();
         ASSERT_TRUE(dumped);
-        EXPECT_EQ(dumped->kind, tool::TraceEntry::Kind::kDump) << size;
+        EXPECT_EQ(dumped->kind, TraceEntry::Kind::kDump) << size;
         EXPECT_EQ(dumped->text, "sent");
         EXPECT_EQ(dumped->bytes, std::vector<unsigned char>(size, 0x77));
         const auto line = reader.next();
@@ -149,7 +153,7 @@ TEST_F(TraceOfAHost, HasNumbersMaskedThatARowTearsApart) {
         std::vector<unsigned char> packed(ahead, 0xEE);
         std::vector<unsigned char> characters(ahead, 0xEE);
         const std::string number = kAccountNumber;
-        const auto object = tool::from_hex("5A0A6228000100001234565F").bytes;
+        const auto object = from_hex("5A0A6228000100001234565F").bytes;
         packed.insert(packed.end(), object.begin(), object.end());
         characters.insert(characters.end(), number.begin(), number.end());
         packed.resize(ahead + 40, 0xEE);

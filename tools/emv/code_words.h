@@ -23,7 +23,3 @@ std::optional<std::string> transaction_type_digits(std::string_view text);
 std::string transaction_type_names();
 
 } // namespace qaven::emv
-
-namespace tool {
-using namespace qaven::emv;
-}

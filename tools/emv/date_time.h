@@ -32,7 +32,3 @@ std::string today();
 std::string time_of_day();
 
 } // namespace qaven::emv
-
-namespace tool {
-using namespace qaven::emv;
-}

@@ -86,24 +86,27 @@ bool is_beyond_gbk(std::string_view text) {
 
 } // namespace
 
+std::size_t gbk_character_size(std::string_view gbk) {
+    const bool wide = static_cast<unsigned char>(gbk[0]) > 0x80 && gbk.size() > 1;
+    const std::size_t size = !wide ? 1 : is_digit(gbk[1]) ? 4 : 2;
+    return size <= gbk.size() ? size : 1;
+}
+
 std::string readable(std::string_view gbk) {
     static const Conversion convert = Conversion::to_utf8();
     std::string result;
-    for (std::size_t at = 0; at < gbk.size();) {
-        if (is_plain(gbk[at])) {
-            result += gbk[at++];
-            continue;
-        }
-        const bool wide = static_cast<unsigned char>(gbk[at]) > 0x80;
-        const std::size_t size = at + 1 < gbk.size() && is_digit(gbk[at + 1]) ? 4 : 2;
-        const std::string_view bytes = gbk.substr(at, size);
-        const auto character = wide && bytes.size() == size ? convert(bytes) : std::nullopt;
-        if (character && !is_control(*character)) {
+    while (!gbk.empty()) {
+        std::size_t size = gbk_character_size(gbk);
+        const auto character = size > 1 ? convert(gbk.substr(0, size)) : std::nullopt;
+        if (is_plain(gbk[0])) {
+            result += gbk[0];
+        } else if (character && !is_control(*character)) {
             result += *character;
-            at += size;
         } else {
-            result += "\\x" + hex(static_cast<unsigned char>(gbk[at++]), 2);
+            result += "\\x" + hex(static_cast<unsigned char>(gbk[0]), 2);
+            size = 1;
         }
+        gbk.remove_prefix(size);
     }
     return result;
 }

@@ -59,7 +59,3 @@ std::string_view trimmed(std::string_view text);
 std::string upper(std::string_view text);
 
 } // namespace qaven::emv
-
-namespace tool {
-using namespace qaven::emv;
-}

@@ -35,7 +35,3 @@ inline std::string utf8_to_latin1(std::string_view utf8) {
 }
 
 } // namespace qaven::emv
-
-namespace tool {
-using namespace qaven::emv;
-}

@@ -48,6 +48,11 @@ LetterRecords letter_records(std::string_view text) {
     return result;
 }
 
+const LetterField* find_field(std::span<const LetterField> fields, char letter) {
+    const auto found = std::ranges::find(fields, letter, &LetterField::letter);
+    return found != fields.end() ? &*found : nullptr;
+}
+
 std::string value_of(std::span<const LetterRecord> records, char letter) {
     const auto found = std::ranges::find(records, letter, &LetterRecord::letter);
     return std::string(found != records.end() ? found->value : "");

@@ -31,7 +31,3 @@ class NotAnAmount : public std::runtime_error {
 std::string parse_amount(std::string_view text, std::string_view currency);
 
 } // namespace qaven::emv
-
-namespace tool {
-using namespace qaven::emv;
-}

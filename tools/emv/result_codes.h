@@ -13,7 +13,3 @@ std::string result_words(int result);
 std::string result_text(int result);
 
 } // namespace qaven::emv
-
-namespace tool {
-using namespace qaven::emv;
-}

@@ -20,7 +20,3 @@ std::string script_outcome(unsigned char result);
 std::optional<HexText> script_results_in(std::string_view text);
 
 } // namespace qaven::emv
-
-namespace tool {
-using namespace qaven::emv;
-}

@@ -15,7 +15,3 @@ std::string status_line(unsigned status);
 bool looks_like_status(unsigned status);
 
 } // namespace qaven::emv
-
-namespace tool {
-using namespace qaven::emv;
-}

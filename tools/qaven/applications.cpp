@@ -1,12 +1,14 @@
 // AIDs, and the end of an operation that failed.
-#include "applications.h"
+#include "tools/qaven/applications.h"
 
-#include "bus.h"
-#include "library.h"
 #include "qaven/qaven.h"
 #include "tools/emv/hex.h"
+#include "tools/qaven/bus.h"
+#include "tools/qaven/library.h"
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -66,4 +68,4 @@ void require_whole_reading(const std::string& reader) {
     }
 }
 
-} // namespace tool
+} // namespace qaven::cli

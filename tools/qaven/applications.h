@@ -1,12 +1,12 @@
 // Which application of the card an operation is for, and what to say when it fails.
 #pragma once
 
-#include "exit_status.h"
-#include "options.h"
+#include "tools/qaven/cli/exit_status.h"
+#include "tools/qaven/cli/options.h"
 
 #include <string>
 
-namespace tool {
+namespace qaven::cli {
 
 inline constexpr Option kAidList{"--aid", "AID",
                                  "an application to try, hexadecimal; may be given more than once\n"
@@ -30,4 +30,4 @@ Failure operation_failure(const std::string& what, int code);
 // Failure.
 void require_whole_reading(const std::string& reader);
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,10 +1,12 @@
 // qaven arpc: an answer of the issuer that is known beforehand, handed to the card.
-#include "exit_status.h"
 #include "tools/emv/hex.h"
-#include "transaction.h"
-#include "verbs.h"
+#include "tools/qaven/cli/exit_status.h"
+#include "tools/qaven/cli/verbs.h"
+#include "tools/qaven/transaction.h"
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -85,4 +87,4 @@ int arpc_command(Arguments arguments) {
     return run_transaction(*options, [&answer](const std::string&) { return answer; });
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,10 +1,10 @@
 // qaven arqc: the authorisation request of a transaction, and if there is a way to the issuer, the
 // rest of it.
-#include "exit_status.h"
-#include "transaction.h"
-#include "verbs.h"
+#include "tools/qaven/cli/exit_status.h"
+#include "tools/qaven/cli/verbs.h"
+#include "tools/qaven/transaction.h"
 
-namespace tool {
+namespace qaven::cli {
 
 namespace {
 
@@ -44,4 +44,4 @@ int arqc_command(Arguments arguments) {
         *options, [&command](const std::string& field55) { return ask_issuer(*command, field55); });
 }
 
-} // namespace tool
+} // namespace qaven::cli

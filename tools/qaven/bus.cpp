@@ -1,15 +1,15 @@
 // Looking at the bus.
-#include "bus.h"
+#include "tools/qaven/bus.h"
 
-#include "exit_status.h"
-#include "slots.h"
+#include "tools/qaven/cli/exit_status.h"
+#include "tools/qaven/slots.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <span>
 
-namespace tool {
+namespace qaven::cli {
 
 namespace {
 
@@ -17,7 +17,7 @@ constexpr std::uint16_t kVendor = 0x2F7A;
 
 constexpr const char* kSeeDoctor = "; 'qaven doctor' looks closer";
 
-Interface asked(libusb_device_handle* handle, int number) {
+Interface probe_interface(libusb_device_handle* handle, int number) {
     Interface interface { number };
     if (libusb_kernel_driver_active(handle, number) == 1) {
         interface.holder = Holder::kDriver;
@@ -33,7 +33,7 @@ Interface asked(libusb_device_handle* handle, int number) {
     return interface;
 }
 
-Reader looked_at(libusb_device* device, const ReaderKind& kind) {
+Reader probe_device(libusb_device* device, const ReaderKind& kind) {
     Reader reader{
         libusb_get_bus_number(device), libusb_get_device_address(device), Access::kOpen, 0, {}};
     libusb_device_handle* handle = nullptr;
@@ -43,7 +43,7 @@ Reader looked_at(libusb_device* device, const ReaderKind& kind) {
         return reader;
     }
     for (const int number : kind.interfaces) {
-        reader.interfaces.push_back(asked(handle, number));
+        reader.interfaces.push_back(probe_interface(handle, number));
     }
     libusb_close(handle);
     return reader;
@@ -84,7 +84,7 @@ std::vector<Reader> Bus::readers(const ReaderKind& kind) const {
         libusb_device_descriptor descriptor{};
         if (libusb_get_device_descriptor(device, &descriptor) == 0 &&
             descriptor.idVendor == kVendor && descriptor.idProduct == kind.product) {
-            found.push_back(looked_at(device, kind));
+            found.push_back(probe_device(device, kind));
         }
     }
     if (list != nullptr) {
@@ -116,7 +116,7 @@ std::string require_reader(const ReaderKind& kind) {
 
 bool slots_are_empty() {
     return std::ranges::all_of(kCardReader.interfaces, [](int interface) {
-        return look_into_slot(interface, Look::kStatus).state == SlotState::kEmpty;
+        return query_slot(interface, SlotQuery::kStatus).state == SlotState::kEmpty;
     });
 }
 
@@ -128,4 +128,4 @@ std::string require_card() {
     return reader;
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace tool {
+namespace qaven::cli {
 
 struct ReaderKind {
     std::uint16_t product;
@@ -83,4 +83,4 @@ bool slots_are_empty();
 // card. Gives the reader's node.
 std::string require_card();
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,14 +1,16 @@
 // The sentences.
-#include "diagnosis.h"
+#include "tools/qaven/diagnosis.h"
 
-#include "terminal.h"
 #include "tools/emv/hex.h"
+#include "tools/qaven/cli/terminal.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -44,12 +46,12 @@ Finding judge_slot(const std::string& name, const Slot& slot) {
     case SlotState::kCard:
         break;
     }
-    if (slot.answer_to_reset.empty()) {
+    if (slot.atr.empty()) {
         return {Verdict::kProblem, name + " holds a card that does not answer to reset",
                 "turn the card round, chip first and upwards; clean its contacts; try another card",
                 kFailed};
     }
-    return {Verdict::kOk, name + " holds a card, which answers " + hex(slot.answer_to_reset)};
+    return {Verdict::kOk, name + " holds a card, which answers " + hex(slot.atr)};
 }
 
 Finding judge_leftover(const std::string& name, Leftover leftover) {
@@ -185,4 +187,4 @@ std::vector<Finding> judge_slots(const std::vector<Slot>& slots) {
     return findings;
 }
 
-} // namespace tool
+} // namespace qaven::cli

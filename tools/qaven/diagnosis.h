@@ -1,15 +1,15 @@
 // What the doctor makes of what it sees: a finding is a sentence, and what to do about it.
 #pragma once
 
-#include "bus.h"
-#include "exit_status.h"
-#include "slots.h"
+#include "tools/qaven/bus.h"
+#include "tools/qaven/cli/exit_status.h"
+#include "tools/qaven/slots.h"
 
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace tool {
+namespace qaven::cli {
 
 enum class Verdict {
     kOk,
@@ -46,4 +46,4 @@ std::vector<Finding> judge_interfaces(const ReaderKind& kind, const Reader& read
 // The slots in the order in which the library looks into them.
 std::vector<Finding> judge_slots(const std::vector<Slot>& slots);
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,9 +1,9 @@
 // qaven doctor: looks at everything between this program and a card, from the bottom up.
-#include "diagnosis.h"
-#include "options.h"
-#include "processes.h"
-#include "terminal.h"
-#include "verbs.h"
+#include "tools/qaven/cli/options.h"
+#include "tools/qaven/cli/terminal.h"
+#include "tools/qaven/cli/verbs.h"
+#include "tools/qaven/diagnosis.h"
+#include "tools/qaven/processes.h"
 
 #include <grp.h>
 #include <pwd.h>
@@ -15,7 +15,7 @@
 #include <cstdio>
 #include <filesystem>
 
-namespace tool {
+namespace qaven::cli {
 
 namespace {
 
@@ -148,7 +148,7 @@ void examine(Report& report) {
     }
     std::vector<Slot> slots;
     for (const int interface : kCardReader.interfaces) {
-        slots.push_back(look_into_slot(interface, Look::kAnswer));
+        slots.push_back(query_slot(interface, SlotQuery::kAtr));
     }
     for (const Finding& finding : judge_slots(slots)) {
         report.add(finding);
@@ -166,4 +166,4 @@ int doctor_command(Arguments arguments) {
     return report.status();
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -2,12 +2,12 @@
 // name.
 #include "idcard/icc.h"
 
-#include "bus.h"
-#include "exit_status.h"
-#include "options.h"
-#include "terminal.h"
 #include "tools/emv/date_time.h"
-#include "verbs.h"
+#include "tools/qaven/bus.h"
+#include "tools/qaven/cli/exit_status.h"
+#include "tools/qaven/cli/options.h"
+#include "tools/qaven/cli/terminal.h"
+#include "tools/qaven/cli/verbs.h"
 
 #include <nlohmann/json.hpp>
 
@@ -18,7 +18,9 @@
 #include <utility>
 #include <vector>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -162,4 +164,4 @@ int idcard_command(Arguments arguments) {
     return kFine;
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,25 +1,21 @@
 // qaven info: the card's information, each field under its name.
-#include "applications.h"
-#include "bus.h"
-#include "card_text.h"
-#include "exit_status.h"
-#include "library.h"
-#include "options.h"
 #include "qaven/qaven.h"
-#include "terminal.h"
-#include "tools/emv/code_words.h"
-#include "tools/emv/date_time.h"
-#include "tools/emv/gbk.h"
 #include "tools/emv/letter_records.h"
-#include "tools/emv/money.h"
-#include "verbs.h"
+#include "tools/emv/values.h"
+#include "tools/qaven/applications.h"
+#include "tools/qaven/bus.h"
+#include "tools/qaven/cli/exit_status.h"
+#include "tools/qaven/cli/options.h"
+#include "tools/qaven/cli/terminal.h"
+#include "tools/qaven/cli/verbs.h"
+#include "tools/qaven/library.h"
 
-#include <algorithm>
-#include <array>
 #include <cstdio>
 #include <utility>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -33,63 +29,12 @@ Syntax syntax() {
             {}};
 }
 
-struct Shown {
-    char letter;
-    const char* label;
-};
-
-constexpr std::array kShown{
-    Shown{'A', "card number"},
-    Shown{'J', "card sequence number"},
-    Shown{'I', "expires"},
-    Shown{'B', "cardholder"},
-    Shown{'C', "ID type"},
-    Shown{'D', "ID number"},
-    Shown{'E', "track 2"},
-    Shown{'F', "track 1 discretionary data"},
-    Shown{'G', "electronic cash balance"},
-    Shown{'H', "electronic cash limit"},
-    Shown{'K', "electronic cash single limit"},
-    Shown{'L', "issuer's data DF20"},
-    Shown{'M', "issuer's data DF21"},
-    Shown{'N', "issuer's data DF22"},
-    Shown{'O', "issuer's data DF23"},
-};
-
-// Electronic cash is in the currency of the card, which is the yuan.
-constexpr std::string_view kCash = "0156";
-
-// Nobody who reads along needs the issuer's data of track 1, and it may hold the card number.
-constexpr const char* kNotShown = "(not shown)";
-
-std::string in_words(char letter, const std::string& value, bool show_pan) {
-    switch (letter) {
-    case 'A':
-        return show_pan ? value : masked_number(value);
-    case 'C':
-        return identity_type_text(value);
-    case 'D':
-        return show_pan ? readable(without_filling(value))
-                        : masked_number(readable(without_filling(value)));
-    case 'F':
-        return show_pan ? readable(without_filling(value)) : kNotShown;
-    case 'E':
-        return show_pan ? value : masked_track2(value, '=');
-    case 'G':
-    case 'H':
-    case 'K':
-        return amount_text(value, kCash);
-    case 'I':
-        return date_text(value);
-    default:
-        return readable(without_filling(value));
-    }
-}
-
 void print_information(std::span<const LetterRecord> records, bool show_pan) {
-    for (const auto& [letter, label] : kShown) {
-        const std::string value = value_of(records, letter);
-        print_field(label, value.empty() ? "-" : in_words(letter, value, show_pan));
+    Privacy privacy(show_pan);
+    for (const LetterField& field : kCardInformation) {
+        const std::string value = value_of(records, field.letter);
+        print_field(field.name,
+                    value.empty() ? "-" : record_text(field.form, value, kCashCurrency, privacy));
     }
 }
 
@@ -156,4 +101,4 @@ int info_command(Arguments arguments) {
     return kFine;
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,9 +1,9 @@
 // Running the issuer's command.
-#include "issuer.h"
+#include "tools/qaven/issuer.h"
 
-#include "decode/tlv.h"
-#include "exit_status.h"
 #include "tools/emv/hex.h"
+#include "tools/emv/tlv.h"
+#include "tools/qaven/cli/exit_status.h"
 
 #include <poll.h>
 #include <spawn.h>
@@ -21,7 +21,9 @@
 #include <variant>
 #include <vector>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -262,4 +264,4 @@ IssuerAnswer ask_issuer(const std::string& command, const std::string& field55) 
                                               : line_of(command, field55 + "\n"));
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace tool {
+namespace qaven::cli {
 
 struct IssuerAnswer {
     std::string response_code; // two characters
@@ -31,4 +31,4 @@ inline constexpr std::size_t kLongestLine = 8192;
 // Throws a Failure when there is no answer.
 IssuerAnswer ask_issuer(const std::string& command, const std::string& field55);
 
-} // namespace tool
+} // namespace qaven::cli

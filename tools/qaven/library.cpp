@@ -1,13 +1,13 @@
 // Calls of the card operations, and the place of their trace.
-#include "library.h"
+#include "tools/qaven/library.h"
 
 #include "engine/operation/transaction_log.h"
-#include "exit_status.h"
 #include "host/lorim_pboc.h"
 #include "qaven/qaven.h"
 #include "tools/emv/hex.h"
 #include "tools/emv/latin1.h"
 #include "tools/emv/result_codes.h"
+#include "tools/qaven/cli/exit_status.h"
 
 #include <nlohmann/json.hpp>
 
@@ -22,7 +22,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -200,4 +202,4 @@ std::string explained(int code) {
                                           : " (result " + std::to_string(code) + ')');
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,14 +1,14 @@
 // The library as the verbs call it: an operation's result code and its texts.
 #pragma once
 
-#include "options.h"
+#include "tools/qaven/cli/options.h"
 
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-namespace tool {
+namespace qaven::cli {
 
 inline constexpr Option kTrace{"--trace", "FOLDER",
                                "have the library write its trace, Qm_ic.log, in this folder;\n"
@@ -66,4 +66,4 @@ inline constexpr int kAuthenticationRefused = 0x6300;
 // What a result code means, in a sentence without its end.
 std::string explained(int code);
 
-} // namespace tool
+} // namespace qaven::cli

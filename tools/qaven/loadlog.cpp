@@ -1,25 +1,23 @@
 // qaven loadlog: the card's log of electronic-cash loads as a table.
-#include "applications.h"
-#include "bus.h"
-#include "exit_status.h"
-#include "library.h"
-#include "log_table.h"
-#include "options.h"
 #include "qaven/qaven.h"
-#include "terminal.h"
-#include "tools/emv/code_words.h"
-#include "tools/emv/date_time.h"
-#include "tools/emv/gbk.h"
-#include "tools/emv/money.h"
-#include "verbs.h"
+#include "tools/emv/letter_records.h"
+#include "tools/qaven/applications.h"
+#include "tools/qaven/bus.h"
+#include "tools/qaven/cli/exit_status.h"
+#include "tools/qaven/cli/options.h"
+#include "tools/qaven/cli/terminal.h"
+#include "tools/qaven/cli/verbs.h"
+#include "tools/qaven/library.h"
+#include "tools/qaven/log_table.h"
 
+#include <array>
 #include <cstdio>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
-
-constexpr std::string_view kCash = "0156";
 
 Syntax syntax() {
     return {
@@ -33,16 +31,15 @@ Syntax syntax() {
         {}};
 }
 
-Row row_of(Entry entry) {
-    return {value_of(entry, 'W'),
-            date_text(value_of(entry, 'S')),
-            time_text(value_of(entry, 'T')),
-            decimal_text(value_of(entry, 'Q'), kCash),
-            decimal_text(value_of(entry, 'R'), kCash),
-            value_of(entry, 'P'),
-            country_text(value_of(entry, 'U')),
-            readable(without_filling(value_of(entry, 'V')))};
-}
+// Letters of the library's log text.
+constexpr auto kColumns = std::to_array<Column>({{'W', "counter"},
+                                                 {'S', "date"},
+                                                 {'T', "time"},
+                                                 {'Q', ">before"},
+                                                 {'R', ">after"},
+                                                 {'P', "object"},
+                                                 {'U', "country"},
+                                                 {'V', "merchant"}});
 
 } // namespace
 
@@ -62,12 +59,10 @@ int loadlog_command(Arguments arguments) {
     if (options->has(kJson.name)) {
         std::puts(answer.json().c_str());
     } else {
-        print_log(answer.text("LoadLog"),
-                  {"counter", "date", "time", ">before", ">after", "object", "country", "merchant"},
-                  row_of);
+        print_log(answer.text("LoadLog"), kLoadLog, kColumns, kCashCurrency);
     }
     require_whole_reading(reader);
     return kFine;
 }
 
-} // namespace tool
+} // namespace qaven::cli

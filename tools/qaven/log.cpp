@@ -1,21 +1,21 @@
 // qaven log: the card's transaction log as a table.
-#include "applications.h"
-#include "bus.h"
-#include "exit_status.h"
-#include "library.h"
-#include "log_table.h"
-#include "options.h"
 #include "qaven/qaven.h"
-#include "terminal.h"
-#include "tools/emv/code_words.h"
-#include "tools/emv/date_time.h"
-#include "tools/emv/gbk.h"
-#include "tools/emv/money.h"
-#include "verbs.h"
+#include "tools/emv/letter_records.h"
+#include "tools/qaven/applications.h"
+#include "tools/qaven/bus.h"
+#include "tools/qaven/cli/exit_status.h"
+#include "tools/qaven/cli/options.h"
+#include "tools/qaven/cli/terminal.h"
+#include "tools/qaven/cli/verbs.h"
+#include "tools/qaven/library.h"
+#include "tools/qaven/log_table.h"
 
+#include <array>
 #include <cstdio>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -27,18 +27,16 @@ Syntax syntax() {
             {}};
 }
 
-Row row_of(Entry entry) {
-    const std::string currency = value_of(entry, 'R');
-    return {value_of(entry, 'X'),
-            date_text(value_of(entry, 'S')),
-            time_text(value_of(entry, 'U')),
-            decimal_text(value_of(entry, 'P'), currency),
-            decimal_text(value_of(entry, 'Q'), currency),
-            currency_text(currency),
-            transaction_type_text(value_of(entry, 'T')),
-            country_text(value_of(entry, 'V')),
-            readable(without_filling(value_of(entry, 'W')))};
-}
+// Letters of the library's log text.
+constexpr auto kColumns = std::to_array<Column>({{'X', "counter"},
+                                                 {'S', "date"},
+                                                 {'U', "time"},
+                                                 {'P', ">amount"},
+                                                 {'Q', ">other"},
+                                                 {'R', "currency"},
+                                                 {'T', "type"},
+                                                 {'V', "country"},
+                                                 {'W', "merchant"}});
 
 } // namespace
 
@@ -64,13 +62,10 @@ int log_command(Arguments arguments) {
                                 answer.code);
     }
     if (!options->has(kJson.name)) {
-        print_log(*records,
-                  {"counter", "date", "time", ">amount", ">other", "currency", "type", "country",
-                   "merchant"},
-                  row_of);
+        print_log(*records, kTransactionLog, kColumns, "");
     }
     require_whole_reading(reader);
     return kFine;
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,9 +1,8 @@
 // qaven: the library's operations on the command line. Finds the verb and turns what goes wrong in
 // it into a sentence and an exit status.
-#include "decode/commands.h"
-#include "exit_status.h"
-#include "terminal.h"
-#include "verbs.h"
+#include "tools/qaven/cli/exit_status.h"
+#include "tools/qaven/cli/terminal.h"
+#include "tools/qaven/cli/verbs.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -21,22 +20,24 @@
 
 namespace {
 
+using namespace qaven::cli;
+
 struct Verb {
     std::string_view name;
     std::string_view purpose;
-    int (*run)(tool::Arguments arguments);
+    int (*run)(Arguments arguments);
 };
 
 constexpr std::array verbs{
-    Verb{"info", "what the card in the reader says about itself", tool::info_command},
-    Verb{"arqc", "ask the card for an authorisation request (ARQC)", tool::arqc_command},
-    Verb{"arpc", "hand an issuer's answer to the card", tool::arpc_command},
-    Verb{"log", "the card's log of its transactions", tool::log_command},
-    Verb{"loadlog", "the card's log of electronic-cash loads", tool::loadlog_command},
-    Verb{"idcard", "read the identity card on the identity-card reader", tool::idcard_command},
-    Verb{"decode", "what cards, issuers and the library say, in words", tool::decode_command},
-    Verb{"trace", "the library's trace made readable", tool::trace_command},
-    Verb{"doctor", "find out why reader or card do not work", tool::doctor_command},
+    Verb{"info", "what the card in the reader says about itself", info_command},
+    Verb{"arqc", "ask the card for an authorisation request (ARQC)", arqc_command},
+    Verb{"arpc", "hand an issuer's answer to the card", arpc_command},
+    Verb{"log", "the card's log of its transactions", log_command},
+    Verb{"loadlog", "the card's log of electronic-cash loads", loadlog_command},
+    Verb{"idcard", "read the identity card on the identity-card reader", idcard_command},
+    Verb{"decode", "what cards, issuers and the library say, in words", decode_command},
+    Verb{"trace", "the library's trace made readable", trace_command},
+    Verb{"doctor", "find out why reader or card do not work", doctor_command},
 };
 
 constexpr const char* kEpilogue =
@@ -62,45 +63,45 @@ void print_help() {
 }
 
 // A sentence on standard error, behind what was printed before.
-void complain(const std::string& command, const std::string& sentence) {
+void print_error(const std::string& command, const std::string& sentence) {
     std::fflush(stdout);
-    std::fprintf(stderr, "%s: %s\n", command.c_str(), tool::printable(sentence).c_str());
+    std::fprintf(stderr, "%s: %s\n", command.c_str(), printable(sentence).c_str());
 }
 
-int misused(const std::string& command, const std::string& sentence) {
-    complain(command, sentence);
+int usage_error(const std::string& command, const std::string& sentence) {
+    print_error(command, sentence);
     std::fprintf(stderr, "'%s --help' tells what it takes.\n", command.c_str());
-    return tool::kUsage;
+    return kUsage;
 }
 
 // The exit status of a command that has done its work: what could not be written has not been said.
-int finished(const std::string& command, int status) {
-    if (tool::output_written()) {
+int exit_code(const std::string& command, int status) {
+    if (output_written()) {
         return status;
     }
     // Whoever reads has seen enough, like head: no more of a failure than for any other program.
-    if (tool::output_reader_gone()) {
+    if (output_reader_gone()) {
         std::raise(SIGPIPE);
     }
-    complain(command, tool::kNotWritten);
-    return tool::kFailed;
+    print_error(command, kNotWritten);
+    return kFailed;
 }
 
-int run(const Verb& verb, tool::Arguments arguments) {
+int run(const Verb& verb, Arguments arguments) {
     const std::string command = "qaven " + std::string(verb.name);
     try {
-        return finished(command, verb.run(arguments));
-    } catch (const tool::UsageError& error) {
-        return misused(command, error.what());
-    } catch (const tool::Failure& failure) {
-        complain(command, failure.what());
+        return exit_code(command, verb.run(arguments));
+    } catch (const UsageError& error) {
+        return usage_error(command, error.what());
+    } catch (const Failure& failure) {
+        print_error(command, failure.what());
         return failure.status();
     }
 }
 
-int choose(tool::Arguments arguments) {
+int choose(Arguments arguments) {
     if (arguments.empty()) {
-        return misused("qaven", "a verb is missing");
+        return usage_error("qaven", "a verb is missing");
     }
     std::string_view name = arguments.front();
     arguments = arguments.subspan(1);
@@ -112,15 +113,15 @@ int choose(tool::Arguments arguments) {
     }
     if (name == "--help" || name == "-h" || name == "help") {
         print_help();
-        return finished("qaven", tool::kFine);
+        return exit_code("qaven", kFine);
     }
     if (name == "--version") {
         std::puts("qaven " QAVEN_VERSION);
-        return finished("qaven", tool::kFine);
+        return exit_code("qaven", kFine);
     }
     const auto* const verb = std::ranges::find(verbs, name, &Verb::name);
     if (verb == verbs.end()) {
-        return misused("qaven", "there is no verb '" + std::string(name) + "'");
+        return usage_error("qaven", "there is no verb '" + std::string(name) + "'");
     }
     return run(*verb, arguments);
 }
@@ -158,6 +159,6 @@ int main(int argc, char** argv) {
         return choose(arguments);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "qaven: %s\n", error.what());
-        return tool::kFailed;
+        return kFailed;
     }
 }

@@ -1,5 +1,5 @@
 // The processes of the machine and their descriptors, in /proc.
-#include "processes.h"
+#include "tools/qaven/processes.h"
 
 #include <unistd.h>
 
@@ -9,7 +9,7 @@
 #include <fstream>
 #include <system_error>
 
-namespace tool {
+namespace qaven::cli {
 
 namespace {
 
@@ -58,4 +58,4 @@ std::vector<std::string> programs_at(const std::string& file) {
     return programs;
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-namespace tool {
+namespace qaven::cli {
 
 // The other processes that have the file open, as far as this user can see them: "name (process
 // 123)".
 std::vector<std::string> programs_at(const std::string& file);
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,5 +1,5 @@
 // Looking into a slot. The library has no connection of its own at this time.
-#include "slots.h"
+#include "tools/qaven/slots.h"
 
 #include "usb/ccid.h"
 
@@ -10,7 +10,7 @@
 #include <optional>
 #include <span>
 
-namespace tool {
+namespace qaven::cli {
 
 namespace {
 
@@ -98,7 +98,7 @@ SlotState state_in(const Status& status) {
     return empty ? SlotState::kEmpty : SlotState::kCard;
 }
 
-Slot asked(CCID& connection) {
+Slot probe(CCID& connection) {
     Questions questions(connection);
     const auto status = questions.status();
     Slot slot;
@@ -117,17 +117,17 @@ bool open(CCID& connection, int interface) {
     return connection.interface_claimed;
 }
 
-Slot asked_after_reset(CCID& connection, int interface) {
+Slot probe_after_reset(CCID& connection, int interface) {
     libusb_reset_device(connection.handle);
     Slot slot{SlotState::kOutOfStep};
     if (open(connection, interface)) {
-        slot = asked(connection);
+        slot = probe(connection);
         slot.leftover = Leftover::kReset;
     }
     return slot;
 }
 
-std::vector<unsigned char> answer_in(std::span<const unsigned char> reply) {
+std::vector<unsigned char> atr_in(std::span<const unsigned char> reply) {
     if (reply[0] != kDataBlockReply || (reply[CCID::kStatusByte] & kFailedMask) != 0) {
         return {};
     }
@@ -138,18 +138,18 @@ std::vector<unsigned char> answer_in(std::span<const unsigned char> reply) {
 
 } // namespace
 
-Slot look_into_slot(int interface, Look look) {
+Slot query_slot(int interface, SlotQuery query) {
     // What a reader does not answer stays zero.
     CCID connection{};
     Slot slot;
     if (open(connection, interface)) {
-        slot = asked(connection);
-        if (slot.state == SlotState::kOutOfStep && look == Look::kAnswer) {
-            slot = asked_after_reset(connection, interface);
+        slot = probe(connection);
+        if (slot.state == SlotState::kOutOfStep && query == SlotQuery::kAtr) {
+            slot = probe_after_reset(connection, interface);
         }
-        if (slot.state == SlotState::kCard && look == Look::kAnswer) {
+        if (slot.state == SlotState::kCard && query == SlotQuery::kAtr) {
             connection.poweron();
-            slot.answer_to_reset = answer_in(connection.atr);
+            slot.atr = atr_in(connection.atr);
             connection.poweroff();
         }
     }
@@ -157,4 +157,4 @@ Slot look_into_slot(int interface, Look look) {
     return slot;
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-namespace tool {
+namespace qaven::cli {
 
 enum class SlotState {
     kEmpty,
@@ -21,16 +21,16 @@ enum class Leftover {
 
 struct Slot {
     SlotState state = SlotState::kSilent;
-    std::vector<unsigned char> answer_to_reset = {}; // empty: the card was not powered or is mute
+    std::vector<unsigned char> atr = {}; // empty: the card was not powered or is mute
     Leftover leftover = Leftover::kNone;
 };
 
-enum class Look {
+enum class SlotQuery {
     kStatus, // whether there is a card
-    kAnswer, // what it answers to reset; it is powered off again. Resets a reader that needs it
+    kAtr,    // what it answers to reset; it is powered off again. Resets a reader that needs it
 };
 
 // The slot behind this interface.
-Slot look_into_slot(int interface, Look look);
+Slot query_slot(int interface, SlotQuery query);
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,14 +1,7 @@
 // The two steps of an online transaction.
-#include "transaction.h"
+#include "tools/qaven/transaction.h"
 
-#include "applications.h"
-#include "bus.h"
-#include "exit_status.h"
-#include "library.h"
-#include "log_table.h"
-#include "objects.h"
 #include "qaven/qaven.h"
-#include "terminal.h"
 #include "tools/emv/code_words.h"
 #include "tools/emv/date_time.h"
 #include "tools/emv/gbk.h"
@@ -16,12 +9,22 @@
 #include "tools/emv/letter_records.h"
 #include "tools/emv/money.h"
 #include "tools/emv/script_result.h"
+#include "tools/emv/tags.h"
+#include "tools/qaven/applications.h"
+#include "tools/qaven/bus.h"
+#include "tools/qaven/cli/exit_status.h"
+#include "tools/qaven/cli/terminal.h"
+#include "tools/qaven/field55.h"
+#include "tools/qaven/library.h"
+#include "tools/qaven/log_table.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -105,17 +108,20 @@ std::string algorithms(const Options& options) {
     return options.has(kSm.name) ? record('Z', "01") : "";
 }
 
+void print_line(const std::string& label, std::string_view value) {
+    print_field("  " + label, value, kObjectColumn);
+}
+
 struct ArqcStep {
     std::string application_data;
     std::string field55;
 };
 
-void print_request(const std::vector<HexObject>& objects, const std::string& field55,
-                   bool show_pan) {
+void print_request(const std::string& field55, bool show_pan) {
     print_heading("Request for the issuer (field 55)");
-    print_objects(objects, show_pan);
+    print_objects(field55, show_pan);
     if (show_pan) {
-        print_field("  in hex", field55);
+        print_line("in hex", field55);
     }
 }
 
@@ -130,7 +136,7 @@ ArqcStep generate_arqc(const Library& library, const Options& options, const std
         throw operation_failure("the card gave no ARQC", answer.code);
     }
     if (!options.has(kJson.name)) {
-        print_request(read_objects(step.field55), step.field55, options.has(kShowPan.name));
+        print_request(step.field55, options.has(kShowPan.name));
     }
     return step;
 }
@@ -147,24 +153,25 @@ std::string script_result_in_words(const std::string& text) {
 
 void print_completion(const Answer& answer, const IssuerAnswer& issuer, bool show_pan) {
     print_heading("\nThe issuer's answer");
-    print_field("  response code",
-                issuer.response_code + (issuer.approved() ? " (approved)" : " (declined)"));
-    print_field("  for the card", issuer.response);
+    const std::string_view words = response_code_words(issuer.response_code);
+    print_line("response code",
+               issuer.response_code + " (" + std::string(words.empty() ? "declined" : words) + ')');
+    print_line("for the card", issuer.response);
     print_heading("\nThe card's answer");
     if (answer.code != QAVEN_OK && answer.code != kAuthenticationRefused) {
-        print_field("  issuer script", "not known");
-        print_field("  certificate (TC)", "not known");
+        print_line("issuer script", "not known");
+        print_line("certificate (TC)", "not known");
         return;
     }
-    print_field("  issuer script", script_result_in_words(answer.text("Scriptresult")));
+    print_line("issuer script", script_result_in_words(answer.text("Scriptresult")));
     const std::string tc = answer.text("TC");
     if (tc.empty()) {
-        print_field("  certificate (TC)", "none");
+        print_line("certificate (TC)", "none");
         return;
     }
-    print_objects(read_objects(tc), show_pan);
+    print_objects(tc, show_pan);
     if (show_pan) {
-        print_field("  in hex", tc);
+        print_line("in hex", tc);
     }
 }
 
@@ -174,9 +181,8 @@ std::vector<std::string> logged(const Library& library, const ArqcStep& step) {
     // The card's objects, the AID first, follow their count of bytes.
     const std::string_view text = step.application_data;
     const std::string aid =
-        object_value(read_objects(text.substr(std::min(kCountDigits, text.size()))), "4F")
-            .value_or("");
-    const std::string pan = object_value(read_objects(step.field55), "5A").value_or("");
+        object_value(text.substr(std::min(kCountDigits, text.size())), kTag4FAid);
+    const std::string pan = object_value(step.field55, kTag5APan);
     const std::string card = library.card_information("A", aid).text("IcInfo");
     if (value_of(letter_records(card).records, 'A') != pan.substr(0, pan.find('F'))) {
         return {};
@@ -197,8 +203,8 @@ std::string looked_up(const Library& library, const ArqcStep& step) {
         return "whether the card completed the transaction is not known ('qaven log' shows it)";
     }
     // The counter is another one in each transaction of a card.
-    const auto counter = object_value(read_objects(step.field55), "9F36");
-    const bool there = counter && std::ranges::find(counters, *counter) != counters.end();
+    const std::string counter = object_value(step.field55, kTag9F36Atc);
+    const bool there = std::ranges::find(counters, counter) != counters.end();
     return there ? "the card has completed the transaction, as its log shows, but the "
                    "certificate (TC) is lost"
                  : "the transaction broke off, and the card's log does not show it";
@@ -279,4 +285,4 @@ int run_transaction(const Options& options, const WayToIssuer& ask) {
     return complete(library, options, data, step, issuer);
 }
 
-} // namespace tool
+} // namespace qaven::cli

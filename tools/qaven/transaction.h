@@ -1,15 +1,15 @@
 // A transaction from the command line: what it is about, the ARQC step, and the issuer's answer.
 #pragma once
 
-#include "issuer.h"
-#include "options.h"
+#include "tools/qaven/cli/options.h"
+#include "tools/qaven/issuer.h"
 
 #include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace tool {
+namespace qaven::cli {
 
 // The options that describe a transaction, and `more` behind them.
 std::vector<Option> transaction_options(const std::vector<Option>& more);
@@ -23,4 +23,4 @@ std::string transaction_data(const Options& options);
 using WayToIssuer = std::function<IssuerAnswer(const std::string& field55)>;
 int run_transaction(const Options& options, const WayToIssuer& ask);
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,10 +1,10 @@
 // The answer to reset.
-#include "decode/atr.h"
+#include "tools/qaven/decode/atr.h"
 
-#include "tools/emv/status_words.h"
-#include "tools/emv/gbk.h"
-#include "decode/values.h"
 #include "tools/emv/code_words.h"
+#include "tools/emv/gbk.h"
+#include "tools/emv/status_words.h"
+#include "tools/emv/values.h"
 
 #include <algorithm>
 #include <array>
@@ -12,7 +12,9 @@
 #include <functional>
 #include <numeric>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -362,4 +364,4 @@ void explain_atr(Bytes atr, Outline& out) {
     }
 }
 
-} // namespace tool
+} // namespace qaven::cli

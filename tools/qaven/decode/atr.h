@@ -1,14 +1,14 @@
 // The answer to reset.
 #pragma once
 
-#include "decode/outline.h"
 #include "tools/emv/hex.h"
+#include "tools/qaven/decode/outline.h"
 
-namespace tool {
+namespace qaven::cli {
 
 // Begins as one and is exactly as long as it says.
-bool is_atr(Bytes atr);
+bool is_atr(emv::Bytes atr);
 
-void explain_atr(Bytes atr, Outline& out);
+void explain_atr(emv::Bytes atr, Outline& out);
 
-} // namespace tool
+} // namespace qaven::cli

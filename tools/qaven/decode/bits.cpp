@@ -1,11 +1,13 @@
 // Values whose bits have meanings of their own.
-#include "decode/bits.h"
+#include "tools/qaven/decode/bits.h"
 
 #include <algorithm>
 #include <array>
 #include <bit>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -14,7 +16,7 @@ constexpr Bits flag(std::size_t byte, int bit, std::string_view words) {
     return {byte, mask, mask, words};
 }
 
-constexpr std::array kInterchangeProfile{
+constexpr std::array kAip{
     flag(1, 7, "static data authentication (SDA) is supported"),
     flag(1, 6, "dynamic data authentication (DDA) is supported"),
     flag(1, 5, "cardholder verification is supported"),
@@ -25,7 +27,7 @@ constexpr std::array kInterchangeProfile{
     flag(2, 8, "contactless: EMV mode is supported (Visa and PBOC: magnetic-stripe mode)"),
 };
 
-constexpr std::array kTerminalVerification{
+constexpr std::array kTvr{
     flag(1, 8, "offline data authentication was not performed"),
     flag(1, 7, "static data authentication failed"),
     flag(1, 6, "card data are missing"),
@@ -55,7 +57,7 @@ constexpr std::array kTerminalVerification{
     flag(5, 5, "script processing failed after the final GENERATE AC"),
 };
 
-constexpr std::array kTransactionStatus{
+constexpr std::array kTsi{
     flag(1, 8, "offline data authentication was performed"),
     flag(1, 7, "cardholder verification was performed"),
     flag(1, 6, "card risk management was performed"),
@@ -64,7 +66,7 @@ constexpr std::array kTransactionStatus{
     flag(1, 3, "script processing was performed"),
 };
 
-constexpr std::array kUsageControl{
+constexpr std::array kAuc{
     flag(1, 8, "valid for domestic cash"),
     flag(1, 7, "valid for international cash"),
     flag(1, 6, "valid for domestic goods"),
@@ -93,7 +95,7 @@ constexpr std::array kTerminalCapabilities{
     flag(3, 4, "combined data authentication (CDA)"),
 };
 
-constexpr std::array kMoreTerminalCapabilities{
+constexpr std::array kAdditionalTerminalCapabilities{
     flag(1, 8, "cash"),
     flag(1, 7, "goods"),
     flag(1, 6, "services"),
@@ -123,7 +125,7 @@ constexpr std::array kMoreTerminalCapabilities{
     flag(5, 1, "code table 1"),
 };
 
-constexpr std::array kTransactionQualifiers{
+constexpr std::array kTtq{
     flag(1, 8, "contactless magnetic-stripe mode is supported"),
     flag(1, 7, "contactless full debit/credit is supported"),
     flag(1, 6, "contactless quick debit/credit is supported"),
@@ -137,7 +139,7 @@ constexpr std::array kTransactionQualifiers{
 };
 
 // Two bits and more that are one field have a line for each value.
-constexpr std::array kCryptogramInformation{
+constexpr std::array kCid{
     Bits{1, 0xC0, 0x00, "AAC: the card declines"},
     Bits{1, 0xC0, 0x40, "TC: the card approves"},
     Bits{1, 0xC0, 0x80, "ARQC: the card asks for an online authorisation"},
@@ -153,7 +155,7 @@ constexpr std::array kCryptogramInformation{
 };
 
 // Byte 1 is the length of the others.
-constexpr std::array kCardVerification{
+constexpr std::array kCvr{
     Bits{2, 0xC0, 0x00, "second GENERATE AC: AAC"},
     Bits{2, 0xC0, 0x40, "second GENERATE AC: TC"},
     Bits{2, 0xC0, 0x80, "second GENERATE AC: not requested"},
@@ -251,42 +253,42 @@ void explain_bits(std::span<const Bits> table, Bytes value, Outline& out) {
     }
 }
 
-void explain_interchange_profile(Bytes value, Outline& out) {
-    explain_bits(kInterchangeProfile, value, out);
+void explain_aip(Bytes value, Outline& out) {
+    explain_bits(kAip, value, out);
 }
 
-void explain_terminal_verification(Bytes value, Outline& out) {
-    explain_bits(kTerminalVerification, value, out);
+void explain_tvr(Bytes value, Outline& out) {
+    explain_bits(kTvr, value, out);
 }
 
-void explain_transaction_status(Bytes value, Outline& out) {
-    explain_bits(kTransactionStatus, value, out);
+void explain_tsi(Bytes value, Outline& out) {
+    explain_bits(kTsi, value, out);
 }
 
-void explain_usage_control(Bytes value, Outline& out) {
-    explain_bits(kUsageControl, value, out);
+void explain_auc(Bytes value, Outline& out) {
+    explain_bits(kAuc, value, out);
 }
 
 void explain_terminal_capabilities(Bytes value, Outline& out) {
     explain_bits(kTerminalCapabilities, value, out);
 }
 
-void explain_more_terminal_capabilities(Bytes value, Outline& out) {
-    explain_bits(kMoreTerminalCapabilities, value, out);
+void explain_additional_terminal_capabilities(Bytes value, Outline& out) {
+    explain_bits(kAdditionalTerminalCapabilities, value, out);
 }
 
-void explain_transaction_qualifiers(Bytes value, Outline& out) {
-    explain_bits(kTransactionQualifiers, value, out);
+void explain_ttq(Bytes value, Outline& out) {
+    explain_bits(kTtq, value, out);
 }
 
-void explain_cryptogram_information(Bytes value, Outline& out) {
-    explain_bits(kCryptogramInformation, value, out);
+void explain_cid(Bytes value, Outline& out) {
+    explain_bits(kCid, value, out);
 }
 
-void explain_card_verification(Bytes value, Outline& out) {
+void explain_cvr(Bytes value, Outline& out) {
     if (value.size() == 3) {
         std::array<unsigned char, 4> whole{3, value[0], value[1], value[2]};
-        explain_card_verification(whole, out);
+        explain_cvr(whole, out);
         return;
     }
     if (value.size() != 4 || value[0] != 3) {
@@ -301,16 +303,16 @@ void explain_card_verification(Bytes value, Outline& out) {
             out.line(bits_place(byte, kScriptCountMask) +
                      ": issuer script commands received: " + std::to_string(value[at] >> 4U));
         }
-        explain_byte(kCardVerification, byte, bits, out);
+        explain_byte(kCvr, byte, bits, out);
     }
 }
 
-bool is_pboc_issuer_data(Bytes value) {
+bool is_pboc_iad(Bytes value) {
     return value.size() > kFixed && value[0] >= kFixed && value.size() > value[0] && value[3] == 3;
 }
 
-void explain_issuer_application_data(Bytes value, Outline& out) {
-    if (!is_pboc_issuer_data(value)) {
+void explain_iad(Bytes value, Outline& out) {
+    if (!is_pboc_iad(value)) {
         out.line("not in the form of a PBOC card");
         return;
     }
@@ -319,7 +321,7 @@ void explain_issuer_application_data(Bytes value, Outline& out) {
     out.line("card verification results (CVR): " + hex(value.subspan(3, 4)));
     {
         const auto nest = out.nest();
-        explain_card_verification(value.subspan(3, 4), out);
+        explain_cvr(value.subspan(3, 4), out);
     }
     out.line("algorithm: " + hex(value[7], 2) + " " + algorithm_name(value[7]));
     const Bytes rest = value.subspan(kFixed + 1);
@@ -328,4 +330,4 @@ void explain_issuer_application_data(Bytes value, Outline& out) {
     }
 }
 
-} // namespace tool
+} // namespace qaven::cli

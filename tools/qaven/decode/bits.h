@@ -1,12 +1,12 @@
 // Values whose bits have meanings of their own.
 #pragma once
 
-#include "decode/outline.h"
 #include "tools/emv/hex.h"
+#include "tools/qaven/decode/outline.h"
 
 #include <string_view>
 
-namespace tool {
+namespace qaven::cli {
 
 // A field of one byte: when the bits of the mask have this value, the words are true.
 struct Bits {
@@ -20,23 +20,23 @@ struct Bits {
 std::string bits_place(std::size_t byte, unsigned char mask);
 
 // One line for each field that says something, and one for each bit that is set without a meaning.
-void explain_bits(std::span<const Bits> table, Bytes value, Outline& out);
+void explain_bits(std::span<const Bits> table, emv::Bytes value, Outline& out);
 
-void explain_interchange_profile(Bytes value, Outline& out);
-void explain_terminal_verification(Bytes value, Outline& out);
-void explain_transaction_status(Bytes value, Outline& out);
-void explain_usage_control(Bytes value, Outline& out);
-void explain_terminal_capabilities(Bytes value, Outline& out);
-void explain_more_terminal_capabilities(Bytes value, Outline& out);
-void explain_transaction_qualifiers(Bytes value, Outline& out);
-void explain_cryptogram_information(Bytes value, Outline& out);
+void explain_aip(emv::Bytes value, Outline& out);
+void explain_tvr(emv::Bytes value, Outline& out);
+void explain_tsi(emv::Bytes value, Outline& out);
+void explain_auc(emv::Bytes value, Outline& out);
+void explain_terminal_capabilities(emv::Bytes value, Outline& out);
+void explain_additional_terminal_capabilities(emv::Bytes value, Outline& out);
+void explain_ttq(emv::Bytes value, Outline& out);
+void explain_cid(emv::Bytes value, Outline& out);
 
 // The issuer application data of a PBOC card: key index, cryptogram version, card verification
 // results, algorithm, and what the issuer adds.
-void explain_issuer_application_data(Bytes value, Outline& out);
-bool is_pboc_issuer_data(Bytes value);
+void explain_iad(emv::Bytes value, Outline& out);
+bool is_pboc_iad(emv::Bytes value);
 
 // The three bytes behind the length byte 03, or all four.
-void explain_card_verification(Bytes value, Outline& out);
+void explain_cvr(emv::Bytes value, Outline& out);
 
-} // namespace tool
+} // namespace qaven::cli

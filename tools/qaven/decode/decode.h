@@ -1,13 +1,13 @@
 // Taking one value apart, without the command around it.
 #pragma once
 
-#include "decode/forms.h"
-#include "decode/outline.h"
+#include "tools/qaven/decode/forms.h"
+#include "tools/qaven/decode/outline.h"
 
 #include <string>
 #include <string_view>
 
-namespace tool {
+namespace qaven::cli {
 
 // What people paste: without the quotation marks and line ends around it, escapes of JSON as the
 // bytes they stand for, Chinese text as GBK.
@@ -17,4 +17,4 @@ std::string cleaned_input(std::string_view input);
 // end.
 bool decode(std::string_view text, const InputForm* form, Outline& out);
 
-} // namespace tool
+} // namespace qaven::cli

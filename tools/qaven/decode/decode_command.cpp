@@ -1,11 +1,11 @@
 // `qaven decode`: one value, taken apart.
-#include "decode/commands.h"
+#include "tools/qaven/cli/verbs.h"
 
-#include "decode/decode.h"
-#include "decode/forms.h"
-#include "decode/outline.h"
 #include "tools/emv/gbk.h"
 #include "tools/emv/hex.h"
+#include "tools/qaven/decode/decode.h"
+#include "tools/qaven/decode/forms.h"
+#include "tools/qaven/decode/outline.h"
 
 #include <cstdio>
 #include <iostream>
@@ -14,7 +14,9 @@
 #include <string>
 #include <utility>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -175,4 +177,4 @@ int decode_command(std::span<const std::string_view> arguments) {
     }
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,10 +1,12 @@
 // Lists of what a card wants to be told.
-#include "decode/dol.h"
+#include "tools/qaven/decode/dol.h"
 
-#include "decode/tags.h"
-#include "decode/tlv.h"
+#include "tools/emv/tags.h"
+#include "tools/emv/tlv.h"
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 void explain_dol(Bytes list, std::size_t start, Outline& out) {
     std::size_t total = 0;
@@ -60,4 +62,4 @@ bool is_dol_of_known_tags(Bytes list) {
     return entries > 1;
 }
 
-} // namespace tool
+} // namespace qaven::cli

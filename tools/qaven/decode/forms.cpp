@@ -1,29 +1,32 @@
 // The forms that an input can have: told by its looks, or named by the user.
-#include "decode/forms.h"
+#include "tools/qaven/decode/forms.h"
 
-#include "decode/aid.h"
-#include "decode/answers.h"
-#include "decode/apdu.h"
-#include "decode/atr.h"
-#include "decode/bits.h"
-#include "decode/dol.h"
-#include "decode/lists.h"
-#include "decode/number_shapes.h"
-#include "decode/records.h"
-#include "decode/script_result.h"
-#include "tools/emv/status_words.h"
-#include "decode/tags.h"
+#include "tools/emv/aid.h"
+#include "tools/emv/commands.h"
 #include "tools/emv/gbk.h"
-#include "decode/tlv.h"
-#include "decode/tlv_tree.h"
-#include "decode/values.h"
 #include "tools/emv/hex.h"
+#include "tools/emv/number_shapes.h"
+#include "tools/emv/status_words.h"
+#include "tools/emv/tags.h"
+#include "tools/emv/tlv.h"
+#include "tools/emv/values.h"
+#include "tools/qaven/decode/atr.h"
+#include "tools/qaven/decode/bits.h"
+#include "tools/qaven/decode/card_data.h"
+#include "tools/qaven/decode/dol.h"
+#include "tools/qaven/decode/explain.h"
+#include "tools/qaven/decode/json_texts.h"
+#include "tools/qaven/decode/lists.h"
+#include "tools/qaven/decode/records.h"
+#include "tools/qaven/decode/script_result.h"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -58,9 +61,9 @@ void from_digits(std::string_view text, Outline& out) {
 
 template <Form ValueForm>
 void explain_as(Bytes value, Outline& out) {
-    const std::string text = value_text(ValueForm, value, "", out.privacy());
+    const std::string text = shown_value(ValueForm, value, "", out.privacy());
     if (!text.empty()) {
-        out.line(text, is_told(ValueForm, value));
+        out.line(text, is_told_value(ValueForm, value));
     }
     explain_value(ValueForm, value, out);
 }
@@ -122,24 +125,21 @@ constexpr auto kForms = std::to_array<InputForm>({
     {"sw", "status word", from_digits<explain_status>},
     {"atr", "answer to reset", from_digits<explain_atr>},
     {"aid", "application identifier", from_digits<explain_aid>},
-    {"aip", "application interchange profile (82)", from_digits<explain_as<kInterchangeProfile>>},
-    {"afl", "application file locator (94)", from_digits<explain_as<kFileLocator>>},
-    {"auc", "application usage control (9F07)", from_digits<explain_as<kUsageControl>>},
-    {"cid", "cryptogram information data (9F27)", from_digits<explain_as<kCryptogramInformation>>},
-    {"cvm", "cardholder verification method list (8E)",
-     from_digits<explain_as<kVerificationMethods>>},
-    {"cvmr", "cardholder verification method results (9F34)",
-     from_digits<explain_as<kVerificationResults>>},
-    {"cvr", "card verification results", from_digits<explain_card_verification>},
-    {"iad", "issuer application data (9F10)", from_digits<explain_as<kIssuerApplicationData>>},
-    {"tvr", "terminal verification results (95)", from_digits<explain_as<kTerminalVerification>>},
-    {"tsi", "transaction status information (9B)", from_digits<explain_as<kTransactionStatus>>},
+    {"aip", "application interchange profile (82)", from_digits<explain_as<kAip>>},
+    {"afl", "application file locator (94)", from_digits<explain_as<kAfl>>},
+    {"auc", "application usage control (9F07)", from_digits<explain_as<kAuc>>},
+    {"cid", "cryptogram information data (9F27)", from_digits<explain_as<kCid>>},
+    {"cvm", "cardholder verification method list (8E)", from_digits<explain_as<kCvmList>>},
+    {"cvmr", "cardholder verification method results (9F34)", from_digits<explain_as<kCvmResults>>},
+    {"cvr", "card verification results", from_digits<explain_cvr>},
+    {"iad", "issuer application data (9F10)", from_digits<explain_as<kIad>>},
+    {"tvr", "terminal verification results (95)", from_digits<explain_as<kTvr>>},
+    {"tsi", "transaction status information (9B)", from_digits<explain_as<kTsi>>},
     {"termcap", "terminal capabilities (9F33)", from_digits<explain_as<kTerminalCapabilities>>},
     {"addcap", "additional terminal capabilities (9F40)",
-     from_digits<explain_as<kMoreTerminalCapabilities>>},
+     from_digits<explain_as<kAdditionalTerminalCapabilities>>},
     {"termtype", "terminal type (9F35)", from_digits<explain_as<kTerminalType>>},
-    {"ttq", "terminal transaction qualifiers (9F66)",
-     from_digits<explain_as<kTransactionQualifiers>>},
+    {"ttq", "terminal transaction qualifiers (9F66)", from_digits<explain_as<kTtq>>},
     {"pan", "account number (PAN)", explain_account_number},
     {"track2", "track 2", explain_track2},
     {"script", "issuer script result (DF31)", explain_script_result_text},
@@ -295,7 +295,7 @@ const InputForm* form_of_bytes(std::span<const unsigned char> bytes) {
     if (objects && knows_all_tags(bytes)) {
         return form_named("tlv");
     }
-    if (is_file_locator(bytes)) {
+    if (is_afl(bytes)) {
         return form_named("afl");
     }
     if (is_dol_of_known_tags(bytes)) {
@@ -348,4 +348,4 @@ const InputForm* guessed_form(std::string_view text) {
     return form_of_records(text);
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,12 +1,12 @@
 // The forms that an input can have: told by its looks, or named by the user.
 #pragma once
 
-#include "decode/outline.h"
+#include "tools/qaven/decode/outline.h"
 
 #include <span>
 #include <string_view>
 
-namespace tool {
+namespace qaven::cli {
 
 struct InputForm {
     std::string_view name; // as the user writes it
@@ -26,4 +26,4 @@ const InputForm* guessed_form(std::string_view text);
 // text in a trace has to be before it is taken apart.
 const InputForm* form_of_bytes(std::span<const unsigned char> bytes);
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,15 +1,17 @@
 // Values that are lists or compounds with a layout of their own.
-#include "decode/lists.h"
+#include "tools/qaven/decode/lists.h"
 
-#include "decode/bits.h"
-#include "tools/emv/gbk.h"
-#include "decode/values.h"
 #include "tools/emv/code_words.h"
+#include "tools/emv/gbk.h"
+#include "tools/emv/values.h"
+#include "tools/qaven/decode/bits.h"
 
 #include <algorithm>
 #include <array>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -106,7 +108,7 @@ constexpr std::size_t kIssuerDataAt = kCryptogramAt + kCryptogramSize;
 constexpr std::size_t kWhole = kCryptogramSize + 2;
 
 bool is_processing_options(Bytes value) {
-    return value.size() > kProfileSize && is_file_locator(value.subspan(kProfileSize));
+    return value.size() > kProfileSize && is_afl(value.subspan(kProfileSize));
 }
 
 void explain_processing_options(Bytes value, Outline& out) {
@@ -114,18 +116,18 @@ void explain_processing_options(Bytes value, Outline& out) {
     out.line("82 application interchange profile (AIP): " + hex(profile));
     {
         const auto nest = out.nest();
-        explain_interchange_profile(profile, out);
+        explain_aip(profile, out);
     }
     out.told("94 application file locator (AFL): " + hex(value.subspan(kProfileSize)));
     const auto nest = out.nest();
-    explain_file_locator(value.subspan(kProfileSize), out);
+    explain_afl(value.subspan(kProfileSize), out);
 }
 
 void explain_cryptogram(Bytes value, Outline& out) {
     out.line("9F27 cryptogram information data (CID): " + hex(value[0], 2));
     {
         const auto nest = out.nest();
-        explain_cryptogram_information(value.first(1), out);
+        explain_cid(value.first(1), out);
     }
     out.line("9F36 application transaction counter (ATC): " +
              value_text(Form::kNumber, value.subspan(kCounterAt, 2), "", out.privacy()));
@@ -134,15 +136,15 @@ void explain_cryptogram(Bytes value, Outline& out) {
     const Bytes issuer_data = value.subspan(kIssuerDataAt);
     if (!issuer_data.empty()) {
         out.line("9F10 issuer application data (IAD): " + hex(issuer_data),
-                 is_pboc_issuer_data(issuer_data));
+                 is_pboc_iad(issuer_data));
         const auto nest = out.nest();
-        explain_issuer_application_data(issuer_data, out);
+        explain_iad(issuer_data, out);
     }
 }
 
 } // namespace
 
-void explain_file_locator(Bytes value, Outline& out) {
+void explain_afl(Bytes value, Outline& out) {
     std::size_t at = 0;
     for (; at + kFileRangeSize <= value.size(); at += kFileRangeSize) {
         const Bytes entry = value.subspan(at, kFileRangeSize);
@@ -167,7 +169,7 @@ void explain_file_locator(Bytes value, Outline& out) {
     }
 }
 
-bool is_file_locator(Bytes value) {
+bool is_afl(Bytes value) {
     if (value.empty() || value.size() % kFileRangeSize != 0) {
         return false;
     }
@@ -179,7 +181,7 @@ bool is_file_locator(Bytes value) {
     return true;
 }
 
-void explain_verification_methods(Bytes value, Outline& out) {
+void explain_cvm_list(Bytes value, Outline& out) {
     if (value.size() < kAmounts) {
         out.problem("a method list begins with two amounts of four bytes");
         return;
@@ -198,7 +200,7 @@ void explain_verification_methods(Bytes value, Outline& out) {
     }
 }
 
-bool is_method_list(Bytes value) {
+bool is_cvm_list(Bytes value) {
     if (value.size() <= kAmounts || value.size() % 2 != 0) {
         return false;
     }
@@ -211,7 +213,7 @@ bool is_method_list(Bytes value) {
     return true;
 }
 
-void explain_verification_results(Bytes value, Outline& out) {
+void explain_cvm_results(Bytes value, Outline& out) {
     if (value.size() != 3) {
         out.problem("results have 3 bytes");
         return;
@@ -241,7 +243,7 @@ bool is_pboc_issuer_authentication(Bytes value) {
 
 bool is_response_format_1(Bytes value) {
     return is_processing_options(value) ||
-           (value.size() > kIssuerDataAt && is_pboc_issuer_data(value.subspan(kIssuerDataAt)));
+           (value.size() > kIssuerDataAt && is_pboc_iad(value.subspan(kIssuerDataAt)));
 }
 
 void explain_response_format_1(Bytes value, Outline& out) {
@@ -252,4 +254,4 @@ void explain_response_format_1(Bytes value, Outline& out) {
     }
 }
 
-} // namespace tool
+} // namespace qaven::cli

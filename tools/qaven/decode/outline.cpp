@@ -1,13 +1,15 @@
 // What is known about an input: lines, indented by what they belong to.
-#include "decode/outline.h"
+#include "tools/qaven/decode/outline.h"
 
-#include "decode/known_numbers.h"
 #include "tools/emv/gbk.h"
+#include "tools/emv/known_numbers.h"
 
 #include <algorithm>
 #include <utility>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 void Outline::line(std::string text) {
     line(std::move(text), false);
@@ -69,4 +71,4 @@ std::string Outline::text() const {
     return all;
 }
 
-} // namespace tool
+} // namespace qaven::cli

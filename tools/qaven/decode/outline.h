@@ -1,17 +1,17 @@
 // What is known about an input: lines, indented by what they belong to.
 #pragma once
 
-#include "decode/privacy.h"
+#include "tools/emv/privacy.h"
 
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace tool {
+namespace qaven::cli {
 
 class Outline {
   public:
-    explicit Outline(Privacy& privacy) : privacy_(privacy) {}
+    explicit Outline(emv::Privacy& privacy) : privacy_(privacy) {}
 
     // While it lives, lines belong to the one before it.
     class Nest {
@@ -47,7 +47,7 @@ class Outline {
     // What nobody can take apart, guarded and in quotes; of a long text its beginning.
     std::string excerpt(std::string_view text);
 
-    Privacy& privacy() { return privacy_; }
+    emv::Privacy& privacy() { return privacy_; }
 
     // A long run of digits in it is not shown.
     bool hides() const;
@@ -67,11 +67,11 @@ class Outline {
 
     std::string shown(const Line& line) const;
 
-    Privacy& privacy_;
+    emv::Privacy& privacy_;
     std::vector<Line> lines_;
     int depth_ = 0;
     bool has_problems_ = false;
     bool distrusted_ = false;
 };
 
-} // namespace tool
+} // namespace qaven::cli

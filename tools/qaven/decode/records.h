@@ -1,12 +1,12 @@
 // The letter-coded texts: a letter, the length in three digits, and so many characters.
 #pragma once
 
-#include "decode/outline.h"
 #include "tools/emv/letter_records.h"
+#include "tools/qaven/decode/outline.h"
 
 #include <string_view>
 
-namespace tool {
+namespace qaven::cli {
 
 // Letters A to O: what was read from the card.
 void explain_card_information(std::string_view text, Outline& out);
@@ -26,4 +26,4 @@ void explain_tag_list_letters(std::string_view text, Outline& out);
 // AIDs in hex with | between them.
 void explain_aid_list(std::string_view text, Outline& out);
 
-} // namespace tool
+} // namespace qaven::cli

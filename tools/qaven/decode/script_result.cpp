@@ -1,12 +1,14 @@
 // What became of an issuer script.
-#include "decode/script_result.h"
+#include "tools/qaven/decode/script_result.h"
 
 #include "tools/emv/gbk.h"
 #include "tools/emv/script_result.h"
 
 #include <algorithm>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 void explain_script_result(Bytes value, Outline& out) {
     if (value.empty()) {
@@ -41,4 +43,4 @@ void explain_script_result_text(std::string_view text, Outline& out) {
     explain_script_result(results->bytes, out);
 }
 
-} // namespace tool
+} // namespace qaven::cli

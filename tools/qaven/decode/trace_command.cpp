@@ -1,11 +1,11 @@
 // `qaven trace`: the library's trace log, made readable.
-#include "decode/commands.h"
+#include "tools/qaven/cli/verbs.h"
 
-#include "decode/privacy.h"
 #include "tools/emv/gbk.h"
-#include "decode/trace_printer.h"
-#include "decode/trace_reader.h"
-#include "decode/trace_source.h"
+#include "tools/emv/privacy.h"
+#include "tools/qaven/decode/trace_printer.h"
+#include "tools/qaven/decode/trace_reader.h"
+#include "tools/qaven/decode/trace_source.h"
 
 #include <cerrno>
 #include <cstring>
@@ -13,7 +13,9 @@
 #include <optional>
 #include <string>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -107,4 +109,4 @@ int trace_command(std::span<const std::string_view> arguments) {
     return 0;
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,12 +1,12 @@
 // The lines that the library writes into its trace.
-#include "decode/trace_labels.h"
+#include "tools/qaven/decode/trace_labels.h"
 
-#include "decode/answers.h"
-#include "decode/records.h"
-#include "tools/emv/result_codes.h"
-#include "decode/script_result.h"
 #include "tools/emv/gbk.h"
 #include "tools/emv/hex.h"
+#include "tools/emv/result_codes.h"
+#include "tools/qaven/decode/json_texts.h"
+#include "tools/qaven/decode/records.h"
+#include "tools/qaven/decode/script_result.h"
 
 #include "support/gbk_text.h"
 
@@ -14,7 +14,9 @@
 #include <array>
 #include <charconv>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -156,4 +158,4 @@ const TraceStep* find_step(std::string_view line) {
     return found != kSteps.end() ? found : nullptr;
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,11 +1,11 @@
 // The lines that the library writes into its trace.
 #pragma once
 
-#include "decode/outline.h"
+#include "tools/qaven/decode/outline.h"
 
 #include <string_view>
 
-namespace tool {
+namespace qaven::cli {
 
 // A line that begins with a label; the rest is a value.
 struct TraceLabel {
@@ -26,4 +26,4 @@ struct TraceStep {
 
 const TraceStep* find_step(std::string_view line);
 
-} // namespace tool
+} // namespace qaven::cli

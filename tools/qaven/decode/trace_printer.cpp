@@ -1,18 +1,21 @@
 // A trace log as people read it.
-#include "decode/trace_printer.h"
+#include "tools/qaven/decode/trace_printer.h"
 
-#include "decode/answers.h"
-#include "decode/apdu.h"
-#include "decode/decode.h"
-#include "decode/forms.h"
-#include "tools/emv/gbk.h"
-#include "decode/trace_labels.h"
+#include "tools/emv/commands.h"
 #include "tools/emv/date_time.h"
+#include "tools/emv/gbk.h"
 #include "tools/emv/hex.h"
+#include "tools/qaven/decode/card_data.h"
+#include "tools/qaven/decode/decode.h"
+#include "tools/qaven/decode/forms.h"
+#include "tools/qaven/decode/json_texts.h"
+#include "tools/qaven/decode/trace_labels.h"
 
 #include <algorithm>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -201,4 +204,4 @@ void TracePrinter::dump(const TraceEntry& entry, Outline& out) {
     }
 }
 
-} // namespace tool
+} // namespace qaven::cli

@@ -1,18 +1,18 @@
 // A trace log as people read it.
 #pragma once
 
-#include "decode/outline.h"
-#include "decode/trace_reader.h"
+#include "tools/qaven/decode/outline.h"
+#include "tools/qaven/decode/trace_reader.h"
 
 #include <set>
 #include <string>
 #include <string_view>
 
-namespace tool {
+namespace qaven::cli {
 
 class TracePrinter {
   public:
-    explicit TracePrinter(Privacy& privacy) : privacy_(privacy) {}
+    explicit TracePrinter(emv::Privacy& privacy) : privacy_(privacy) {}
 
     // The lines of one entry.
     std::string text(const TraceEntry& entry);
@@ -29,9 +29,9 @@ class TracePrinter {
     // A long value is explained once in each call of the host; the library traces it several times.
     bool seen_before(std::string_view value);
 
-    Privacy& privacy_;
+    emv::Privacy& privacy_;
     std::set<std::string, std::less<>> seen_;
     bool begun_ = false;
 };
 
-} // namespace tool
+} // namespace qaven::cli

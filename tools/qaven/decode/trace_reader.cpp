@@ -1,12 +1,14 @@
 // The entries of a trace log: what one call of the library wrote, put together again.
-#include "decode/trace_reader.h"
+#include "tools/qaven/decode/trace_reader.h"
 
-#include "decode/records.h"
 #include "tools/emv/hex.h"
+#include "tools/qaven/decode/records.h"
 
 #include <algorithm>
 
-namespace tool {
+namespace qaven::cli {
+
+using namespace emv;
 
 namespace {
 
@@ -153,4 +155,4 @@ std::optional<TraceEntry> TraceReader::take_dump(const Line& first, std::size_t 
     }
 }
 
-} // namespace tool
+} // namespace qaven::cli

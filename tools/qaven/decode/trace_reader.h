@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tool {
+namespace qaven::cli {
 
 struct TraceEntry {
     enum class Kind { kLine, kDump };
@@ -52,4 +52,4 @@ class TraceReader {
     bool finished_ = false;
 };
 
-} // namespace tool
+} // namespace qaven::cli

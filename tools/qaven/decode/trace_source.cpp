@@ -1,5 +1,5 @@
 // Where a trace comes from: a file, a file that grows, standard input.
-#include "decode/trace_source.h"
+#include "tools/qaven/decode/trace_source.h"
 
 #include <array>
 #include <cerrno>
@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace tool {
+namespace qaven::cli {
 
 namespace {
 
@@ -139,4 +139,4 @@ void follow_trace(const std::string& path, const TraceSink& sink) {
     }
 }
 
-} // namespace tool
+} // namespace qaven::cli

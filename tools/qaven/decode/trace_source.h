@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace tool {
+namespace qaven::cli {
 
 struct TraceSink {
     std::function<void(std::string_view)> piece;
@@ -23,4 +23,4 @@ void read_standard_input(const TraceSink& sink);
 // Reads on until SIGINT. The file need not be there yet, and may be emptied or replaced.
 void follow_trace(const std::string& path, const TraceSink& sink);
 
-} // namespace tool
+} // namespace qaven::cli
