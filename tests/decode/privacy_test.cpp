@@ -146,6 +146,12 @@ TEST(PartOfANumber, IsNotShownAtHalfAByte) {
     }
 }
 
+TEST(PartOfANumber, IsNotShownInAName) {
+    const std::string said = decoded("B015TE1101011990010I006301231");
+    EXPECT_FALSE(shows(said, kIdentityNumber, kTelling)) << said;
+    EXPECT_THAT(decoded("P012000000001213V015104110070110001"), HasSubstr("104110070110001"));
+}
+
 TEST(PartOfANumber, IsNoTimeOfDayThatNoClockShows) {
     EXPECT_FALSE(shows(decoded("? 20001000012345 ?"), "20001000012345", kTelling));
     EXPECT_THAT(decoded("? 20260102030405 ?"), HasSubstr("20260102030405"));

@@ -16,8 +16,11 @@ namespace {
 // In text that nobody can take apart, a run of digits that could be a good part of a number.
 constexpr std::size_t kTellingRun = 9;
 
-// Longer than the numbers of shops and terminals that fields of text hold.
-constexpr std::size_t kLongerThanOthers = 16;
+// The number of a shop (ISO 8583, field 42), alone in a field of text.
+bool is_merchant_number(std::string_view text) {
+    constexpr std::size_t kMerchant = 15;
+    return text.size() == kMerchant && all_digits(text) && !may_be_number(text);
+}
 
 std::string_view digits_at(std::string_view text, std::size_t at) {
     std::size_t end = at;
@@ -157,7 +160,9 @@ std::string Privacy::field(std::string_view text) const {
     std::string shown(text);
     if (!show_all_) {
         mask_lookalikes(shown);
-        mask_long_runs(shown, kLongerThanOthers);
+        if (!is_merchant_number(trimmed(text))) {
+            mask_long_runs(shown, kShortestNumber);
+        }
     }
     return shown;
 }
