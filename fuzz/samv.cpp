@@ -26,7 +26,7 @@ constexpr std::size_t kBlockHead = 4;
 
 void parse_text(std::span<const std::uint8_t> block) {
     Bytes text = Input::exact(block);
-    text.resize(idcard::base_text_used);
+    text.resize(idcard::kBaseTextUsed);
     idcard_base_info_parse(text.data());
 }
 
@@ -34,15 +34,15 @@ void command(Input& script) {
     const unsigned char cmd = script.byte();
     const unsigned char parameter = script.byte();
     // Kept from input to input: clearing 64 KiB each time is most of what an input costs.
-    static Guarded<unsigned char, idcard::samv_data_capacity> out;
+    static Guarded<unsigned char, idcard::kSamvDataCapacity> out;
     unsigned long length = 0;
     if (samv_cmd(cmd, parameter, out.data(), &length) != 0) {
         return;
     }
-    demand(length < idcard::samv_data_capacity, "data and checksum fit");
+    demand(length < idcard::kSamvDataCapacity, "data and checksum fit");
     const std::span<const std::uint8_t> data(out.data(), length);
-    if (data.size() >= kBlockHead + idcard::base_text_used) {
-        parse_text(data.subspan(kBlockHead, idcard::base_text_used));
+    if (data.size() >= kBlockHead + idcard::kBaseTextUsed) {
+        parse_text(data.subspan(kBlockHead, idcard::kBaseTextUsed));
     }
     print_buf(nullptr, out.data(), std::min<unsigned long>(length, 100));
 }
@@ -57,19 +57,19 @@ void read(Input& script) {
     unsigned long length = 0;
     int result = 0;
     if (script.below(2) == 0) {
-        Guarded<unsigned char, idcard::report_size> report;
+        Guarded<unsigned char, idcard::kReportSize> report;
         result = usb_device_read(report.data(), &length, dump_recv_completed, tries);
     } else {
-        static Guarded<unsigned char, idcard::reply_capacity> reply;
+        static Guarded<unsigned char, idcard::kReplyCapacity> reply;
         result = usb_device_read(reply.data(), &length, idcard_recv_completed, tries);
     }
-    demand(result <= 0 && length <= idcard::reply_capacity, "no more than a reply can be");
+    demand(result <= 0 && length <= idcard::kReplyCapacity, "no more than a reply can be");
 }
 
 void judge_completeness(Input& script) {
     Bytes reply = Input::exact(script.chunk());
     const int complete = idcard_recv_completed(reply.data(), reply.size());
-    demand(complete == 0 || reply.size() >= idcard::frame_head_size, "a length field first");
+    demand(complete == 0 || reply.size() >= idcard::kFrameHeadSize, "a length field first");
 }
 
 void convert(Input& script) {

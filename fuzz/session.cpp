@@ -414,7 +414,7 @@ void error_codes(Input& script) {
 
 // The identity-card reader beside the other one: both start and end the same libusb.
 void identity_card() {
-    static Guarded<unsigned char, qaven::idcard::samv_data_capacity> out;
+    static Guarded<unsigned char, qaven::idcard::kSamvDataCapacity> out;
     unsigned long length = 0;
     usb_device_open();
     samv_cmd(0x20, 0x01, out.data(), &length);

@@ -1,6 +1,7 @@
 // The card's answers, a host's requests, and a bus on which everything succeeds.
 #include "card.h"
 
+#include "engine/card/apdu.h"
 #include "qaven/qaven.h"
 #include "support/hex.h"
 #include "tests/support/libusb_stand_in.h"
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -54,7 +56,7 @@ constexpr const char* kFci = "8408A000000333010101";
 // The fields of a log record, 49 bytes.
 constexpr const char* kLogFormat = "9F4F199A039F21039F02069F03069F1A025F2A029F4E149C019F3602";
 
-std::string response(const unsigned char* command) {
+std::string response(std::span<const unsigned char> command) {
     const std::size_t number = command[2];
     switch (command[1]) {
     case 0xA4:
@@ -108,18 +110,18 @@ int transaction_log() {
 
 extern "C" {
 
-// The linker puts this in Qm_Icc_EXApdu's place.
+// The linker puts this in the exchange's place.
 // NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-int __wrap__Z13Qm_Icc_EXApduPhiS_Pii(unsigned char* command, int /*length*/, unsigned char* out,
-                                     int* out_length, int /*wait*/) {
-    const auto bytes = qaven::hex::bytes(qaven::bench::response(command));
+int __wrap__ZN5qaven4apdu8exchangeENS0_7CommandERNS_5ReplyE(qaven::apdu::Command command,
+                                                            qaven::Reply& reply) {
+    const auto bytes = qaven::hex::bytes(qaven::bench::response(command.place));
     if (bytes.empty()) {
         return qaven::bench::kNotFound;
     }
-    const auto end = std::ranges::copy(bytes, out).out;
+    const auto end = std::ranges::copy(bytes, reply.place.begin()).out;
     end[0] = 0x90;
     end[1] = 0x00;
-    *out_length = static_cast<int>(bytes.size()) + 2;
+    reply.length = bytes.size() + 2;
     return 0;
 }
 

@@ -30,7 +30,7 @@ using Data = std::vector<unsigned char>;
 
 // The data of the reply ends up in `data`; a failure is told with its cause.
 Exit run(const Step& step, Data& data) {
-    data.assign(qaven::idcard::samv_data_capacity, 0);
+    data.assign(qaven::idcard::kSamvDataCapacity, 0);
     unsigned long length = 0;
     switch (samv_cmd(step.command, step.parameter, data.data(), &length)) {
     case 0:
@@ -68,7 +68,7 @@ Exit read_card() {
         }
     }
     const std::span<unsigned char> text = text_of(data);
-    if (text.size() < qaven::idcard::base_text_used) {
+    if (text.size() < qaven::idcard::kBaseTextUsed) {
         std::fputs("identity_card: the reply holds no text\n", stderr);
         return refused;
     }

@@ -1,9 +1,10 @@
 // The error table, its look-ups, and the folding into the host's smaller set of codes.
 #include "host/err.h"
 
+#include "support/bounded_text.h"
 #include "support/gbk_text.h"
 
-#include <cstring>
+#include <algorithm>
 
 namespace gbk = qaven::gbk;
 
@@ -39,7 +40,9 @@ const err_entry err_code_decsript[] = {
     {0, nullptr},
 };
 
-const char* Qm_ErrGetDesc(int code) {
+namespace qaven::errors {
+
+std::string_view description(int code) {
     // The terminator is tested first, so code 0 has no description either.
     for (const err_entry* entry = err_code_decsript; entry->code != 0; ++entry) {
         if (entry->code == code) {
@@ -49,12 +52,11 @@ const char* Qm_ErrGetDesc(int code) {
     return "";
 }
 
-char* Qm_GetLastErrDesc(int code, char* dst) {
-    const char* const text = Qm_ErrGetDesc(code);
-    return static_cast<char*>(std::memcpy(dst, text, std::strlen(text) + 1));
+void describe(int code, std::span<char> error_text) {
+    BoundedText(error_text).append(description(code));
 }
 
-int transErr(int code) {
+int folded(int code) {
     // The host's vocabulary is small on purpose: it does not tell -2 from -1, nor the codes of one
     // group here from each other or from a code of libusb.
     switch (code) {
@@ -72,4 +74,21 @@ int transErr(int code) {
     default:
         return code;
     }
+}
+
+} // namespace qaven::errors
+
+namespace errors = qaven::errors;
+
+const char* Qm_ErrGetDesc(int code) {
+    return errors::description(code).data();
+}
+
+char* Qm_GetLastErrDesc(int code, char* dst) {
+    *std::ranges::copy(errors::description(code), dst).out = '\0';
+    return dst;
+}
+
+int transErr(int code) {
+    return errors::folded(code);
 }

@@ -3,6 +3,9 @@
 
 #include "support/export.h"
 
+#include <span>
+#include <string_view>
+
 // One row of the table: a negative code and its zero-terminated GBK text, laid out with blanks for
 // a fixed-width display (18 bytes; the text of -203 has 15).
 struct err_entry {
@@ -22,3 +25,14 @@ QAVEN_API char* Qm_GetLastErrDesc(int code, char* dst);
 
 // The host's code for a card operation's code; codes without a mapping pass through.
 QAVEN_API int transErr(int code);
+
+namespace qaven::errors {
+
+std::string_view description(int code);
+
+// Writes the description of code into a host's buffer of QAVEN_ERRMSG_SIZE bytes, if it gave one.
+void describe(int code, std::span<char> error_text);
+
+int folded(int code);
+
+} // namespace qaven::errors

@@ -19,16 +19,19 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
 namespace {
 
+using qaven::HostText;
 using qaven::report;
 namespace diagnostics = qaven::diagnostics;
 namespace gbk = qaven::gbk;
 namespace session = qaven::session;
 namespace trace = qaven::trace;
+namespace wrappers = qaven::wrappers;
 
 // What the wrappers log as the reader. The card operations choose the reader themselves.
 constexpr const char* kReaderName = "KS  KS4417QX-R 0";
@@ -79,17 +82,16 @@ bool is_whole_number(const cJSON* item) {
 // A host's input, read key by key. The first one that is not usable is remembered by name.
 class Input {
   public:
-    explicit Input(const char* json)
-        : tree_(cJSON_Parse(qaven::text_or_empty(json))),
-          usable_(cJSON_IsObject(tree_.get()) != 0) {
+    explicit Input(HostText json)
+        : tree_(cJSON_Parse(json.c_str())), usable_(cJSON_IsObject(tree_.get()) != 0) {
         if (!usable_) {
             trace::line("the input is not a JSON object");
         }
     }
 
-    const char* text(const char* key) {
+    HostText text(const char* key) {
         const cJSON* const item = member(key);
-        return expect(cJSON_IsString(item) != 0, key) ? item->valuestring : "";
+        return expect(cJSON_IsString(item) != 0, key) ? item->valuestring : nullptr;
     }
 
     int number(const char* key) {
@@ -117,18 +119,16 @@ class Input {
 // Where a host gets its answer.
 class Answer {
   public:
-    Answer(char* resmsg, char* errmsg) : resmsg_(resmsg), errmsg_(errmsg) {}
+    Answer(std::span<char> resmsg, std::span<char> errmsg) : resmsg_(resmsg), errmsg_(errmsg) {}
 
-    bool has_buffers() const { return resmsg_ != nullptr && errmsg_ != nullptr; }
+    bool has_buffers() const { return !resmsg_.empty() && !errmsg_.empty(); }
 
     int refuse() const {
-        Qm_GetLastErrDesc(QAVEN_ILLEGAL_DATA, errmsg_);
+        qaven::errors::describe(QAVEN_ILLEGAL_DATA, errmsg_);
         return QAVEN_ILLEGAL_DATA;
     }
 
-    void fail(std::string_view text) const {
-        qaven::BoundedText(errmsg_, QAVEN_ERRMSG_SIZE).append(text);
-    }
+    void fail(std::string_view text) const { qaven::BoundedText(errmsg_).append(text); }
 
     // Only what is whole is handed out: texts that an operation left empty because it had no memory
     // would read as a card's refusal.
@@ -136,17 +136,19 @@ class Answer {
         if (qaven::memory_shortages != shortages_before_) {
             throw std::bad_alloc();
         }
-        qaven::BoundedText(resmsg_, QAVEN_RESMSG_SIZE).append(text);
-        trace::line("resmsg:%s\n", resmsg_);
+        qaven::BoundedText(resmsg_).append(text);
+        trace::line("resmsg:%s\n", resmsg_.data());
     }
 
     // The failure text that the host's buffer holds from whatever call wrote it; never read past
     // the buffer's documented size, because the host may never have cleared it.
-    void trace_error_text() const { trace::line("errmsg:%.*s\n", QAVEN_ERRMSG_SIZE - 1, errmsg_); }
+    void trace_error_text() const {
+        trace::line("errmsg:%.*s\n", static_cast<int>(errmsg_.size()) - 1, errmsg_.data());
+    }
 
   private:
-    char* resmsg_;
-    char* errmsg_;
+    std::span<char> resmsg_;
+    std::span<char> errmsg_;
     unsigned shortages_before_ = qaven::memory_shortages;
 };
 
@@ -154,7 +156,8 @@ class Answer {
 template <typename Body>
 int entry_point(char* resmsg, char* errmsg, Body&& body) {
     return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
-        const Answer answer(resmsg, errmsg);
+        const Answer answer(qaven::host_buffer(resmsg, QAVEN_RESMSG_SIZE),
+                            qaven::host_buffer(errmsg, QAVEN_ERRMSG_SIZE));
         if (!answer.has_buffers()) {
             return static_cast<int>(QAVEN_ILLEGAL_DATA);
         }
@@ -170,9 +173,9 @@ int entry_point(char* resmsg, char* errmsg, Body&& body) {
 // is not kept waiting for the issuer.
 class ArqcStep {
   public:
-    int run(const char* reader_name, const char* transaction_data, const char* aid_list) {
-        const int result = genARQC(reader_name, transaction_data, aid_list,
-                                   application_data_.data(), arqc_.data(), field60_.data());
+    int run(HostText reader_name, HostText transaction_data, HostText aid_list) {
+        const int result = wrappers::generate_arqc(reader_name, transaction_data, aid_list,
+                                                   {application_data_, arqc_, field60_});
         if (result == 0) {
             connection_.emplace();
         }
@@ -206,32 +209,33 @@ bool asks_for_arqc(std::string_view text) {
     return text == "true" || text == "True";
 }
 
-int read_card_information(const char* json, const Answer& answer) {
+int read_card_information(HostText json, const Answer& answer) {
     Input input(json);
-    const char* const tag_list = input.text("TagList");
-    const char* const aid_list = input.text("AIDList");
-    const char* const transaction_data = input.text("aryInput");
-    const char* const read_arqc = input.text("isReadArqc");
+    const HostText tag_list = input.text("TagList");
+    const HostText aid_list = input.text("AIDList");
+    const HostText transaction_data = input.text("aryInput");
+    const HostText read_arqc = input.text("isReadArqc");
     if (!input.usable()) {
         return answer.refuse();
     }
     report("------QAVEN_getICCardInfo------\n");
-    report("TagList:%s\n", tag_list);
-    report("AIDList:%s\n", aid_list);
-    report("aryInput:%s\n", transaction_data);
-    report("isReadArqc:%s\n", read_arqc);
+    report("TagList:%s\n", tag_list.c_str());
+    report("AIDList:%s\n", aid_list.c_str());
+    report("aryInput:%s\n", transaction_data.c_str());
+    report("isReadArqc:%s\n", read_arqc.c_str());
 
     // The card information that a teller sees and the ARQC that pays are those of one card.
     const qaven::card_info::OneCard one_card;
     std::array<char, QAVEN_USERINFO_SIZE> card_information{};
-    if (const int result = getICCardInfo(kReaderName, tag_list, aid_list, card_information.data());
+    if (const int result =
+            wrappers::read_card_information(kReaderName, tag_list, aid_list, card_information);
         result != 0) {
         report("%s", gbk::kGetCardInfoFailed);
         answer.fail(gbk::kGetCardInfoFailed);
         return result;
     }
     trace::line("valueRet:%s\n", card_information.data());
-    WriteKsLog(kCardInformationMark);
+    trace::write(kCardInformationMark);
 
     std::string arqc_object;
     ArqcStep step;
@@ -242,7 +246,7 @@ int read_card_information(const char* json, const Answer& answer) {
             diagnostics::line("%s", gbk::kGetArqcFailed);
             diagnostics::text("mret:%d\n", result);
             answer.fail(gbk::kGetArqcFailed);
-            WriteKsLog(gbk::kGetArqcFailedTrace);
+            trace::write(gbk::kGetArqcFailedTrace);
             return result;
         }
         diagnostics::text("-LpAppData:%s\n", step.application_data());
@@ -258,17 +262,17 @@ int read_card_information(const char* json, const Answer& answer) {
     return 0;
 }
 
-int generate_arqc(const char* json, const Answer& answer) {
+int generate_arqc(HostText json, const Answer& answer) {
     Input input(json);
-    const char* const transaction_data = input.text("aryInput");
-    const char* const aid_list = input.text("AIDList");
+    const HostText transaction_data = input.text("aryInput");
+    const HostText aid_list = input.text("AIDList");
     if (!input.usable()) {
         return answer.refuse();
     }
     report("------QAVEN_genARQC------\n");
     // The transaction data has always been traced under the tag list's label.
-    report("TagList:%s\n", transaction_data);
-    report("AIDList:%s\n", aid_list);
+    report("TagList:%s\n", transaction_data.c_str());
+    report("AIDList:%s\n", aid_list.c_str());
 
     ArqcStep step;
     const int result = step.run(kReaderName, transaction_data, aid_list);
@@ -278,47 +282,47 @@ int generate_arqc(const char* json, const Answer& answer) {
     return 0;
 }
 
-int run_issuer_answer(const char* json, const Answer& answer) {
+int run_issuer_answer(HostText json, const Answer& answer) {
     Input input(json);
-    const char* const transaction_data = input.text("Txdata");
-    const char* const application_data = input.text("LpAppData");
-    const char* const response = input.text("ARPC");
+    const HostText transaction_data = input.text("Txdata");
+    const HostText application_data = input.text("LpAppData");
+    const HostText response = input.text("ARPC");
     const int status = input.number("Status");
     if (!input.usable()) {
         return answer.refuse();
     }
     // Printed and traced lines carry different labels here.
     diagnostics::line("------QAVEN_ARPC_ExeICScript------");
-    diagnostics::text("Txdata:%s\n", transaction_data);
-    diagnostics::text("LpAppData:%s\n", application_data);
-    diagnostics::text("ARPC:%s\n", response);
+    diagnostics::text("Txdata:%s\n", transaction_data.c_str());
+    diagnostics::text("LpAppData:%s\n", application_data.c_str());
+    diagnostics::text("ARPC:%s\n", response.c_str());
     diagnostics::text("Status:%d\n", status);
-    WriteKsLog("------QAVEN_ARPC_ExeICScript------");
-    trace::line("Txdata_string:%s\n", transaction_data);
-    trace::line("LpAppData_string:%s\n", application_data);
-    trace::line("ARPC_string:%s\n", response);
+    trace::write("------QAVEN_ARPC_ExeICScript------");
+    trace::line("Txdata_string:%s\n", transaction_data.c_str());
+    trace::line("LpAppData_string:%s\n", application_data.c_str());
+    trace::line("ARPC_string:%s\n", response.c_str());
     trace::line("status:%d\n", status);
 
     std::array<char, QAVEN_SCRIPT_RESULT_SIZE> script_result{};
     std::array<char, QAVEN_TC_SIZE> tc{};
-    const int result = ARPC_ExeICScript(transaction_data, application_data, response, status,
-                                        script_result.data(), tc.data());
+    const int result = wrappers::run_issuer_answer(
+        {transaction_data, application_data, response, status}, script_result, tc);
     answer.write(printed_object({{"Scriptresult", script_result.data()}, {"TC", tc.data()}}));
     trace::line("ret:%d\n", result);
     return 0;
 }
 
-int read_transaction_log(const char* json, const Answer& answer) {
+int read_transaction_log(HostText json, const Answer& answer) {
     Input input(json);
-    const char* const aid_list = input.text("AIDList");
+    const HostText aid_list = input.text("AIDList");
     if (!input.usable()) {
         return answer.refuse();
     }
     report("------QAVEN_GetTxDetail------\n");
-    report("AIDList:%s\n", aid_list);
+    report("AIDList:%s\n", aid_list.c_str());
 
     std::array<char, QAVEN_TXDETAIL_SIZE> detail{};
-    const int result = GetTxDetail(kReaderNameOfLog, aid_list, detail.data());
+    const int result = wrappers::read_transaction_log(kReaderNameOfLog, aid_list, detail);
     answer.write(printed_object({{"TxDtailRet", detail.data()}}));
     trace::line("ret:%d\n", result);
     return 0;

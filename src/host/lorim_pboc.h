@@ -4,8 +4,11 @@
 
 #include "qaven/qaven.h"
 #include "support/export.h"
+#include "support/host_text.h"
 #include "support/qmlog.h"
 #include "support/utils.h"
+
+#include <span>
 
 // All texts are zero-terminated; outputs are the caller's and at least as large as said here. Each
 // result is the card operation's code folded by transErr. readerName is only traced.
@@ -27,3 +30,32 @@ QAVEN_API int ARPC_ExeICScript(const char* txData, const char* lpic, const char*
 
 // Transaction log text (txDetail, 2048 zeroed bytes); aidList is one AID, not split.
 QAVEN_API int GetTxDetail(const char* readerName, const char* aidList, char* txDetail);
+
+// The same for the JSON entry points.
+namespace qaven::wrappers {
+
+int read_card_information(HostText reader_name, HostText tag_list, HostText aid_list,
+                          std::span<char> ic_info);
+
+struct ArqcOutputs {
+    std::span<char> application_data;
+    std::span<char> arqc;
+    std::span<char> field60;
+};
+
+int generate_arqc(HostText reader_name, HostText transaction_data, HostText aid_list,
+                  const ArqcOutputs& out);
+
+struct IssuerAnswer {
+    HostText transaction_data;
+    HostText application_data;
+    HostText response;
+    int status;
+};
+
+int run_issuer_answer(const IssuerAnswer& answer, std::span<char> script_result,
+                      std::span<char> tc);
+
+int read_transaction_log(HostText reader_name, HostText aid_list, std::span<char> tx_detail);
+
+} // namespace qaven::wrappers

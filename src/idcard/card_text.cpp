@@ -1,5 +1,6 @@
 // The text block of an identity card: UCS-2, two bytes a character, at fixed places.
 #include "idcard/icc.h"
+#include "idcard/messages.h"
 
 #include <iconv.h>
 
@@ -7,7 +8,7 @@
 #include <array>
 #include <span>
 
-using namespace qaven::idcard;
+namespace qaven::idcard {
 
 namespace {
 
@@ -17,7 +18,7 @@ struct Field {
     const char* label;
 };
 
-constexpr std::array<Field, 9> base_fields{{
+constexpr std::array<Field, 9> kBaseFields{{
     {0, 30, "姓名"},
     {30, 2, "性别代码"},
     {32, 4, "民族代码"},
@@ -33,60 +34,71 @@ constexpr std::array<Field, 9> base_fields{{
 
 // One character of UCS-2 at this place tells the permits from the resident card; the permits lay
 // out the rest of the block in their own way.
-constexpr std::size_t card_type_at = 248;
-constexpr unsigned char foreign_permit = 'I';
-constexpr unsigned char hmt_permit = 'J';
+constexpr std::size_t kCardTypeAt = 248;
+constexpr char kForeignPermit = 'I';
+constexpr char kHmtPermit = 'J';
 
-constexpr std::size_t field_text_size = 256;
+constexpr std::size_t kFieldTextSize = 256;
 
-} // namespace
-
-void idcard_base_info_parse(unsigned char* text) {
-    if (text == nullptr) {
-        return;
-    }
-    const std::span<unsigned char, base_text_used> block(text, base_text_used);
-
-    if (block[card_type_at + 1] == 0) {
-        if (block[card_type_at] == foreign_permit) {
-            print(LOG_LEVEL_INFORMATION, "外国人居住证\n");
-            return;
-        }
-        if (block[card_type_at] == hmt_permit) {
-            print(LOG_LEVEL_INFORMATION, "港澳台居住证\n");
-            return;
-        }
-    }
-
-    for (const Field& field : base_fields) {
-        // A field that does not convert shows what came before the bad character.
-        std::array<char, field_text_size> utf8{};
-        const auto ucs2 = block.subspan(field.offset, field.length);
-        ucs2_utf8(ucs2.data(), ucs2.size(), utf8.data(), utf8.size());
-        print(LOG_LEVEL_INFORMATION, "%s: %s\n", field.label, utf8.data());
-    }
-}
-
-int ucs2_utf8(unsigned char* in, unsigned long in_len, char* out, unsigned long out_size) {
-    return ucs2_utf8(reinterpret_cast<char*>(in), in_len, out, out_size);
-}
-
-int ucs2_utf8(char* in, unsigned long in_len, char* out, unsigned long out_size) {
-    if (in == nullptr || out == nullptr || out_size == 0) {
+int to_utf8(std::span<char> ucs2, std::span<char> out) {
+    if (ucs2.data() == nullptr || out.data() == nullptr || out.empty()) {
         return -1;
     }
     iconv_t converter = iconv_open("utf8", "ucs2");
     if (converter == reinterpret_cast<iconv_t>(-1)) {
         return -1;
     }
-    std::fill_n(out, out_size, '\0');
-    std::size_t in_left = in_len;
-    std::size_t out_left = out_size - 1;
-    const std::size_t result = iconv(converter, &in, &in_left, &out, &out_left);
+    std::ranges::fill(out, '\0');
+    char* from = ucs2.data();
+    std::size_t from_left = ucs2.size();
+    char* to = out.data();
+    std::size_t to_left = out.size() - 1;
+    const std::size_t result = iconv(converter, &from, &from_left, &to, &to_left);
     iconv_close(converter);
     if (result == static_cast<std::size_t>(-1)) {
         return -1;
     }
-    *out = '\0';
+    *to = '\0';
     return 0;
+}
+
+void print_base_information(std::span<char, kBaseTextUsed> block) {
+    if (block[kCardTypeAt + 1] == 0) {
+        if (block[kCardTypeAt] == kForeignPermit) {
+            message(LOG_LEVEL_INFORMATION, "外国人居住证\n");
+            return;
+        }
+        if (block[kCardTypeAt] == kHmtPermit) {
+            message(LOG_LEVEL_INFORMATION, "港澳台居住证\n");
+            return;
+        }
+    }
+
+    for (const Field& field : kBaseFields) {
+        // A field that does not convert shows what came before the bad character.
+        std::array<char, kFieldTextSize> utf8{};
+        to_utf8(block.subspan(field.offset, field.length), utf8);
+        message(LOG_LEVEL_INFORMATION, "%s: %s\n", field.label, utf8.data());
+    }
+}
+
+} // namespace
+
+} // namespace qaven::idcard
+
+namespace idcard = qaven::idcard;
+
+void idcard_base_info_parse(unsigned char* text) {
+    if (text != nullptr) {
+        idcard::print_base_information(std::span<char, idcard::kBaseTextUsed>(
+            reinterpret_cast<char*>(text), idcard::kBaseTextUsed));
+    }
+}
+
+int ucs2_utf8(unsigned char* in, unsigned long in_len, char* out, unsigned long out_size) {
+    return idcard::to_utf8({reinterpret_cast<char*>(in), in_len}, {out, out_size});
+}
+
+int ucs2_utf8(char* in, unsigned long in_len, char* out, unsigned long out_size) {
+    return idcard::to_utf8({in, in_len}, {out, out_size});
 }

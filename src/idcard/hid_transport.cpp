@@ -1,5 +1,7 @@
 // HID reports to and from the identity-card reader. Both directions go over the control endpoint;
 // the reader's interrupt endpoint never carries a reply.
+#include "idcard/hid_transport.h"
+
 #include "idcard/icc.h"
 #include "support/diagnostics.h"
 
@@ -11,30 +13,28 @@
 #include <span>
 #include <unistd.h>
 
-namespace diagnostics = qaven::diagnostics;
-using qaven::idcard::reply_capacity;
-using qaven::idcard::report_size;
+namespace qaven::idcard {
 
 namespace {
 
-constexpr std::uint16_t reader_vendor = 0x2F7A;
-constexpr std::uint16_t reader_product = 0x4463;
-constexpr int reader_interface = 0;
+constexpr std::uint16_t kReaderVendor = 0x2F7A;
+constexpr std::uint16_t kReaderProduct = 0x4463;
+constexpr int kReaderInterface = 0;
 
 // Class requests to and from an interface.
-constexpr std::uint8_t to_interface = 0x21;
-constexpr std::uint8_t from_interface = 0xA1;
-constexpr std::uint8_t request_get_report = 0x01;
-constexpr std::uint8_t request_set_report = 0x09;
+constexpr std::uint8_t kToInterface = 0x21;
+constexpr std::uint8_t kFromInterface = 0xA1;
+constexpr std::uint8_t kGetReport = 0x01;
+constexpr std::uint8_t kSetReport = 0x09;
 // Report type in the high byte, report identifier 0 in the low one.
-constexpr std::uint16_t input_report = 0x0100;
-constexpr std::uint16_t output_report = 0x0200;
-constexpr unsigned int no_time_limit = 0;
+constexpr std::uint16_t kInputReport = 0x0100;
+constexpr std::uint16_t kOutputReport = 0x0200;
+constexpr unsigned int kNoTimeLimit = 0;
 
-constexpr unsigned int default_tries = 500;
-constexpr useconds_t poll_pause_us = 10'000;
+constexpr unsigned int kDefaultTries = 500;
+constexpr useconds_t kPollPauseUs = 10'000;
 
-using Report = std::span<unsigned char, report_size>;
+using Report = std::span<std::uint8_t, kReportSize>;
 
 libusb_device_handle* dev_handle = nullptr;
 bool library_started = false;
@@ -45,13 +45,13 @@ int transfer_report(std::uint8_t request_type, std::uint8_t request, std::uint16
         return LIBUSB_ERROR_NO_DEVICE;
     }
     const int result =
-        libusb_control_transfer(dev_handle, request_type, request, value, reader_interface,
-                                report.data(), report_size, no_time_limit);
+        libusb_control_transfer(dev_handle, request_type, request, value, kReaderInterface,
+                                report.data(), kReportSize, kNoTimeLimit);
     return std::min(result, 0);
 }
 
 int set_report(Report report) {
-    const int result = transfer_report(to_interface, request_set_report, output_report, report);
+    const int result = transfer_report(kToInterface, kSetReport, kOutputReport, report);
     if (result < 0) {
         diagnostics::line("set report failed ");
     }
@@ -60,13 +60,13 @@ int set_report(Report report) {
 
 // A report that arrives short ends in zeros.
 int get_report(Report report) {
-    std::ranges::fill(report, static_cast<unsigned char>(0));
-    return transfer_report(from_interface, request_get_report, input_report, report);
+    std::ranges::fill(report, static_cast<std::uint8_t>(0));
+    return transfer_report(kFromInterface, kGetReport, kInputReport, report);
 }
 
 // The reader answers with zeros while the security module still works on the command.
 bool is_ready(Report report) {
-    return std::ranges::any_of(report, [](unsigned char byte) { return byte != 0; });
+    return std::ranges::any_of(report, [](std::uint8_t byte) { return byte != 0; });
 }
 
 int poll_report(Report report, unsigned int tries) {
@@ -81,16 +81,27 @@ int poll_report(Report report, unsigned int tries) {
             return 0;
         }
         diagnostics::error_text(".");
-        usleep(poll_pause_us);
+        usleep(kPollPauseUs);
     }
     return 0;
 }
 
-} // namespace
-
-int usb_device_open() {
+void close() {
+    if (dev_handle != nullptr) {
+        libusb_release_interface(dev_handle, kReaderInterface);
+        libusb_close(dev_handle);
+        dev_handle = nullptr;
+    }
     if (library_started) {
-        usb_device_close();
+        // libusb counts its users: an end without a start would take it from the bank-card path.
+        libusb_exit(nullptr);
+        library_started = false;
+    }
+}
+
+int open() {
+    if (library_started) {
+        close();
     }
 
     int result = libusb_init(nullptr);
@@ -100,21 +111,21 @@ int usb_device_open() {
     }
     library_started = true;
 
-    dev_handle = libusb_open_device_with_vid_pid(nullptr, reader_vendor, reader_product);
+    dev_handle = libusb_open_device_with_vid_pid(nullptr, kReaderVendor, kReaderProduct);
     if (dev_handle == nullptr) {
         // The result stays that of the start-up: front ends go on and fail at their first transfer.
         diagnostics::line("open device failed ");
         return result;
     }
 
-    if (libusb_kernel_driver_active(dev_handle, reader_interface) == 1) {
+    if (libusb_kernel_driver_active(dev_handle, kReaderInterface) == 1) {
         diagnostics::line("Kernel Driver Active");
-        if (libusb_detach_kernel_driver(dev_handle, reader_interface) == 0) {
+        if (libusb_detach_kernel_driver(dev_handle, kReaderInterface) == 0) {
             diagnostics::line("Kernel Driver Detached!");
         }
     }
 
-    result = libusb_claim_interface(dev_handle, reader_interface);
+    result = libusb_claim_interface(dev_handle, kReaderInterface);
     if (result < 0) {
         diagnostics::line("Claim Interface failed!");
         return result;
@@ -122,17 +133,53 @@ int usb_device_open() {
     return 0;
 }
 
+} // namespace
+
+int send_reports(std::span<std::uint8_t> data) {
+    std::span<std::uint8_t> rest = data;
+    while (rest.size() > kReportSize) {
+        if (const int result = set_report(rest.first<kReportSize>()); result < 0) {
+            return result;
+        }
+        rest = rest.subspan(kReportSize);
+    }
+    std::array<std::uint8_t, kReportSize> last{};
+    std::ranges::copy(rest, last.begin());
+    return set_report(last);
+}
+
+int receive_reports(std::span<std::uint8_t> place, std::size_t& length, const Completed& completed,
+                    unsigned int tries) {
+    std::array<std::uint8_t, kReportSize> first{};
+    if (const int result = poll_report(first, tries == 0 ? kDefaultTries : tries); result < 0) {
+        return result;
+    }
+    std::ranges::copy(first, place.begin());
+    length = kReportSize;
+
+    while (!completed(place.first(length))) {
+        const int result = length < kReplyCapacity
+                               ? get_report(place.subspan(length).first<kReportSize>())
+                               : static_cast<int>(LIBUSB_ERROR_OVERFLOW);
+        if (result < 0) {
+            diagnostics::line("get report failed ");
+            return result;
+        }
+        length += kReportSize;
+    }
+    return 0;
+}
+
+} // namespace qaven::idcard
+
+namespace idcard = qaven::idcard;
+
+int usb_device_open() {
+    return idcard::open();
+}
+
 int usb_device_close() {
-    if (dev_handle != nullptr) {
-        libusb_release_interface(dev_handle, reader_interface);
-        libusb_close(dev_handle);
-        dev_handle = nullptr;
-    }
-    if (library_started) {
-        // libusb counts its users: an end without a start would take it from the bank-card path.
-        libusb_exit(nullptr);
-        library_started = false;
-    }
+    idcard::close();
     return 0;
 }
 
@@ -140,16 +187,7 @@ int usb_device_write(unsigned char* data, unsigned long len) {
     if (data == nullptr && len > 0) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-    std::span<unsigned char> rest(data, len);
-    while (rest.size() > report_size) {
-        if (const int result = set_report(rest.first<report_size>()); result < 0) {
-            return result;
-        }
-        rest = rest.subspan(report_size);
-    }
-    std::array<unsigned char, report_size> last{};
-    std::ranges::copy(rest, last.begin());
-    return set_report(last);
+    return idcard::send_reports({data, len});
 }
 
 int usb_device_read(unsigned char* buf, unsigned long* len,
@@ -157,24 +195,17 @@ int usb_device_read(unsigned char* buf, unsigned long* len,
     if (buf == nullptr || len == nullptr || completed == nullptr) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-
-    std::array<unsigned char, report_size> first{};
-    if (const int result = poll_report(first, tries == 0 ? default_tries : tries); result < 0) {
-        return result;
+    std::size_t length = 0;
+    const int result = idcard::receive_reports(
+        {buf, idcard::kReplyCapacity}, length,
+        [completed](std::span<std::uint8_t> received) {
+            return completed(received.data(), received.size()) != 0;
+        },
+        tries);
+    if (length > 0) {
+        *len = length;
     }
-    std::ranges::copy(first, buf);
-    *len = report_size;
-
-    while (completed(buf, *len) == 0) {
-        const int result = *len < reply_capacity ? get_report(Report(buf + *len, report_size))
-                                                 : static_cast<int>(LIBUSB_ERROR_OVERFLOW);
-        if (result < 0) {
-            diagnostics::line("get report failed ");
-            return result;
-        }
-        *len += report_size;
-    }
-    return 0;
+    return result;
 }
 
 int dump_recv_completed(unsigned char* /*buf*/, unsigned long /*len*/) {

@@ -12,21 +12,21 @@
 namespace qaven::idcard {
 
 // Everything travels in HID reports of this size.
-inline constexpr std::size_t report_size = 64;
+inline constexpr std::size_t kReportSize = 64;
 
 // Preamble, start code and length field of a SAM-V frame: the bytes that its length does not count.
-inline constexpr std::size_t frame_head_size = 7;
+inline constexpr std::size_t kFrameHeadSize = 7;
 
 // A whole SAM-V reply of the largest length (0xFFFF) in whole reports: 1025 of them. No read of a
 // reply goes further, whatever the reader announces.
-inline constexpr std::size_t reply_capacity =
-    (0xFFFF + frame_head_size + report_size - 1) / report_size * report_size;
+inline constexpr std::size_t kReplyCapacity =
+    (0xFFFF + kFrameHeadSize + kReportSize - 1) / kReportSize * kReportSize;
 
 // What samv_cmd may hand out.
-inline constexpr std::size_t samv_data_capacity = 65536;
+inline constexpr std::size_t kSamvDataCapacity = 65536;
 
 // What is read of the card's block of text, 256 bytes.
-inline constexpr std::size_t base_text_used = 250;
+inline constexpr std::size_t kBaseTextUsed = 250;
 
 } // namespace qaven::idcard
 
@@ -56,7 +56,7 @@ QAVEN_API int usb_device_write(unsigned char* data, unsigned long len);
 // Waits for a report that is not all zeros (tries polls, 10 ms apart; 0 means 500; after the last
 // the all-zero report is taken), then collects reports into buf until completed says that the reply
 // is whole. buf: as many whole reports as completed can ask for, 64 bytes at least; never more than
-// qaven::idcard::reply_capacity is written: a reply that is not whole by then is
+// qaven::idcard::kReplyCapacity is written: a reply that is not whole by then is
 // LIBUSB_ERROR_OVERFLOW. *len: the bytes received, whole reports. Gives 0 or the negative libusb
 // code.
 QAVEN_API int usb_device_read(unsigned char* buf, unsigned long* len,

@@ -4,6 +4,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <string_view>
 
 namespace qaven::idcard {
 
@@ -21,24 +22,26 @@ const char* colour_of(log_level level) {
     return "\033[0m";
 }
 
-DumpRow dump_row(std::span<const unsigned char> bytes) {
-    static constexpr char digits[] = "0123456789ABCDEF";
+DumpRow dump_row(std::span<const std::uint8_t> bytes) {
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
     DumpRow text{};
     std::size_t end = 0;
-    for (const unsigned char byte : bytes) {
-        text[end++] = digits[byte >> 4];
-        text[end++] = digits[byte & 0x0F];
+    for (const std::uint8_t byte : bytes) {
+        text[end++] = kDigits[byte >> 4U];
+        text[end++] = kDigits[byte & 0x0FU];
         text[end++] = ' ';
     }
     text[end] = '\n';
     return text;
 }
 
-} // namespace qaven::idcard
-
-using namespace qaven::idcard;
-
 namespace {
+
+void print_formatted(log_level level, const char* format, std::va_list arguments) {
+    std::fputs(colour_of(level), stdout);
+    std::vprintf(format, arguments);
+    std::fputs(kColourEnd, stdout);
+}
 
 int packed_digit(char character) {
     if (character >= '0' && character <= '9') {
@@ -55,13 +58,22 @@ int packed_digit(char character) {
 
 } // namespace
 
-void print(log_level level, const char* format, ...) {
-    std::fputs(colour_of(level), stdout);
+void message(log_level level, const char* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
-    std::vprintf(format, arguments);
+    print_formatted(level, format, arguments);
     va_end(arguments);
-    std::fputs(colour_end, stdout);
+}
+
+} // namespace qaven::idcard
+
+namespace idcard = qaven::idcard;
+
+void print(log_level level, const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    idcard::print_formatted(level, format, arguments);
+    va_end(arguments);
 }
 
 void print_buf(char* title, unsigned char* buf, unsigned long len) {
@@ -69,14 +81,14 @@ void print_buf(char* title, unsigned char* buf, unsigned long len) {
         std::fputs(title, stdout);
     }
     if (buf != nullptr) {
-        dump_rows({buf, len}, [](const char* row) { std::fputs(row, stdout); });
+        idcard::dump_rows({buf, len}, [](const char* row) { std::fputs(row, stdout); });
     }
 }
 
 int hex2bcd(const char* hex, unsigned long len, unsigned char* out) {
     for (unsigned long i = 0; i < len / 2; ++i) {
-        const int high = packed_digit(hex[2 * i]);
-        const int low = packed_digit(hex[2 * i + 1]);
+        const int high = idcard::packed_digit(hex[2 * i]);
+        const int low = idcard::packed_digit(hex[2 * i + 1]);
         out[i] = static_cast<unsigned char>(high << 4 | low);
     }
     return 0;

@@ -21,9 +21,4 @@ Result guarded(Result on_exception, Body&& body) noexcept {
     }
 }
 
-// A host that passes no text at all means an empty one.
-constexpr const char* text_or_empty(const char* text) {
-    return text != nullptr ? text : "";
-}
-
 } // namespace qaven

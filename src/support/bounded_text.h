@@ -3,16 +3,16 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <span>
 #include <string_view>
 
 namespace qaven {
 
 class BoundedText {
   public:
-    // out holds capacity bytes, the terminating zero included; a null out takes nothing.
-    BoundedText(char* out, std::size_t capacity)
-        : out_(out), capacity_(out != nullptr ? capacity : 0) {
-        if (capacity_ > 0) {
+    // The terminating zero takes one character of out; an empty out takes nothing.
+    explicit BoundedText(std::span<char> out) : out_(out) {
+        if (!out_.empty()) {
             out_[0] = '\0';
         }
     }
@@ -22,19 +22,18 @@ class BoundedText {
         if (!fits(piece.size())) {
             return false;
         }
-        std::copy_n(piece.data(), piece.size(), out_ + size_);
+        std::ranges::copy(piece, out_.subspan(size_).begin());
         size_ += piece.size();
         out_[size_] = '\0';
         return true;
     }
 
-    bool fits(std::size_t more) const { return capacity_ > 0 && more < capacity_ - size_; }
+    bool fits(std::size_t more) const { return !out_.empty() && more < out_.size() - size_; }
 
     std::size_t size() const { return size_; }
 
   private:
-    char* out_;
-    std::size_t capacity_;
+    std::span<char> out_;
     std::size_t size_ = 0;
 };
 

@@ -1,6 +1,8 @@
 // Numbers that travel as decimal text.
 #pragma once
 
+#include "support/host_text.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -11,11 +13,11 @@
 
 namespace qaven {
 
-// The number that zero-terminated text begins with, 0 when it begins with none; a number beyond the
+// The number that the text begins with, 0 when it begins with none; a number beyond the
 // range is the end of the range.
-inline int decimal(const char* text) {
+inline int decimal(HostText text) {
     constexpr int kDecimal = 10;
-    const long number = std::strtol(text, nullptr, kDecimal);
+    const long number = std::strtol(text.c_str(), nullptr, kDecimal);
     return static_cast<int>(
         std::clamp<long>(number, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
 }

@@ -1,7 +1,7 @@
 // One open, one append and one close per call on "./Qm_ic.log".
 #include "support/qmlog.h"
 
-#include "support/boundary.h"
+#include "support/host_text.h"
 #include "support/quiet_writes.h"
 
 #include <cstdarg>
@@ -69,26 +69,40 @@ std::span<const unsigned char> bytes_of(const unsigned char* data, int len) {
     return {data, static_cast<std::size_t>(len)};
 }
 
-void append_line(const char* text) {
+} // namespace
+
+namespace qaven::trace {
+
+void write(std::string_view text) {
     if (const LogFile log; log) {
-        std::fprintf(log.get(), "%s\r\n", qaven::text_or_empty(text));
+        std::fwrite(text.data(), 1, text.size(), log.get());
+        std::fputs("\r\n", log.get());
     }
 }
 
-} // namespace
+void line(const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(DbgLog, sizeof DbgLog, format, arguments);
+    va_end(arguments);
+    write(DbgLog);
+}
+
+} // namespace qaven::trace
+
+using qaven::HostText;
 
 void WriteKsLog(const char* text) {
-    append_line(text);
+    qaven::trace::write(HostText(text));
 }
 
 void WriteKsLogPlain(const char* text) {
-    append_line(text);
+    qaven::trace::write(HostText(text));
 }
 
 void WriteKsTitleLog(const char* title, const char* text) {
     if (const LogFile log; log) {
-        std::fprintf(log.get(), "%s: %s\r\n", qaven::text_or_empty(title),
-                     qaven::text_or_empty(text));
+        std::fprintf(log.get(), "%s: %s\r\n", HostText(title).c_str(), HostText(text).c_str());
     }
 }
 
@@ -110,7 +124,7 @@ void WriteKsTitleLogHex(const char* title, unsigned char* data, int len) {
         return;
     }
     const std::span<const unsigned char> bytes = bytes_of(data, len);
-    std::fprintf(log.get(), "%s(HEX): ", qaven::text_or_empty(title));
+    std::fprintf(log.get(), "%s(HEX): ", HostText(title).c_str());
     // A dump of one full row still fits on the title line.
     if (bytes.size() > kBytesPerRow) {
         std::fputs(kRowBreak, log.get());
@@ -124,12 +138,4 @@ void WriteKsTitleLogHex(const char* title, unsigned char* data, int len) {
         }
     }
     std::fputs("\r\n", log.get());
-}
-
-void qaven::trace::line(const char* format, ...) {
-    std::va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(DbgLog, sizeof DbgLog, format, arguments);
-    va_end(arguments);
-    WriteKsLog(DbgLog);
 }

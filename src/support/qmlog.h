@@ -10,6 +10,7 @@
 
 #ifdef __cplusplus
 #include <cstddef>
+#include <string_view>
 extern "C" {
 #else
 #include <stddef.h>
@@ -35,7 +36,7 @@ extern char DbgLog[QAVEN_DBGLOG_SIZE];
 #else
 } // extern "C"
 
-// "text\r\n", under the C++ name that the library's own layers call.
+// "text\r\n", under the C++ name.
 QAVEN_API void WriteKsLog(const char* text);
 
 // The same line under the plain name that C hosts call. C++ cannot declare two functions that
@@ -47,7 +48,10 @@ extern "C" QAVEN_API char DbgLog[QAVEN_DBGLOG_SIZE];
 
 namespace qaven::trace {
 
-// Formats one line into DbgLog, cut at its size, and writes it through WriteKsLog.
+// "text\r\n", as it stands.
+void write(std::string_view text);
+
+// The same with a line that is formatted into DbgLog and cut at its size.
 [[gnu::format(printf, 1, 2)]] void line(const char* format, ...);
 
 } // namespace qaven::trace

@@ -1,15 +1,19 @@
-// Text, packed bytes, dates. The helpers read hexadecimal characters by different rules; each rule
-// stands once, next to the family that uses it.
+// Text, packed bytes, dates, as hosts call them.
 #include "support/utils.h"
 
 #include "support/boundary.h"
+#include "support/hex.h"
+#include "support/host_text.h"
+#include "support/local_time.h"
 
-#include <array>
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <string_view>
+
+namespace hex = qaven::hex;
+namespace local_time = qaven::local_time;
 
 namespace {
 
@@ -26,13 +30,12 @@ char* as_text(unsigned char* bytes) {
     return reinterpret_cast<char*>(bytes);
 }
 
-bool is_blank(unsigned char ch) {
-    return ch == ' ' || ch == '\t';
+unsigned char* as_bytes(char* text) {
+    return reinterpret_cast<unsigned char*>(text);
 }
 
-unsigned char upper_hex_digit(unsigned int nibble) {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
-    return static_cast<unsigned char>(kDigits[nibble & 0x0FU]);
+bool is_blank(unsigned char ch) {
+    return ch == ' ' || ch == '\t';
 }
 
 // How Qm_AscToBcd reads a character; below the digits everything is 0.
@@ -49,60 +52,24 @@ unsigned char nibble_by_range(unsigned char ch) {
     return 0;
 }
 
-// How Qm_AsciiToHex reads a character: letters of either case by their low four bits.
-int nibble_by_low_bits(unsigned char ch) {
-    return (ch & 0x0F) + (ch > '9' ? 9 : 0);
+// Two characters for each byte.
+void put_text(unsigned char* out, const unsigned char* in, std::size_t count) {
+    for (std::size_t k = 0; k < count; ++k) {
+        out[2 * k] = static_cast<unsigned char>(hex::digit(in[k] >> 4U));
+        out[2 * k + 1] = static_cast<unsigned char>(hex::digit(in[k]));
+    }
 }
 
-// How Qm_halftochar reads a character: whatever is neither digit nor upper case is lower case.
-int nibble_else_lower_case(unsigned char ch) {
-    if (ch >= '0' && ch <= '9') {
-        return ch - 0x30;
+// One byte for each pair of characters, also for a pair of which the text has only the first.
+template <hex::Rule rule>
+void put_pairs(unsigned char* out, const unsigned char* in, std::size_t count) {
+    for (std::size_t i = 0; i < count; i += 2) {
+        out[i / 2] = hex::byte_of<rule>(in[i], in[i + 1]);
     }
-    if (ch >= 'A' && ch <= 'F') {
-        return ch - 0x37;
-    }
-    return ch - 0x57;
-}
-
-// How asc2bcd reads a character: whatever is neither digit nor lower case is upper case.
-int nibble_else_upper_case(unsigned char ch) {
-    if (ch >= '0' && ch <= '9') {
-        return ch - 0x30;
-    }
-    if (ch >= 'a' && ch <= 'f') {
-        return ch - 0x57;
-    }
-    return ch - 0x37;
-}
-
-// How var_packTwo2One_30 reads a character: decimal digits only.
-int nibble_decimal(unsigned char ch) {
-    return ch - 0x30;
-}
-
-unsigned char packed(int high, int low) {
-    return low_byte(high * 16 + low);
-}
-
-// Local date or time, formatted with strftime.
-using DateText = std::array<char, 32>;
-
-DateText local_time_text(const char* format) {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    // localtime_r alone would miss a change of the time zone.
-    tzset();
-    localtime_r(&now, &local);
-    DateText text{};
-    if (std::strftime(text.data(), text.size(), format, &local) == 0) {
-        text.fill('\0');
-    }
-    return text;
 }
 
 int local_time_number(const char* format) {
-    return static_cast<int>(std::strtol(local_time_text(format).data(), nullptr, 10));
+    return static_cast<int>(std::strtol(local_time::text(format).data(), nullptr, 10));
 }
 
 } // namespace
@@ -132,27 +99,19 @@ void Qm_AscToBcd(unsigned char* out, unsigned char* in, int len, unsigned int ri
 }
 
 void Qm_GetYYMMDD(char* out) {
-    DateText text = local_time_text("%y%m%d");
-    std::array<unsigned char, 4> scratch{};
-    std::array<unsigned char, 6> digits{};
-    std::memcpy(digits.data(), text.data(), digits.size());
-    Qm_AscToBcd(scratch.data(), digits.data(), static_cast<int>(digits.size()), 0);
-    std::memcpy(out, scratch.data(), 3);
+    std::ranges::copy(local_time::date(), out);
 }
 
 char* Qm_chartohalf(int value, char* out) {
     const unsigned int byte = low_byte(value);
-    out[0] = static_cast<char>(upper_hex_digit(byte >> 4U));
-    out[1] = static_cast<char>(upper_hex_digit(byte));
+    out[0] = hex::digit(byte >> 4U);
+    out[1] = hex::digit(byte);
     out[2] = '\0';
     return out + 2;
 }
 
 void Qm_AsciiToHex(unsigned char* in, unsigned char* out, int len) {
-    const std::size_t count = count_of(len);
-    for (std::size_t i = 0; i < count; i += 2) {
-        out[i / 2] = packed(nibble_by_low_bits(in[i]), nibble_by_low_bits(in[i + 1]));
-    }
+    put_pairs<hex::low_bits>(out, in, count_of(len));
 }
 
 void Qm_halftochar(char* in, char* out, int* out_len) {
@@ -161,15 +120,9 @@ void Qm_halftochar(char* in, char* out, int* out_len) {
         *out_len = 0;
         return;
     }
-    std::size_t written = 0;
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        const auto high = static_cast<unsigned char>(text[i]);
-        const auto low = static_cast<unsigned char>(text[i + 1]);
-        out[written++] =
-            static_cast<char>(packed(nibble_else_lower_case(high), nibble_else_lower_case(low)));
-    }
-    out[written] = '\0';
-    *out_len = static_cast<int>(written);
+    put_pairs<hex::else_lower_case>(as_bytes(out), as_bytes(in), text.size());
+    out[text.size() / 2] = '\0';
+    *out_len = static_cast<int>(text.size() / 2);
 }
 
 // --- general helpers ---
@@ -230,39 +183,29 @@ unsigned char unpackOne2Two_30(unsigned char* out, unsigned char value) {
 }
 
 int var_packTwo2One_30(unsigned char* out, unsigned char* in, int len) {
-    const std::size_t count = count_of(len);
-    for (std::size_t i = 0; i < count; i += 2) {
-        out[i / 2] = packed(nibble_decimal(in[i]), nibble_decimal(in[i + 1]));
-    }
+    put_pairs<hex::decimal_digit>(out, in, count_of(len));
     return 0;
 }
 
 unsigned char asc2bcd(unsigned char* in) {
-    return packed(nibble_else_upper_case(in[0]), nibble_else_upper_case(in[1]));
+    return hex::byte_of<hex::else_upper_case>(in[0], in[1]);
 }
 
 void var_asc2bcd(unsigned char* out, unsigned char* in, unsigned int len) {
-    for (std::size_t k = 0; k < len / 2; ++k) {
-        out[k] = asc2bcd(in + 2 * k);
-    }
+    put_pairs<hex::else_upper_case>(out, in, len - len % 2);
 }
 
 void bcd2asc(unsigned char* out, unsigned char value) {
-    out[0] = upper_hex_digit(static_cast<unsigned int>(value) >> 4U);
-    out[1] = upper_hex_digit(value);
+    put_text(out, &value, 1);
 }
 
 void var_bcd2asc(unsigned char* out, unsigned char* in, unsigned int len) {
-    for (std::size_t k = 0; k < len; ++k) {
-        bcd2asc(out + 2 * k, in[k]);
-    }
+    put_text(out, in, len);
 }
 
 int Hex2Asc(unsigned char* out, unsigned char* in, long len) {
     const std::size_t count = count_of(len);
-    for (std::size_t k = 0; k < count; ++k) {
-        bcd2asc(out + 2 * k, in[k]);
-    }
+    put_text(out, in, count);
     out[2 * count] = 0;
     return 0;
 }
@@ -283,12 +226,7 @@ unsigned int ReverseHex2Int(unsigned char* in) {
 }
 
 void GetDateTime(char* out) {
-    DateText text = local_time_text("%Y%m%d%H%M%S");
-    std::array<unsigned char, 14> digits{};
-    std::memcpy(digits.data(), text.data(), digits.size());
-    std::array<unsigned char, 7> bcd{};
-    var_asc2bcd(bcd.data(), digits.data(), static_cast<unsigned int>(digits.size()));
-    std::memcpy(out, bcd.data(), bcd.size());
+    std::ranges::copy(local_time::date_and_time(), out);
 }
 
 int GetIntDate() {
@@ -305,7 +243,7 @@ int Split(const char* text, std::list<std::string>& out, char sep) {
     return qaven::guarded(0, [&] {
         out.emplace_back();
         int fields = 1;
-        for (const char ch : std::string_view(qaven::text_or_empty(text))) {
+        for (const char ch : std::string_view(qaven::HostText(text))) {
             if (ch == sep) {
                 out.emplace_back();
                 ++fields;

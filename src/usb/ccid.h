@@ -5,6 +5,7 @@
 #include "qaven/qaven.h"
 #include "support/export.h"
 #include "usb/myusb.h"
+#include "usb/reply.h"
 
 #include <cstdint>
 #include <span>
@@ -18,7 +19,7 @@ class CCID : public Myusb {
     static constexpr int kHeaderSize = 10; // type, dwLength (4), slot, bSeq, three of its own
 
     // What the reply buffer of interact_apdu must hold.
-    static constexpr int kReplyBufferSize = 1024;
+    static constexpr int kReplyBufferSize = qaven::Reply::kCapacity;
 
     // A reply that is larger than its buffer, or a command that cannot be framed.
     static constexpr int kIllegalData = QAVEN_ILLEGAL_DATA;
@@ -68,6 +69,10 @@ class CCID : public Myusb {
     QAVEN_API int interact_apdu(unsigned char* apdu, int len, unsigned char* resp, int* resp_len,
                                 int timeout_ms);
 
+    // GetSlotStatus and interact_apdu for the library's own callers.
+    int ask_slot_status(std::span<std::uint8_t, kPacketSize> status);
+    int exchange(std::span<const std::uint8_t> apdu, qaven::Reply& reply, int timeout_ms);
+
     // Sends one APDU of len bytes (0..kMaxApdu) as one transfer. A libusb result.
     QAVEN_API int write(unsigned char* data, int len);
 
@@ -83,10 +88,10 @@ class CCID : public Myusb {
     int seq;                // its low byte is the next bSeq
 
     // The data length that a message's header announces.
-    static std::uint32_t announced_length(std::span<const unsigned char, kHeaderSize> header);
+    static std::uint32_t announced_length(std::span<const std::uint8_t, kHeaderSize> header);
 
   private:
-    enum class Message : unsigned char {
+    enum class Message : std::uint8_t {
         kPowerOn = 0x62,
         kPowerOff = 0x63,
         kGetSlotStatus = 0x65,
@@ -94,13 +99,13 @@ class CCID : public Myusb {
     };
 
     int open_device();
-    void put_header(Message type, int apdu_length, std::span<unsigned char> message);
+    void put_header(Message type, std::size_t apdu_length, std::span<std::uint8_t> message);
     int send(Message type);
-    int command(Message type, unsigned char* reply);
-    std::uint64_t note_header(std::span<const unsigned char, kHeaderSize> header);
+    int command(Message type, std::span<std::uint8_t, kPacketSize> reply);
+    std::uint64_t note_header(std::span<const std::uint8_t, kHeaderSize> header);
     std::uint64_t note_packet(std::uint64_t awaited);
-    int send_apdu(std::span<const unsigned char> apdu);
-    int receive_response(unsigned char* resp, int* resp_len, int timeout_ms);
-    int receive_rest(unsigned char* buf, int* len, unsigned int timeout_ms);
+    int send_apdu(std::span<const std::uint8_t> apdu);
+    int receive_response(qaven::Reply& reply, int timeout_ms);
+    int receive_rest(std::span<std::uint8_t> message, int* len, unsigned int timeout_ms);
     bool drop_continuation(int timeout_ms);
 };

@@ -5,6 +5,7 @@
 #include "usb/link_state.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <span>
 
@@ -14,6 +15,11 @@ namespace {
 
 constexpr std::uint16_t low16(int identifier) {
     return static_cast<std::uint16_t>(static_cast<unsigned int>(identifier) & 0xFFFFU);
+}
+
+// A negative length becomes one that no transfer takes.
+std::span<std::uint8_t> host_bytes(unsigned char* buf, int len) {
+    return {buf, static_cast<std::size_t>(len)};
 }
 
 void record_endpoints(const libusb_interface_descriptor& setting,
@@ -145,23 +151,22 @@ void Myusb::close() {
     diagnostics::line("Device Closed!");
 }
 
-int Myusb::transfer(int endpoint, unsigned char* buf, int len, unsigned int timeout_ms) {
+int Myusb::transfer(int endpoint, std::span<std::uint8_t> bytes, unsigned int timeout_ms) {
     transferred = 0;
     if (handle == nullptr) {
         return kNoHandle;
     }
-    if (len < 0) {
+    if (bytes.size() > INT_MAX) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
     auto& link = qaven::link::of(this);
-    const int result =
-        transfer_until(qaven::link::deadline_of(this), endpoint, buf, len, timeout_ms);
+    const int result = transfer_until(qaven::link::deadline_of(this), endpoint, bytes, timeout_ms);
     link.disturbed = link.disturbed || result != 0;
     return result;
 }
 
 int Myusb::transfer_until(std::chrono::steady_clock::time_point until, int endpoint,
-                          unsigned char* buf, int len, unsigned int timeout_ms) {
+                          std::span<std::uint8_t> bytes, unsigned int timeout_ms) {
     using std::chrono::steady_clock;
     if (until != steady_clock::time_point{}) {
         const auto left =
@@ -171,22 +176,22 @@ int Myusb::transfer_until(std::chrono::steady_clock::time_point until, int endpo
         }
         timeout_ms = static_cast<unsigned int>(std::min<std::int64_t>(timeout_ms, left));
     }
-    return libusb_bulk_transfer(handle, static_cast<unsigned char>(endpoint), buf, len,
-                                &transferred, timeout_ms);
+    return libusb_bulk_transfer(handle, static_cast<std::uint8_t>(endpoint), bytes.data(),
+                                static_cast<int>(bytes.size()), &transferred, timeout_ms);
 }
 
 bool Myusb::reset() const {
     return handle != nullptr && libusb_reset_device(handle) == 0;
 }
 
-int Myusb::write(unsigned char* buf, int len) {
-    const int result = transfer(ep_out, buf, len, kTransferTimeoutMs);
+int Myusb::send(std::span<std::uint8_t> bytes) {
+    const int result = transfer(ep_out, bytes, kTransferTimeoutMs);
     diagnostics::line("%s", result == 0 ? "write Successful!" : "write error!");
     return result;
 }
 
-int Myusb::read(unsigned char* buf, int len) {
-    const int result = transfer(ep_in, buf, len, kTransferTimeoutMs);
+int Myusb::receive(std::span<std::uint8_t> place) {
+    const int result = transfer(ep_in, place, kTransferTimeoutMs);
     if (result != 0) {
         diagnostics::line("read error!");
         return kReadFailed;
@@ -195,12 +200,24 @@ int Myusb::read(unsigned char* buf, int len) {
     return 0;
 }
 
-int Myusb::readTimeout(unsigned char* buf, int len, int timeout_ms) {
+int Myusb::receive(std::span<std::uint8_t> place, int timeout_ms) {
     // libusb reads a time-out of 0 as "for ever"; a host that asks for none or less gets the
     // shortest one there is.
     const auto timeout = static_cast<unsigned int>(std::max(timeout_ms, 1));
-    const int result = transfer(ep_in, buf, len, timeout);
+    const int result = transfer(ep_in, place, timeout);
     diagnostics::text("%s\nreadtimeout-ret = %d, transferred =%d\n",
                       result == 0 ? "read Successful!" : "read error!", result, transferred);
     return result;
+}
+
+int Myusb::write(unsigned char* buf, int len) {
+    return send(host_bytes(buf, len));
+}
+
+int Myusb::read(unsigned char* buf, int len) {
+    return receive(host_bytes(buf, len));
+}
+
+int Myusb::readTimeout(unsigned char* buf, int len, int timeout_ms) {
+    return receive(host_bytes(buf, len), timeout_ms);
 }

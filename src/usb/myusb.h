@@ -9,6 +9,8 @@
 #include <libusb.h>
 
 #include <chrono>
+#include <cstdint>
+#include <span>
 
 // One reader connection. Calling order: init, setInterface, open, any number of transfers, close.
 // The fields are public: the object is plain data that lives as long as the library.
@@ -66,6 +68,11 @@ class Myusb {
     bool library_started;   // init started libusb and close has not ended it yet
     bool interface_claimed; // open got the interface and close has not given it back yet
 
+    // write, read and readTimeout for the library's own callers.
+    int send(std::span<std::uint8_t> bytes);
+    int receive(std::span<std::uint8_t> place);
+    int receive(std::span<std::uint8_t> place, int timeout_ms);
+
     // Resets the device, as pulling and plugging it would; it must be opened again. True when
     // libusb did so.
     bool reset() const;
@@ -76,10 +83,10 @@ class Myusb {
     bool give_back();
 
     int transfer_until(std::chrono::steady_clock::time_point until, int endpoint,
-                       unsigned char* buf, int len, unsigned int timeout_ms);
+                       std::span<std::uint8_t> bytes, unsigned int timeout_ms);
 
   protected:
     // One bulk transfer on the held handle; 0, a negative libusb code (that of a time-out when the
     // deadline has passed), or kNoHandle.
-    int transfer(int endpoint, unsigned char* buf, int len, unsigned int timeout_ms);
+    int transfer(int endpoint, std::span<std::uint8_t> bytes, unsigned int timeout_ms);
 };

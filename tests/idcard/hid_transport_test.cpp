@@ -330,7 +330,7 @@ TEST_F(IdCardRead, FillsUpShortReportsWithZeros) {
 TEST_F(IdCardRead, GivesUpOnAReplyThatIsNeverWhole) {
     open();
     answer(Bytes{0x01});
-    Bytes buffer(qaven::idcard::reply_capacity); // to the byte: nothing may be written behind it
+    Bytes buffer(qaven::idcard::kReplyCapacity); // to the byte: nothing may be written behind it
     unsigned long length = 0;
     EXPECT_EQ(standard_output([&] {
                   EXPECT_EQ(usb_device_read(buffer.data(), &length, never_completed, 1),

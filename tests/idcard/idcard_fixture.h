@@ -39,10 +39,10 @@ class IdCard : public testing::Test {
 
     // The reader replies in reports; the last of them is as short as it comes out.
     void answer(const Bytes& reply) {
-        for (std::size_t at = 0; at < reply.size(); at += qaven::idcard::report_size) {
+        for (std::size_t at = 0; at < reply.size(); at += qaven::idcard::kReportSize) {
             const auto first = reply.begin() + static_cast<std::ptrdiff_t>(at);
             const std::size_t count =
-                std::min<std::size_t>(qaven::idcard::report_size, reply.size() - at);
+                std::min<std::size_t>(qaven::idcard::kReportSize, reply.size() - at);
             usb.answer_control({first, first + static_cast<std::ptrdiff_t>(count)});
         }
     }
@@ -89,7 +89,7 @@ inline Bytes samv_reply(unsigned char sw3, const Bytes& data) {
 
 // A report as it travels, in hexadecimal.
 inline std::string padded_report(Bytes bytes) {
-    bytes.resize(qaven::idcard::report_size, 0);
+    bytes.resize(qaven::idcard::kReportSize, 0);
     return qaven::test::hex(bytes);
 }
 

@@ -34,7 +34,7 @@ class Plugged : public testing::Test {
         return testing::internal::GetCapturedStdout();
     }
 
-    std::vector<unsigned char> out_ = std::vector<unsigned char>(qaven::idcard::samv_data_capacity);
+    std::vector<unsigned char> out_ = std::vector<unsigned char>(qaven::idcard::kSamvDataCapacity);
     unsigned long length_ = 0;
     std::string console_;
 };

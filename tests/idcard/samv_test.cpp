@@ -33,7 +33,7 @@ class Samv : public IdCard {
     }
 
     int result_ = 0;
-    Bytes out_ = Bytes(qaven::idcard::samv_data_capacity, untouched);
+    Bytes out_ = Bytes(qaven::idcard::kSamvDataCapacity, untouched);
     unsigned long out_length_ = length_untouched;
     std::string console_;
 };

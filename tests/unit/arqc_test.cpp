@@ -4,7 +4,7 @@
 #include "console.h"
 #include "engine/card/session.h"
 #include "engine/data/terminal_data.h"
-#include "engine/data/tlv_list.h"
+#include "engine/data/tlv_writer.h"
 #include "host_calls.h"
 #include "payment_card.h"
 #include "tests/support/hex.h"
@@ -247,10 +247,11 @@ TEST_F(Arqc, HandedInDigitsMayBeSmall) {
 TEST(OnlineList, AValueOf255BytesIsTheLongest) {
     const Bytes longest = bytes(repeated("9A", 255));
     const Bytes too_long = bytes(repeated("9A", 256));
-    qaven::TlvList list;
+    std::array<unsigned char, 511> place{};
+    qaven::tlv::Writer list(place);
     list.append(qaven::Tag{0x57}, longest);
     list.append(qaven::Tag{0x58}, too_long);
-    EXPECT_EQ(std::string(list.text()), "57FF" + hex(longest));
+    EXPECT_EQ(hex(list.written()), "57FF" + hex(longest));
 }
 
 TEST_F(Arqc, TheCardIsGivenTheHostsTextAndTheLogTheCompletedOne) {

@@ -320,6 +320,14 @@ TEST_F(CardInformation, WhatTheHostDoesNotPassIsNotNeeded) {
               0);
 }
 
+TEST_F(CardInformation, ATagListAndAnAidThatAreNotPassedAreEmptyOnes) {
+    card.expect("00A404000E 315041592E5359532E4444463031", "6A82");
+    EXPECT_EQ(ZEB_ICC_GetInfo(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                              nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                              nullptr),
+              0);
+}
+
 // --- failures ---
 
 TEST_F(CardInformationWithoutCard, IsMinusOneAndLeavesTheTextsAlone) {

@@ -56,11 +56,10 @@ struct Exchanged {
 
 Exchanged send(std::string_view command) {
     Bytes apdu = bytes(command);
-    std::array<unsigned char, 1024> reply{};
-    int length = 0;
-    const int result =
-        session::exchange(apdu.data(), static_cast<int>(apdu.size()), reply.data(), &length, 10000);
-    return {result, hex(std::span(reply).first(static_cast<std::size_t>(length)))};
+    std::array<unsigned char, qaven::Reply::kCapacity> place{};
+    qaven::Reply reply{place};
+    const int result = session::exchange(apdu, reply);
+    return {result, hex(reply.place.first(reply.length))};
 }
 
 class DisturbedConnection : public CardTest {

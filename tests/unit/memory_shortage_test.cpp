@@ -62,9 +62,10 @@ TEST_F(MemoryShortage, NoApplicationIsSelectedThen) {
     EXPECT_EQ(result_of([&] { return qmcx_checkADF(fci.data(), 5, &candidates); }), 0);
 }
 
-TEST_F(MemoryShortage, NoProcessingOptionsAreAskedForThen) {
+TEST_F(MemoryShortage, NoProcessingOptionsAreHandedOutThen) {
     Bytes fci = bytes("6F00");
     Bytes terminal_data = bytes("9A03190422");
+    card.expect("80A8000002 8300", "8006 7C00 08010100 9000");
     EXPECT_EQ(result_of([&] {
                   return qmcx_GetProcOptions(fci.data(), 2, terminal_data.data(), 5, out.data(),
                                              &short_length, more.data(), &short_length);

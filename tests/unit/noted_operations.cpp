@@ -1,6 +1,8 @@
 // The stand-ins of the four card operations; each passes its call on.
 #include "noted_operations.h"
 
+#include "engine/card/apdu.h"
+
 #include <initializer_list>
 #include <utility>
 
@@ -88,15 +90,14 @@ void noted_close_reader() {
     real_close_reader();
 }
 
-int real_exchange(unsigned char*, int, unsigned char*, int*,
-                  int) __asm__("__real__Z13Qm_Icc_EXApduPhiS_Pii");
-int noted_exchange(unsigned char*, int, unsigned char*, int*,
-                   int) __asm__("__wrap__Z13Qm_Icc_EXApduPhiS_Pii");
+int real_exchange(qaven::apdu::Command,
+                  qaven::Reply&) __asm__("__real__ZN5qaven4apdu8exchangeENS0_7CommandERNS_5ReplyE");
+int noted_exchange(qaven::apdu::Command, qaven::Reply&) __asm__(
+    "__wrap__ZN5qaven4apdu8exchangeENS0_7CommandERNS_5ReplyE");
 
-int noted_exchange(unsigned char* command, int length, unsigned char* reply, int* reply_length,
-                   int wait) {
-    latest_wait = wait;
-    return real_exchange(command, length, reply, reply_length, wait);
+int noted_exchange(qaven::apdu::Command command, qaven::Reply& reply) {
+    latest_wait = command.wait;
+    return real_exchange(command, reply);
 }
 
 namespace qaven::test {

@@ -36,10 +36,9 @@ std::string second_generate_ac(std::string_view p1) {
 
 int send_read_record() {
     std::array<unsigned char, 5> command{0x00, 0xB2, 0x01, 0x0C, 0x00};
-    std::array<unsigned char, 1024> reply{};
-    int length = 0;
-    return session::exchange(command.data(), static_cast<int>(command.size()), reply.data(),
-                             &length, 10000);
+    std::array<unsigned char, qaven::Reply::kCapacity> place{};
+    qaven::Reply reply{place};
+    return session::exchange(command, reply);
 }
 
 class Session : public OperationTest {};

@@ -78,7 +78,7 @@ constexpr int kRefused = -2;
 
 // The data of the last step.
 std::vector<unsigned char> read_card() {
-    std::vector<unsigned char> data(qaven::idcard::samv_data_capacity);
+    std::vector<unsigned char> data(qaven::idcard::kSamvDataCapacity);
     unsigned long length = 0;
     for (const Step& step : kSteps) {
         const int result = samv_cmd(step.command, step.parameter, data.data(), &length);
@@ -98,7 +98,7 @@ std::vector<unsigned char> text_in(const std::vector<unsigned char>& data) {
     constexpr std::size_t lengths = 4;
     const std::size_t size =
         data.size() < lengths ? 0U : static_cast<std::size_t>(data[0]) << 8U | data[1];
-    if (size < qaven::idcard::base_text_used || data.size() < lengths + size) {
+    if (size < qaven::idcard::kBaseTextUsed || data.size() < lengths + size) {
         throw Failure(kFailed, "the identity card's answer holds no text");
     }
     const auto begin = data.begin() + lengths;

@@ -8,92 +8,97 @@
 
 #include <algorithm>
 #include <array>
-#include <span>
 
 const unsigned char test_apdu_case[20] = {0x00, 0xA4, 0x04, 0x00, 0x0E, '1', 'P', 'A', 'Y', '.',
                                           'S',  'Y',  'S',  '.',  'D',  'D', 'F', '0', '1', 0x00};
 
+namespace qaven::apdu {
+
 namespace {
-
-static_assert(qaven::apdu::kReplySize == CCID::kReplyBufferSize);
-
-constexpr int kReplyTimeoutMs = 10000;
 
 // A card may go on asking for follow-ups; no command needs this many.
 constexpr int kMaxFollowUps = 256;
 
-constexpr int kGetResponseLength = 5;
+constexpr std::size_t kGetResponseLength = 5;
 
 struct StatusWord {
-    unsigned char sw1;
-    unsigned char sw2;
+    std::uint8_t sw1;
+    std::uint8_t sw2;
 
     int value() const { return sw1 * 256 + sw2; }
 };
 
-void make_get_response(std::span<unsigned char, kGetResponseLength> cmd, unsigned char le) {
-    const std::array<unsigned char, kGetResponseLength> command{0x00, 0xC0, 0x00, 0x00, le};
-    std::ranges::copy(command, cmd.begin());
+void make_get_response(Command& command, std::uint8_t le) {
+    const std::array<std::uint8_t, kGetResponseLength> get_response{0x00, 0xC0, 0x00, 0x00, le};
+    std::ranges::copy(get_response, command.place.begin());
+    command.length = kGetResponseLength;
 }
 
-// Rewrites cmd into the command that the status word asks for; gives its length, or 0 when the
-// status word is final.
-int follow_up(StatusWord status, unsigned char* cmd, int cmd_len) {
-    const std::span<unsigned char, kGetResponseLength> get_response(cmd, kGetResponseLength);
+// Rewrites the command into the one that the status word asks for; false when the status word is
+// final.
+bool follow_up(StatusWord status, Command& command) {
     switch (status.sw1) {
     case 0x62:
         // Every warning is answered by asking for the data anew, whatever it warns of.
-        make_get_response(get_response, 0x00);
-        return kGetResponseLength;
+        make_get_response(command, 0x00);
+        return true;
     case 0x6C:
-        if (cmd_len < 1) {
-            return 0;
+        if (command.length < 1) {
+            return false;
         }
-        cmd[cmd_len - 1] = status.sw2;
-        return cmd_len;
+        command.place[command.length - 1] = status.sw2;
+        return true;
     case 0x61:
-        make_get_response(get_response, status.sw2);
-        return kGetResponseLength;
+        make_get_response(command, status.sw2);
+        return true;
     default:
-        return 0;
+        return false;
     }
 }
 
 int refused_reply() {
-    qaven::session::refuse_reply();
+    session::refuse_reply();
     return QAVEN_ILLEGAL_DATA;
 }
 
-int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len) {
+} // namespace
+
+int exchange(Command command, Reply& reply) {
     for (int follow_ups = 0;; ++follow_ups) {
-        int length = 0;
-        const int result = qaven::session::exchange(cmd, cmd_len, resp, &length, kReplyTimeoutMs);
+        reply.length = 0;
+        const int result = session::exchange({command.place.data(), command.length}, reply);
         if (result != 0) {
             return result;
         }
-        if (length < 2) {
+        if (reply.length < 2) {
             return refused_reply();
         }
-        const StatusWord status{resp[length - 2], resp[length - 1]};
+        const auto sw = reply.place.subspan(reply.length - 2);
+        const StatusWord status{sw[0], sw[1]};
         if (status.value() == 0x9000) {
-            *resp_len = length;
             return 0;
         }
         if (status.value() == 0x0000) {
             return refused_reply();
         }
-        const int next = follow_ups < kMaxFollowUps ? follow_up(status, cmd, cmd_len) : 0;
-        if (next == 0) {
+        if (follow_ups == kMaxFollowUps || !follow_up(status, command)) {
             return status.value();
         }
-        cmd_len = next;
     }
 }
 
-} // namespace
+} // namespace qaven::apdu
 
-int Qm_Icc_EXApdu(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len,
-                  int /*wait*/) {
-    return qaven::operation::locked(static_cast<int>(QAVEN_ILLEGAL_DATA),
-                                    [&] { return exchange(cmd, cmd_len, resp, resp_len); });
+int Qm_Icc_EXApdu(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len, int wait) {
+    return qaven::operation::locked(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+        // A negative length becomes one that is refused.
+        const auto length = static_cast<std::size_t>(cmd_len);
+        qaven::Reply reply{{resp, qaven::Reply::kCapacity}};
+        const int result = qaven::apdu::exchange(
+            {{cmd, std::max(length, qaven::apdu::kGetResponseLength)}, length, wait}, reply);
+        if (result == 0) {
+            *resp_len = static_cast<int>(reply.length);
+        }
+        return result;
+    });
 }

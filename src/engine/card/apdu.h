@@ -2,8 +2,11 @@
 #pragma once
 
 #include "support/export.h"
+#include "usb/reply.h"
 
 #include <cstddef>
+#include <cstdint>
+#include <span>
 
 // SELECT of the payment system environment by name, with Le. Sent by no operation.
 QAVEN_API extern const unsigned char test_apdu_case[20];
@@ -23,7 +26,14 @@ QAVEN_API int Qm_Icc_EXApdu(unsigned char* cmd, int cmd_len, unsigned char* resp
 
 namespace qaven::apdu {
 
-// Bytes of resp.
-constexpr std::size_t kReplySize = 1024;
+// Where the follow-ups may rewrite it.
+struct Command {
+    std::span<std::uint8_t> place; // at least 5 bytes
+    std::size_t length;
+    int wait; // the waiting hint, not used
+};
+
+// The exchange; what the reply holds is the card's only when the result is 0.
+int exchange(Command command, Reply& reply);
 
 } // namespace qaven::apdu

@@ -5,8 +5,10 @@
 #include "engine/card/apdu.h"
 #include "qaven/qaven.h"
 #include "support/diagnostics.h"
+#include "support/operation.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace qaven::commands {
 
@@ -65,20 +67,14 @@ Header with_data(unsigned char cla, unsigned char ins, unsigned char p1, unsigne
 }
 
 int exchange(Command command, int wait, std::size_t limit, Response& response) {
-    std::array<unsigned char, apdu::kReplySize> reply{};
-    const WipedAtEnd wiped(reply);
-    int length = 0;
-    const int result = Qm_Icc_EXApdu(command.bytes.data(), static_cast<int>(command.length),
-                                     reply.data(), &length, wait);
-    if (result != 0) {
-        return result;
-    }
-    const auto data_length = static_cast<std::size_t>(length - 2);
+    Reply reply{response.place()};
+    int result = apdu::exchange({command.bytes, command.length, wait}, reply);
+    const std::size_t data_length = result == 0 ? reply.length - 2 : 0;
     if (data_length > limit) {
-        return QAVEN_ILLEGAL_DATA;
+        result = QAVEN_ILLEGAL_DATA;
     }
-    response.assign(std::span(reply).first(data_length));
-    return 0;
+    response.keep(result == 0 ? data_length : 0);
+    return result;
 }
 
 int exchange_without_answer(const Command& command, int wait) {
@@ -86,22 +82,12 @@ int exchange_without_answer(const Command& command, int wait) {
     return exchange(command, wait, kShortResponse, ignored);
 }
 
-// Hands response data to a host's raw buffers.
-template <typename Length>
-int hand_out(int result, const Response& response, unsigned char* out, Length* out_len) {
-    if (result == 0) {
-        std::ranges::copy(response.data(), out);
-        *out_len = static_cast<Length>(response.data().size());
-    }
-    return result;
-}
-
 std::span<const unsigned char> host_bytes(const unsigned char* data, std::size_t length) {
     return data != nullptr ? std::span(data, length) : std::span<const unsigned char>();
 }
 
-Tag data_object_tag(unsigned char which) {
-    switch (static_cast<DataObject>(which)) {
+Tag data_object_tag(DataObject which) {
+    switch (which) {
     case DataObject::kLastOnlineAtc:
         return kTag9F13LastOnlineAtc;
     case DataObject::kPinTryCounter:
@@ -121,19 +107,45 @@ Tag data_object_tag(unsigned char which) {
     return kTag9F36Atc;
 }
 
-int get_data_object(unsigned char which, Response& response) {
-    const Tag object = data_object_tag(which);
-    const auto tag = object.bytes();
-    return exchange(command({0x80, 0xCA, tag[0], tag[1], 0x00}), kWaitRead, kShortResponse,
-                    response);
+// No operation sends these four.
+
+int get_challenge(std::uint8_t length, Response& response) {
+    return exchange(command({0x00, 0x84, 0x00, 0x00, length}), kWaitRead, kShortResponse, response);
+}
+
+int read_binary(int sfi, int offset, int length, Response& response) {
+    const auto p1 = static_cast<std::uint8_t>((static_cast<unsigned int>(sfi) & 0x1FU) | 0x80U);
+    Command built = command({0x00, 0xB0, p1, static_cast<std::uint8_t>(offset), 0x00});
+    // The length is written behind the five bytes that are sent, so Le always goes out as 00 and
+    // the card's 6Cxx supplies the real one.
+    built.bytes[kHeader] = static_cast<std::uint8_t>(length);
+    return exchange(built, kWaitRead, kBinaryResponse, response);
+}
+
+int internal_authenticate(std::span<const std::uint8_t> data, Response& response) {
+    return exchange(command(with_data(0x00, 0x88, 0x00, 0x00, data), data), kWaitAuthentication,
+                    kShortResponse, response);
+}
+
+int verify(std::uint8_t p2, std::span<const std::uint8_t> pin_block, std::uint8_t length) {
+    Command built = command(with_data(0x00, 0x20, 0x00, p2, pin_block), pin_block);
+    // The PIN block's length is taken for the command's: the last five bytes are not sent.
+    built.length = length;
+    return exchange_without_answer(built, kWaitVerify);
 }
 
 } // namespace
 
 void Response::assign(std::span<const unsigned char> data) {
-    bytes_.fill(0);
-    length_ = std::min(data.size(), bytes_.size());
-    std::ranges::copy(data.first(length_), bytes_.begin());
+    const auto taken = data.first(std::min(data.size(), bytes_.size()));
+    std::ranges::copy(taken, bytes_.begin());
+    keep(taken.size());
+}
+
+void Response::keep(std::size_t length) {
+    length_ = length;
+    std::fill(bytes_.begin() + static_cast<std::ptrdiff_t>(length), bytes_.end(),
+              static_cast<unsigned char>(0));
 }
 
 int select_file(unsigned char p1, unsigned char p2, std::span<const unsigned char> name,
@@ -153,7 +165,10 @@ int get_processing_options(std::span<const unsigned char> data, Response& respon
 }
 
 int get_data(DataObject which, Response& response) {
-    return get_data_object(static_cast<unsigned char>(which), response);
+    const Tag object = data_object_tag(which);
+    const auto tag = object.bytes();
+    return exchange(command({0x80, 0xCA, tag[0], tag[1], 0x00}), kWaitRead, kShortResponse,
+                    response);
 }
 
 int generate_ac(unsigned char p1, std::span<const unsigned char> cdol_data, Response& response) {
@@ -173,89 +188,101 @@ int read_record(unsigned char record, unsigned char sfi, Response& response) {
 } // namespace qaven::commands
 
 namespace commands = qaven::commands;
+using commands::host_bytes;
+using commands::Response;
+
+namespace {
+
+// A command that a host sends by itself, and the response in its raw buffers.
+template <typename Length, typename Command>
+int exchange_for_host(unsigned char* out, Length* out_len, Command&& command) {
+    return qaven::operation::locked(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+        Response response;
+        const int result = command(response);
+        if (result == 0) {
+            std::ranges::copy(response.data(), out);
+            *out_len = static_cast<Length>(response.data().size());
+        }
+        return result;
+    });
+}
+
+// The same for a command whose result says all.
+template <typename Command>
+int exchange_for_host(Command&& command) {
+    return qaven::operation::locked(static_cast<int>(QAVEN_ILLEGAL_DATA),
+                                    std::forward<Command>(command));
+}
+
+} // namespace
 
 int qmcx_getrandom(int len, unsigned char* out) {
-    commands::Response response;
-    const int result = commands::exchange(
-        commands::command({0x00, 0x84, 0x00, 0x00, static_cast<unsigned char>(len)}),
-        commands::kWaitRead, commands::kShortResponse, response);
-    if (result == 0 && len > 0) {
-        const auto wanted = static_cast<std::size_t>(len);
-        const auto received = std::min(wanted, response.data().size());
-        std::fill_n(std::copy_n(response.data().begin(), received, out), wanted - received,
-                    static_cast<unsigned char>(0));
-    }
-    return result;
+    return exchange_for_host([&] {
+        Response response;
+        const int result = commands::get_challenge(static_cast<std::uint8_t>(len), response);
+        if (result == 0 && len > 0) {
+            const auto wanted = static_cast<std::size_t>(len);
+            const auto received = std::min(wanted, response.data().size());
+            std::fill_n(std::copy_n(response.data().begin(), received, out), wanted - received,
+                        static_cast<unsigned char>(0));
+        }
+        return result;
+    });
 }
 
 int QM_read_binary(int sfi, int offset, int len, unsigned char* out, int* out_len) {
-    const auto p1 = static_cast<unsigned char>((static_cast<unsigned int>(sfi) & 0x1FU) | 0x80U);
-    commands::Command built =
-        commands::command({0x00, 0xB0, p1, static_cast<unsigned char>(offset), 0x00});
-    // The length is written behind the five bytes that are sent, so Le always goes out as 00 and
-    // the card's 6Cxx supplies the real one.
-    built.bytes[commands::kHeader] = static_cast<unsigned char>(len);
-    commands::Response response;
-    const int result =
-        commands::exchange(built, commands::kWaitRead, commands::kBinaryResponse, response);
-    return commands::hand_out(result, response, out, out_len);
+    return exchange_for_host(out, out_len, [&](Response& response) {
+        return commands::read_binary(sfi, offset, len, response);
+    });
 }
 
 int qmcx_SelectFile(unsigned char p1, unsigned char p2, unsigned char* data, unsigned char lc,
                     unsigned char* out, unsigned int* out_len) {
-    commands::Response response;
-    const int result = commands::select_file(p1, p2, commands::host_bytes(data, lc), response);
-    return commands::hand_out(result, response, out, out_len);
+    return exchange_for_host(out, out_len, [&](Response& response) {
+        return commands::select_file(p1, p2, host_bytes(data, lc), response);
+    });
 }
 
 int qmcx_ExternalAuth(unsigned char* data, unsigned char lc) {
-    return commands::external_authenticate(commands::host_bytes(data, lc));
+    return exchange_for_host([&] { return commands::external_authenticate(host_bytes(data, lc)); });
 }
 
 int qmcx_InternalAuth(unsigned char* data, unsigned char lc, unsigned char* out,
                       unsigned char* out_len) {
-    const auto bytes = commands::host_bytes(data, lc);
-    commands::Response response;
-    const int result = commands::exchange(
-        commands::command(commands::with_data(0x00, 0x88, 0x00, 0x00, bytes), bytes),
-        commands::kWaitAuthentication, commands::kShortResponse, response);
-    return commands::hand_out(result, response, out, out_len);
+    return exchange_for_host(out, out_len, [&](Response& response) {
+        return commands::internal_authenticate(host_bytes(data, lc), response);
+    });
 }
 
 int qmcx_VerifyPin(unsigned char p2, unsigned char* data, unsigned char lc) {
-    const auto bytes = commands::host_bytes(data, lc);
-    commands::Command built =
-        commands::command(commands::with_data(0x00, 0x20, 0x00, p2, bytes), bytes);
-    // The PIN block's length is taken for the command's: the last five bytes are not sent.
-    built.length = lc;
-    return commands::exchange_without_answer(built, commands::kWaitVerify);
+    return exchange_for_host([&] { return commands::verify(p2, host_bytes(data, lc), lc); });
 }
 
 int qmcx_GetProcessOptions(unsigned char* data, unsigned char lc, unsigned char* out,
                            unsigned char* out_len) {
-    commands::Response response;
-    const int result = commands::get_processing_options(commands::host_bytes(data, lc), response);
-    return commands::hand_out(result, response, out, out_len);
+    return exchange_for_host(out, out_len, [&](Response& response) {
+        return commands::get_processing_options(host_bytes(data, lc), response);
+    });
 }
 
 int qmcx_GetData(unsigned char which, unsigned char* out, unsigned char* out_len) {
-    commands::Response response;
-    const int result = commands::get_data_object(which, response);
-    return commands::hand_out(result, response, out, out_len);
+    return exchange_for_host(out, out_len, [&](Response& response) {
+        return commands::get_data(static_cast<commands::DataObject>(which), response);
+    });
 }
 
 int qmcx_GenerateAC(unsigned char p1, unsigned char* data, unsigned char lc, unsigned char* out,
                     unsigned char* out_len) {
-    commands::Response response;
-    const int result = commands::generate_ac(p1, commands::host_bytes(data, lc), response);
-    return commands::hand_out(result, response, out, out_len);
+    return exchange_for_host(out, out_len, [&](Response& response) {
+        return commands::generate_ac(p1, host_bytes(data, lc), response);
+    });
 }
 
 int qmcx_ReadRecord(unsigned char record, unsigned char sfi, unsigned char* out,
                     unsigned int* out_len) {
-    commands::Response response;
-    const int result = commands::read_record(record, sfi, response);
-    return commands::hand_out(result, response, out, out_len);
+    return exchange_for_host(out, out_len, [&](Response& response) {
+        return commands::read_record(record, sfi, response);
+    });
 }
 
 int qm_closeicc() {

@@ -1,5 +1,5 @@
 // One function per card command. Each builds its command in a zeroed staging buffer and exchanges
-// it (Qm_Icc_EXApdu).
+// it.
 //
 // Result of all of them: 0 when the card answered 9000; a negative transfer code; -16 for a reply
 // that is no response or longer than the function takes; otherwise the final status word
@@ -9,6 +9,7 @@
 
 #include "support/export.h"
 #include "support/wiped.h"
+#include "usb/reply.h"
 
 #include <array>
 #include <cstddef>
@@ -76,7 +77,7 @@ enum class DataObject : unsigned char {
 // Response data of a command, for the engine's own callers: it carries its length.
 class Response {
   public:
-    static constexpr std::size_t kCapacity = 1024;
+    static constexpr std::size_t kCapacity = Reply::kCapacity;
 
     Response() = default;
     ~Response() { const WipedAtEnd wiped(bytes_); }
@@ -89,6 +90,10 @@ class Response {
     std::span<const unsigned char, kCapacity> padded() const { return bytes_; }
 
     void assign(std::span<const unsigned char> data);
+
+    // Where a reply is received; keep says how much of it is the response, and zeroes the rest.
+    std::span<unsigned char> place() { return bytes_; }
+    void keep(std::size_t length);
 
   private:
     std::array<unsigned char, kCapacity> bytes_{};

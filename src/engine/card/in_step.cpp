@@ -96,8 +96,7 @@ class Search {
             return LIBUSB_ERROR_TIMEOUT;
         }
         packet_.fill(0);
-        return reader_.Myusb::readTimeout(packet_.data(), CCID::kPacketSize,
-                                          static_cast<int>(left.count()));
+        return reader_.receive(packet_, static_cast<int>(left.count()));
     }
 
     // Inside a message a packet is data, whatever it looks like. The rest of a message that was cut

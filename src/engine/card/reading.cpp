@@ -5,6 +5,7 @@
 #include "engine/card/commands.h"
 #include "engine/data/application_data.h"
 #include "engine/data/dol.h"
+#include "engine/data/tlv_writer.h"
 #include "qaven/qaven.h"
 #include "support/operation.h"
 
@@ -19,15 +20,13 @@ namespace {
 
 using tlv::Bytes;
 
-constexpr unsigned char kCommandTemplate = 0x83;
-
 constexpr std::size_t kMaxPdolData = 253;
 
 constexpr int kFormat2NotTaken = -1;
 
-// The command data: the PDOL's value string in its template.
-int command_data(const tlv::HostBuffer& fci, const tlv::HostBuffer& terminal_data,
-                 std::vector<unsigned char>& command) {
+// Writes the command data: the PDOL's value string in its template.
+int write_command_data(const tlv::HostBuffer& fci, const tlv::HostBuffer& terminal_data,
+                       tlv::Writer& command) {
     std::array<unsigned char, kMaxPdolData> values{};
     std::size_t length = 0;
     std::array<unsigned char, 256> pdol{};
@@ -39,9 +38,7 @@ int command_data(const tlv::HostBuffer& fci, const tlv::HostBuffer& terminal_dat
         }
         length = built.length;
     }
-    command = {kCommandTemplate, static_cast<unsigned char>(length)};
-    command.insert(command.end(), values.begin(),
-                   values.begin() + static_cast<std::ptrdiff_t>(length));
+    command.append(kTag83CommandTemplate, std::span(values).first(length));
     return 0;
 }
 
@@ -145,12 +142,14 @@ void read_entry(std::span<const unsigned char, 4> entry, ApplicationData& data,
 int get_processing_options(const tlv::HostBuffer& fci, const tlv::HostBuffer& terminal_data,
                            Options& options) {
     options = Options{};
-    std::vector<unsigned char> command;
-    if (const int failure = command_data(fci, terminal_data, command); failure != 0) {
+    std::array<std::uint8_t, 2 + kMaxPdolData> place{};
+    tlv::Writer command(place);
+    if (const int failure = write_command_data(fci, terminal_data, command); failure != 0) {
         return failure;
     }
     commands::Response response;
-    if (const int failure = commands::get_processing_options(command, response); failure != 0) {
+    if (const int failure = commands::get_processing_options(command.written(), response);
+        failure != 0) {
         return failure;
     }
     return parse_response(response.data(), options);

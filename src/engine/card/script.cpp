@@ -35,11 +35,10 @@ std::size_t sent_length(Bytes command) {
 int send(Bytes command) {
     // A command of the issuer's can carry a new PIN.
     WipedBytes bytes(command.begin(), command.end());
-    std::array<unsigned char, apdu::kReplySize> reply{};
-    const WipedAtEnd wiped(reply);
-    int reply_length = 0;
-    return Qm_Icc_EXApdu(bytes.data(), static_cast<int>(sent_length(command)), reply.data(),
-                         &reply_length, kWaitScript);
+    std::array<unsigned char, Reply::kCapacity> place{};
+    const WipedAtEnd wiped(place);
+    Reply reply{place};
+    return apdu::exchange({bytes, sent_length(command), kWaitScript}, reply);
 }
 
 } // namespace

@@ -3,8 +3,9 @@
 
 #include "common/tags.h"
 #include "engine/data/tlv.h"
+#include "qaven/qaven.h"
+#include "support/hex.h"
 #include "support/operation.h"
-#include "support/utils.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -213,11 +214,8 @@ bool through_directory(std::string_view aid_text) {
 
 std::vector<unsigned char> aid_from_text(std::string_view aid_text) {
     const std::size_t count = static_cast<unsigned char>(aid_text.size() / 2);
-    std::vector<unsigned char> digits(aid_text.begin(),
-                                      aid_text.begin() + static_cast<std::ptrdiff_t>(2 * count));
-    std::vector<unsigned char> aid(count);
-    Qm_AsciiToHex(digits.data(), aid.data(), static_cast<int>(digits.size()));
-    return aid;
+    const auto aid = hex::bytes_by<hex::low_bits>(aid_text.substr(0, 2 * count));
+    return {aid.begin(), aid.end()};
 }
 
 Candidates::~Candidates() {
@@ -356,11 +354,13 @@ int qmcx_AidAppSelect(int partial, unsigned char* aid, unsigned char aidlen, fli
 
 int qmcx_FinalAppSelect(unsigned char* aid, unsigned char aidlen, unsigned char* fciout,
                         unsigned char* fcilenout) {
-    commands::Response fci;
-    const int result = selection::final_select(std::span(aid, aidlen), fci);
-    if (result == 0) {
-        std::ranges::copy(fci.data(), fciout);
-        *fcilenout = static_cast<unsigned char>(fci.data().size());
-    }
-    return result;
+    return qaven::operation::locked(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
+        commands::Response fci;
+        const int result = selection::final_select(std::span(aid, aidlen), fci);
+        if (result == 0) {
+            std::ranges::copy(fci.data(), fciout);
+            *fcilenout = static_cast<unsigned char>(fci.data().size());
+        }
+        return result;
+    });
 }

@@ -27,6 +27,9 @@ constexpr std::array kSlotInterfaces{2, 1};
 
 constexpr int kPrintedStatusBytes = 10;
 
+// Of each packet of a reply.
+constexpr int kReplyTimeoutMs = 10000;
+
 // The only reader connection of the process: zero at load, never destroyed.
 constinit CCID ccid{};
 
@@ -93,7 +96,7 @@ Welcome welcome() {
 
     std::array<unsigned char, CCID::kPacketSize> status{};
     const auto question = static_cast<unsigned char>(ccid.seq);
-    ccid.GetSlotStatus(status.data());
+    ccid.ask_slot_status(status);
     for (const unsigned char byte : std::span(status).first(kPrintedStatusBytes)) {
         diagnostics::text("%02x ", byte);
     }
@@ -216,14 +219,13 @@ bool answers_older(std::span<const unsigned char> response, bool first, unsigned
            (first && in_step::proves_older_answer(header, CCID::kDataBlock, bseq));
 }
 
-int send_command(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len,
-                 int timeout_ms) {
+int send_command(std::span<const std::uint8_t> command, Reply& reply) {
     const auto bseq = static_cast<unsigned char>(ccid.seq);
     const bool first = std::exchange(only_opened, false);
     connection().reply_header.fill(0); // one that does not come proves nothing
-    const int result = ccid.interact_apdu(cmd, cmd_len, resp, resp_len, timeout_ms);
-    const auto received = static_cast<std::size_t>(result == 0 ? *resp_len : 0);
-    if (blind_in != operation::serial() || !answers_older(std::span(resp, received), first, bseq)) {
+    const int result = ccid.exchange(command, reply, kReplyTimeoutMs);
+    const auto received = reply.place.first(result == 0 ? reply.length : 0);
+    if (blind_in != operation::serial() || !answers_older(received, first, bseq)) {
         return result;
     }
     note_misled();
@@ -233,7 +235,7 @@ int send_command(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp
 
 } // namespace
 
-int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len, int timeout_ms) {
+int exchange(std::span<const std::uint8_t> command, Reply& reply) {
     if (!given_up() && operation::over()) {
         give_up();
     }
@@ -243,7 +245,7 @@ int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len
     operation::count_exchange();
     int result = settle();
     if (result == 0) {
-        result = send_command(cmd, cmd_len, resp, resp_len, timeout_ms);
+        result = send_command(command, reply);
     }
     reader_gone = reader_gone || result == LIBUSB_ERROR_NO_DEVICE;
     return result;

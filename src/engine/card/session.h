@@ -4,6 +4,9 @@
 
 #include "usb/ccid.h"
 
+#include <cstdint>
+#include <span>
+
 namespace qaven::session {
 
 // What a card operation does with the connection when it succeeds.
@@ -12,8 +15,8 @@ enum class AtSuccess {
     kKeep, // leave the card powered for the next step of the transaction
 };
 
-// One command APDU over the current connection; see CCID::interact_apdu.
-int exchange(unsigned char* cmd, int cmd_len, unsigned char* resp, int* resp_len, int timeout_ms);
+// One command APDU over the current connection; see CCID::exchange.
+int exchange(std::span<const std::uint8_t> command, Reply& reply);
 
 // What the last exchange brought is no answer of a card: the reader may owe one.
 void refuse_reply();

@@ -29,16 +29,16 @@ WipedBytes parse(std::string_view text) {
     return hex::bytes(digits.substr(0, 2 * count));
 }
 
-void write(tlv::Bytes head, std::span<const tlv::Bytes> records, char* out, std::size_t out_size) {
+void write(tlv::Bytes head, std::span<const tlv::Bytes> records, std::span<char> out) {
     WipedBytes taken(head.begin(), head.end());
     for (const tlv::Bytes record : records) {
-        if (kCountDigits + 2 * (taken.size() + record.size()) < out_size) {
+        if (kCountDigits + 2 * (taken.size() + record.size()) < out.size()) {
             taken.insert(taken.end(), record.begin(), record.end());
         }
     }
     std::array<char, 16> count{};
     std::snprintf(count.data(), count.size(), "%06zu", taken.size());
-    BoundedText text(out, out_size);
+    BoundedText text(out);
     text.append(count.data());
     text.append(hex::text(taken));
 }

@@ -22,6 +22,6 @@ inline constexpr std::string_view kEmpty = "000000";
 WipedBytes parse(std::string_view text);
 
 // Writes the text of head and records into out, leaving out whole every record that would not fit.
-void write(tlv::Bytes head, std::span<const tlv::Bytes> records, char* out, std::size_t out_size);
+void write(tlv::Bytes head, std::span<const tlv::Bytes> records, std::span<char> out);
 
 } // namespace qaven::application_data

@@ -2,13 +2,13 @@
 #include "engine/data/terminal_data.h"
 
 #include "common/tags.h"
+#include "engine/data/tlv_writer.h"
 #include "support/gbk_text.h"
+#include "support/local_time.h"
 #include "support/operation.h"
-#include "support/utils.h"
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <optional>
 
@@ -53,39 +53,11 @@ class Scratch {
 // The store, and room for what a merchant name longer than its object leaves behind it.
 using StoreArea = std::array<unsigned char, kStoreSize + kScratchSize - kMerchantLength>;
 
-// Appends primitive data objects.
-class StoreWriter {
-  public:
-    void append(Tag tag, Bytes value) {
-        put(tag);
-        store_[size_++] = static_cast<unsigned char>(value.size());
-        put(value);
-    }
-
-    // Copies bytes to where the next objects will be written over them.
-    void leave_behind(Bytes bytes) {
-        std::ranges::copy(bytes, store_.begin() + static_cast<std::ptrdiff_t>(size_));
-    }
-
-    // The zero byte that ends the list.
-    void terminate() { store_[size_++] = 0; }
-
-    const StoreArea& area() const { return store_; }
-
-  private:
-    void put(Bytes bytes) {
-        std::ranges::copy(bytes, store_.begin() + static_cast<std::ptrdiff_t>(size_));
-        size_ += bytes.size();
-    }
-
-    StoreArea store_{};
-    std::size_t size_ = 0;
-};
-
 constexpr std::size_t kDateLength = 3;
 constexpr std::size_t kTimeLength = 3;
 constexpr std::size_t kRandomLength = 4;
 constexpr std::size_t kLongDateLength = 4; // YYYYMMDD; its century byte is skipped
+constexpr std::size_t kBehindMerchant = 5; // the last object and the zero byte
 
 constexpr std::array<unsigned char, 4> kQualifiers{0xF4, 0x00, 0x00, 0x00};
 constexpr std::array<unsigned char, 1> kVlpSupported{0x01};
@@ -98,15 +70,13 @@ Bytes value_or(Scratch& scratch, char letter, Bytes otherwise) {
 }
 
 void set_date(Scratch& scratch) {
-    std::memset(YYMMDD, 0, sizeof(YYMMDD));
+    std::ranges::fill(YYMMDD, static_cast<std::uint8_t>(0));
     if (const auto length = scratch.look_up('S')) {
         const std::size_t from = *length == kLongDateLength ? 1 : 0;
         std::ranges::copy(scratch.from(from, kDateLength), YYMMDD);
         return;
     }
-    std::array<char, kDateLength> today{};
-    Qm_GetYYMMDD(today.data());
-    std::ranges::copy(today, YYMMDD);
+    std::ranges::copy(local_time::date(), YYMMDD);
 }
 
 void set_time(Scratch& scratch) {
@@ -114,8 +84,7 @@ void set_time(Scratch& scratch) {
         std::ranges::copy(scratch.first(kTimeLength), HHMMSS);
         return;
     }
-    std::array<char, 7> now{};
-    GetDateTime(now.data());
+    const auto now = local_time::date_and_time();
     std::ranges::copy(std::span(now).last<kTimeLength>(), HHMMSS);
 }
 
@@ -130,29 +99,28 @@ void set_random() {
 
 // 9F4E, zero-filled to its length. A longer name is copied whole, and the objects behind it are
 // written over its excess. Gives how many bytes are too many.
-std::size_t append_merchant(Scratch& scratch, StoreWriter& writer) {
+std::size_t append_merchant(Scratch& scratch, tlv::Writer& writer) {
     scratch.clear();
     const auto length = scratch.look_up('V');
     if (!length) {
-        std::array<unsigned char, kMerchantLength> name{};
+        std::array<std::uint8_t, kMerchantLength> name{};
         std::ranges::copy(std::string_view(gbk::kExampleMerchantName), name.begin());
         writer.append(kTag9F4EMerchantName, name);
         return 0;
     }
     writer.append(kTag9F4EMerchantName, scratch.first(kMerchantLength));
-    const std::size_t excess = std::max(*length, kMerchantLength) - kMerchantLength;
-    writer.leave_behind(scratch.from(kMerchantLength, excess));
-    return excess;
+    return std::max(*length, kMerchantLength) - kMerchantLength;
 }
 
 struct Packed {
-    StoreArea area;
+    StoreArea area{};
     std::size_t reach; // bytes of the area that were written
 };
 
 Packed pack_area(Bytes converted) {
+    Packed packed{};
     Scratch scratch(converted);
-    StoreWriter writer;
+    tlv::Writer writer(packed.area);
     writer.append(kTag9F02AmountAuthorised, value_or(scratch, 'P', kNoAmount));
     writer.append(kTag9F03AmountOther, value_or(scratch, 'Q', kNoAmount));
     writer.append(kTag9F1ATerminalCountryCode, kCountryCode);
@@ -160,20 +128,22 @@ Packed pack_area(Bytes converted) {
     writer.append(kTag5F2ACurrencyCode, value_or(scratch, 'R', kCurrencyCode));
     writer.append(kTag9CTransactionType, value_or(scratch, 'T', kDefaultTypeValue));
     set_date(scratch);
-    writer.append(kTag9ATransactionDate, Bytes(YYMMDD).first(kDateLength));
+    writer.append(kTag9ATransactionDate, transaction_date());
     set_time(scratch);
     writer.append(kTag9F21TransactionTime, Bytes(HHMMSS).first(kTimeLength));
     set_random();
-    writer.append(kTag9F37UnpredictableNumber, Bytes(gRnd).first(kRandomLength));
+    writer.append(kTag9F37UnpredictableNumber, unpredictable_number());
     writer.append(kTag9F66TerminalTransactionQualifiers, kQualifiers);
     writer.append(kTag9F7AVlpSupport, kVlpSupported);
     writer.append(kTag9F7BVlpLimit, kVlpLimit);
     const std::size_t excess = append_merchant(scratch, writer);
+    const auto behind_merchant = std::span(packed.area).subspan(writer.written().size());
+    std::ranges::copy(scratch.from(kMerchantLength, excess), behind_merchant.begin());
     scratch.clear();
     writer.append(kTagDF69SmAlgorithm, value_or(scratch, 'Z', kSmAlgorithm));
-    writer.terminate();
-    constexpr std::size_t kBehindMerchant = 5; // the last object and the zero byte
-    return {writer.area(), kStoreSize + std::max(excess, kBehindMerchant) - kBehindMerchant};
+    packed.area[writer.written().size()] = 0; // ends the list
+    packed.reach = std::max(kStoreSize, kStoreSize - kBehindMerchant + excess);
+    return packed;
 }
 
 } // namespace
@@ -182,6 +152,14 @@ Store pack(tlv::Bytes converted) {
     Store store{};
     std::ranges::copy(Bytes(pack_area(converted).area).first(kStoreSize), store.begin());
     return store;
+}
+
+Bytes transaction_date() {
+    return Bytes(YYMMDD).first(kDateLength);
+}
+
+Bytes unpredictable_number() {
+    return Bytes(gRnd).first(kRandomLength);
 }
 
 bool letter_value(char letter, tlv::Bytes converted, std::span<unsigned char> out) {

@@ -41,6 +41,10 @@ using Store = std::array<unsigned char, kStoreSize>;
 // Converted transaction data: a zero-terminated list of one-letter tags.
 Store pack(tlv::Bytes converted);
 
+// Of the last store that was built: the date as 9A has it, and the unpredictable number, 9F37.
+tlv::Bytes transaction_date();
+tlv::Bytes unpredictable_number();
+
 // The value of one letter in converted transaction data, copied into out as far as it goes; false
 // when the letter is not there.
 bool letter_value(char letter, tlv::Bytes converted, std::span<unsigned char> out);

@@ -157,10 +157,8 @@ int qmcx_GetTagData(int pos, const unsigned char* buf, unsigned char* out, unsig
 
 int qm_GetTL(unsigned char* tagout, unsigned char* taglenout, const unsigned char* in,
              int /*len*/) {
-    // The two-byte tags of log formats begin with an odd byte (9F, 5F), their one-byte tags (9A,
-    // 9C) with an even one.
-    const unsigned char size = (in[0] & 1U) != 0 ? 2 : 1;
+    const std::size_t size = tlv::log_tag_size(in[0]);
     std::copy_n(in, size, tagout);
-    *taglenout = size;
-    return size + 1;
+    *taglenout = static_cast<unsigned char>(size);
+    return static_cast<int>(size + 1);
 }

@@ -172,6 +172,12 @@ std::optional<std::size_t> extract(Bytes tag, Bytes data, std::span<unsigned cha
 // The value of tag, at most 256 bytes, zero-filled likewise; nothing when tag is not there.
 std::optional<WipedBytes> value_of(Bytes tag, Bytes data);
 
+// The byte count of a tag in a card's log format, by its first byte: the two-byte tags there (9F,
+// 5F) begin with an odd one, the one-byte tags (9A, 9C) with an even one.
+constexpr std::size_t log_tag_size(std::uint8_t first) {
+    return (first & 1U) != 0 ? 2 : 1;
+}
+
 // The part of data that a value of the given length at the given place has.
 inline Bytes clipped(Bytes data, std::size_t offset, std::size_t length) {
     const std::size_t from = std::min(offset, data.size());

@@ -1,15 +1,14 @@
 // Walking, completing and converting the transaction data string.
 #include "engine/data/transaction_data.h"
 
-#include "support/boundary.h"
 #include "support/decimal.h"
-#include "support/utils.h"
+#include "support/hex.h"
+#include "support/host_text.h"
+#include "support/local_time.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstring>
-#include <ctime>
 #include <optional>
 
 namespace qaven::transaction_data {
@@ -19,6 +18,14 @@ namespace {
 constexpr std::size_t kLengthDigits = 3;
 constexpr std::size_t kRecordHead = 1 + kLengthDigits;
 constexpr std::size_t kHoldingArea = 128;
+
+constexpr std::size_t kMaxNumber = 31;
+
+int number(std::string_view digits) {
+    std::array<char, kMaxNumber + 1> text{};
+    std::ranges::copy(digits.substr(0, kMaxNumber), text.begin());
+    return decimal(text.data());
+}
 
 struct Record {
     std::size_t offset; // of the letter in the text
@@ -36,7 +43,7 @@ class RecordReader {
             return std::nullopt;
         }
         const std::string_view record = text_.substr(at_);
-        const int declared = getLen(record.data() + 1, kLengthDigits);
+        const int declared = number(record.substr(1, kLengthDigits));
         const auto value =
             record.substr(kRecordHead, static_cast<std::size_t>(std::max(declared, 0)));
         const Record found{at_, record[0], value};
@@ -49,8 +56,14 @@ class RecordReader {
     std::size_t at_ = 0;
 };
 
-std::string_view host_text(const unsigned char* text) {
-    return text_or_empty(reinterpret_cast<const char*>(text));
+std::optional<Record> find_record(std::string_view text, char letter) {
+    RecordReader reader(text);
+    while (auto record = reader.next()) {
+        if (record->letter == letter) {
+            return record;
+        }
+    }
+    return std::nullopt;
 }
 
 // The latest value of one letter, zeros behind it.
@@ -76,10 +89,10 @@ class HoldingArea {
 // Appends records to a host's buffer. What is written is limited by the records' own sizes.
 class RecordWriter {
   public:
-    explicit RecordWriter(char* out) : out_(out) {}
+    explicit RecordWriter(std::span<char> out) : out_(out) {}
 
     void append(std::string_view text) {
-        std::ranges::copy(text, out_ + size_);
+        std::ranges::copy(text, out_.subspan(size_).begin());
         size_ += text.size();
     }
 
@@ -97,67 +110,20 @@ class RecordWriter {
     std::size_t size() const { return size_; }
 
   private:
-    char* out_;
+    std::span<char> out_;
     std::size_t size_ = 0;
 };
-
-// Where the six characters of the completed date start in the host's date. The ARQC step cuts the
-// century off YYYYMMDD; the issuer-authentication step takes the date as it begins.
-enum class DateFrom : std::size_t { kFirstCharacter = 0, kBehindCentury = 2 };
 
 constexpr std::size_t kDateLength = 6;
 constexpr std::size_t kTimeLength = 6;
 constexpr std::size_t kMerchantLength = 20;
+constexpr const char* kTimeFormat = "%H%M%S";
 
 // The amounts reach the card by the host's own text, so the completed one carries zeros.
 constexpr std::string_view kFixedStart = "P012000000000000Q012000000000000R0040156";
 constexpr std::string_view kNoDate = "000000";
 constexpr std::string_view kFixedType = "T00233";
 constexpr std::string_view kNoMerchant = "00000000000000000000";
-
-int complete(std::string_view in, unsigned char* out, DateFrom date_from) {
-    HoldingArea date;
-    HoldingArea time;
-    HoldingArea merchant;
-    RecordReader reader(in);
-    while (const auto record = reader.next()) {
-        switch (record->letter) {
-        case 'S':
-            date.take(record->value);
-            break;
-        case 'U':
-            time.take(record->value);
-            break;
-        case 'V':
-            merchant.take(record->value);
-            break;
-        default:
-            break;
-        }
-    }
-
-    RecordWriter writer(reinterpret_cast<char*>(out));
-    writer.append(kFixedStart);
-    writer.append_record(
-        'S',
-        date.seen() ? date.characters(static_cast<std::size_t>(date_from), kDateLength) : kNoDate);
-    writer.append(kFixedType);
-    if (time.seen()) {
-        writer.append_record('U', time.characters(0, kTimeLength));
-    } else {
-        std::array<unsigned char, 8> now{};
-        GetTime(now.data());
-        writer.append_record('U', {reinterpret_cast<const char*>(now.data()), kTimeLength});
-    }
-    writer.append_record('V',
-                         merchant.seen() ? merchant.characters(0, kMerchantLength) : kNoMerchant);
-    if (!merchant.seen()) {
-        // The terminator stands one byte behind the record's end, and only here: callers hand in a
-        // zeroed buffer.
-        out[writer.size() + 1] = 0;
-    }
-    return 0;
-}
 
 // How an odd trailing digit is converted.
 enum class OddDigit {
@@ -186,9 +152,9 @@ std::size_t convert_records(std::string_view text, std::span<unsigned char> out,
             std::ranges::copy(record->value, value.begin());
         } else {
             for (std::size_t k = 0; k < pairs; ++k) {
-                std::array pair{static_cast<unsigned char>(record->value[2 * k]),
-                                static_cast<unsigned char>(record->value[2 * k + 1])};
-                value[k] = asc2bcd(pair.data());
+                value[k] = hex::byte_of<hex::else_upper_case>(
+                    static_cast<std::uint8_t>(record->value[2 * k]),
+                    static_cast<std::uint8_t>(record->value[2 * k + 1]));
             }
         }
         written += 2 + length;
@@ -197,14 +163,14 @@ std::size_t convert_records(std::string_view text, std::span<unsigned char> out,
 }
 
 int convert_host_text(unsigned char* out, const unsigned char* in, OddDigit odd_digit) {
-    const std::string_view text = host_text(in);
+    const std::string_view text = HostText(in);
     // A record's four leading characters become two bytes and its value never grows, so the text's
     // own size bounds what is written.
     return static_cast<int>(convert_records(text, std::span(out, text.size()), odd_digit));
 }
 
 // Width of a record in the normalised form.
-std::size_t normalised_width(char letter, int found_length, std::size_t previous) {
+std::size_t normalised_width(char letter, std::size_t found_length, std::size_t previous) {
     switch (letter) {
     case 'P':
     case 'Q':
@@ -218,7 +184,7 @@ std::size_t normalised_width(char letter, int found_length, std::size_t previous
     case 'U':
         return 6;
     case 'V':
-        return static_cast<std::size_t>(found_length);
+        return found_length;
     default:
         return previous;
     }
@@ -240,17 +206,17 @@ constexpr std::array kNormalisedLetters{'P', 'Q', 'R', 'S', 'T', 'U', 'V', '\0'}
 constexpr std::size_t kTypeResetPosition = 2;
 constexpr std::string_view kDefaultType = "33";
 
-void normalise(std::string_view in, char* out) {
+// A merchant name of 999 characters makes the last two records as long.
+constexpr std::size_t kNormalisedBuffer = 2200;
+
+void normalise(std::string_view text, std::span<char> out) {
     RecordWriter writer(out);
     std::size_t width = 0;
     for (const char letter : kNormalisedLetters) {
-        int length = 0;
-        const char* const record = getTag(in.data(), static_cast<int>(in.size()), letter, &length);
-        const auto value = record != nullptr ? std::string_view(record + kRecordHead,
-                                                                static_cast<std::size_t>(length))
-                                             : std::string_view();
-        width = normalised_width(letter, record != nullptr ? length : 0, width);
-        if (letter == 'T' && record == nullptr) {
+        const auto record = find_record(text, letter);
+        const auto value = record ? record->value : std::string_view();
+        width = normalised_width(letter, value.size(), width);
+        if (letter == 'T' && !record) {
             // A missing type takes the writing position back to the start of the text.
             writer.go_to(kTypeResetPosition);
             writer.append(kDefaultType);
@@ -264,6 +230,47 @@ void normalise(std::string_view in, char* out) {
 
 } // namespace
 
+void complete(std::string_view text, std::span<char> out, DateFrom date_from) {
+    HoldingArea date;
+    HoldingArea time;
+    HoldingArea merchant;
+    RecordReader reader(text);
+    while (const auto record = reader.next()) {
+        switch (record->letter) {
+        case 'S':
+            date.take(record->value);
+            break;
+        case 'U':
+            time.take(record->value);
+            break;
+        case 'V':
+            merchant.take(record->value);
+            break;
+        default:
+            break;
+        }
+    }
+
+    RecordWriter writer(out);
+    writer.append(kFixedStart);
+    writer.append_record(
+        'S',
+        date.seen() ? date.characters(static_cast<std::size_t>(date_from), kDateLength) : kNoDate);
+    writer.append(kFixedType);
+    if (time.seen()) {
+        writer.append_record('U', time.characters(0, kTimeLength));
+    } else {
+        writer.append_record('U', {local_time::text(kTimeFormat).data(), kTimeLength});
+    }
+    writer.append_record('V',
+                         merchant.seen() ? merchant.characters(0, kMerchantLength) : kNoMerchant);
+    if (!merchant.seen()) {
+        // The terminator stands one byte behind the record's end, and only here: callers hand in a
+        // zeroed buffer.
+        out[writer.size() + 1] = 0;
+    }
+}
+
 std::size_t convert(std::string_view text, std::span<unsigned char> out) {
     return convert_records(text, out, OddDigit::kLeavesByte);
 }
@@ -271,53 +278,55 @@ std::size_t convert(std::string_view text, std::span<unsigned char> out) {
 } // namespace qaven::transaction_data
 
 namespace transaction_data = qaven::transaction_data;
+using qaven::HostText;
+
+namespace {
+
+int complete_for_host(const unsigned char* in, unsigned char* out,
+                      transaction_data::DateFrom date_from) {
+    const std::span completed(reinterpret_cast<char*>(out), transaction_data::kCompletedBuffer);
+    transaction_data::complete(HostText(in), completed, date_from);
+    return 0;
+}
+
+} // namespace
 
 void GetTime(unsigned char* out) {
-    std::memset(out, 0, 8);
-    const std::time_t now = std::time(nullptr);
-    if (const std::tm* const local = std::localtime(&now)) {
-        std::array<char, 16> text{};
-        std::snprintf(text.data(), text.size(), "%02d%02d%02d", local->tm_hour % 100,
-                      local->tm_min % 100, local->tm_sec % 100);
-        std::copy_n(text.begin(), 7, out);
-    }
+    const auto now = qaven::local_time::text(transaction_data::kTimeFormat);
+    std::copy_n(now.begin(), 8, out);
 }
 
 int getLen(const char* p, int n) {
-    std::array<char, 32> scratch{};
-    std::copy_n(p, std::clamp(n, 0, 31), scratch.begin());
-    return qaven::decimal(scratch.data());
+    const auto count = static_cast<std::size_t>(std::max(n, 0));
+    return transaction_data::number({p, std::min(count, transaction_data::kMaxNumber)});
 }
 
 const char* getTag(const char* data, int dataLen, char letter, int* valueLen) {
     if (data == nullptr || dataLen <= 0) {
         return nullptr;
     }
-    transaction_data::RecordReader reader({data, static_cast<std::size_t>(dataLen)});
-    while (const auto record = reader.next()) {
-        if (record->letter == letter) {
-            if (valueLen != nullptr) {
-                *valueLen = static_cast<int>(record->value.size());
-            }
-            return data + record->offset;
-        }
+    const auto record =
+        transaction_data::find_record({data, static_cast<std::size_t>(dataLen)}, letter);
+    if (!record) {
+        return nullptr;
     }
-    return nullptr;
+    if (valueLen != nullptr) {
+        *valueLen = static_cast<int>(record->value.size());
+    }
+    return data + record->offset;
 }
 
 int parseTxData(const char* in, char* out) {
-    transaction_data::normalise(qaven::text_or_empty(in), out);
+    transaction_data::normalise(HostText(in), std::span(out, transaction_data::kNormalisedBuffer));
     return 0;
 }
 
 int GetTransData(unsigned char* in, unsigned char* out) {
-    return transaction_data::complete(transaction_data::host_text(in), out,
-                                      transaction_data::DateFrom::kBehindCentury);
+    return complete_for_host(in, out, transaction_data::DateFrom::kBehindCentury);
 }
 
 int ARPCGetTransData(unsigned char* in, unsigned char* out) {
-    return transaction_data::complete(transaction_data::host_text(in), out,
-                                      transaction_data::DateFrom::kFirstCharacter);
+    return complete_for_host(in, out, transaction_data::DateFrom::kFirstCharacter);
 }
 
 int Qm_ConvertTxData2BCD(unsigned char* out, unsigned char* in) {

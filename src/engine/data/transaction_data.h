@@ -9,6 +9,7 @@
 #include "support/export.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string_view>
 
@@ -44,9 +45,16 @@ QAVEN_API int oldQm_ConvertTxData2BCD(unsigned char* out, unsigned char* in);
 namespace qaven::transaction_data {
 
 // Size of a buffer that takes the completed form and its terminator.
-constexpr std::size_t kCompletedBuffer = 1024;
+constexpr std::size_t kCompletedBuffer = 92;
+
+// Where the six characters of the completed date start in the host's date. The ARQC step cuts the
+// century off YYYYMMDD; the issuer-authentication step takes the date as it begins.
+enum class DateFrom : std::size_t { kFirstCharacter = 0, kBehindCentury = 2 };
+
+// Completes text as GetTransData or ARPCGetTransData does.
+void complete(std::string_view text, std::span<char> out, DateFrom date_from);
 
 // Converts text as Qm_ConvertTxData2BCD does; stops before it would pass out's end.
-std::size_t convert(std::string_view text, std::span<unsigned char> out);
+std::size_t convert(std::string_view text, std::span<std::uint8_t> out);
 
 } // namespace qaven::transaction_data

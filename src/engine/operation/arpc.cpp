@@ -8,24 +8,26 @@
 #include "engine/data/application_data.h"
 #include "engine/data/dol.h"
 #include "engine/data/terminal_data.h"
+#include "engine/data/tlv_writer.h"
 #include "engine/data/transaction_data.h"
 #include "engine/operation/cryptogram.h"
-#include "engine/operation/error_text.h"
 #include "engine/operation/issuer_decision.h"
+#include "host/err.h"
 #include "qaven/qaven.h"
-#include "support/boundary.h"
 #include "support/bounded_text.h"
 #include "support/decimal.h"
+#include "support/hex.h"
+#include "support/host_text.h"
 #include "support/operation.h"
-#include "support/utils.h"
+#include "support/wiped.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace qaven::arpc {
 
@@ -50,25 +52,21 @@ constexpr std::size_t kArcOffset = 8;
 using AuthenticationData = std::array<unsigned char, kAuthenticationLength>;
 
 struct Parameters {
-    const char* tx_data;
-    const char* application_data;
-    const char* issuer_response;
-    const char* host_status;
-    char* tc;
-    char* script_result;
-    char* error_text;
+    HostText tx_data;
+    HostText application_data;
+    HostText issuer_response;
+    HostText host_status;
+    std::span<char> tc;
+    std::span<char> script_result;
+    std::span<char> error_text;
 };
 
 // The issuer's answer as the host passed it on.
 class IssuerResponse {
   public:
     explicit IssuerResponse(std::string_view text) {
-        if (text.size() <= kMaxResponseDigits) {
-            std::string digits(text);
-            std::string packed(digits.size() / 2 + 1, '\0');
-            int length = 0;
-            Qm_halftochar(digits.data(), packed.data(), &length);
-            bytes_.assign(packed.begin(), packed.begin() + length);
+        if (text.size() <= kMaxResponseDigits && text.size() % 2 == 0) {
+            bytes_ = hex::bytes_by<hex::else_lower_case>(text);
         }
     }
 
@@ -111,7 +109,7 @@ class IssuerResponse {
     }
 
   private:
-    std::vector<unsigned char> bytes_;
+    WipedBytes bytes_;
 };
 
 // Issuer script results in text form: tag DF31, length 05, result and position digits, script
@@ -162,34 +160,34 @@ class ScriptResults {
 
 void write_outputs(const Parameters& parameters, std::string_view script_result,
                    std::string_view tc) {
-    BoundedText(parameters.script_result, QAVEN_SCRIPT_RESULT_SIZE).append(script_result);
-    BoundedText(parameters.tc, QAVEN_TC_SIZE).append(tc);
+    BoundedText(parameters.script_result).append(script_result);
+    BoundedText(parameters.tc).append(tc);
 }
 
 using Converted = std::array<unsigned char, kConvertedBuffer>;
 
 // Unlike the ARQC step this one converts the completed text.
-Converted convert_completed(const char* tx_data) {
-    std::string text(text_or_empty(tx_data));
-    std::array<unsigned char, transaction_data::kCompletedBuffer> completed{};
-    ARPCGetTransData(reinterpret_cast<unsigned char*>(text.data()), completed.data());
+Converted convert_completed(HostText tx_data) {
+    std::array<char, transaction_data::kCompletedBuffer> completed{};
+    transaction_data::complete(tx_data, completed, transaction_data::DateFrom::kFirstCharacter);
     Converted converted{};
-    transaction_data::convert(reinterpret_cast<const char*>(completed.data()),
-                              std::span(converted).first(kConvertedBuffer - 1));
+    transaction_data::convert(completed.data(), std::span(converted).first(kConvertedBuffer - 1));
     return converted;
 }
 
-// The terminal data store with the issuer's authorisation response code in front of it.
-std::vector<unsigned char> cdol2_store(const AuthenticationData& data, Bytes converted) {
-    std::vector<unsigned char> store{kTag8AArc.bytes()[0], 0x02, data[kArcOffset],
-                                     data[kArcOffset + 1]};
-    const auto packed = terminal_data::pack(converted);
-    store.insert(store.end(), packed.begin(), packed.end());
-    return store;
+// The value string for CDOL2: the terminal data store with the issuer's authorisation response code
+// in front of it.
+dol::Built build_cdol2_data(const AuthenticationData& data, Bytes converted, Bytes cdol2,
+                            std::span<std::uint8_t> out) {
+    std::array<std::uint8_t, 4 + terminal_data::kStoreSize> place{};
+    tlv::Writer store(place);
+    store.append(kTag8AArc, Bytes(data).subspan(kArcOffset));
+    store.append_objects(terminal_data::pack(converted));
+    return dol::build(store.written(), cdol2, out);
 }
 
 int fail(int result, const Parameters& parameters) {
-    describe(result, parameters.error_text);
+    errors::describe(result, parameters.error_text);
     return result;
 }
 
@@ -205,11 +203,11 @@ class CloseHooks {
     CloseHooks& operator=(const CloseHooks&) = delete;
 };
 
-TlvList tc_list(const cryptogram::Answer& answer, Bytes application_data, Bytes converted) {
-    TlvList list;
+void write_tc_list(tlv::Writer& list, const cryptogram::Answer& answer, Bytes application_data,
+                   Bytes converted) {
     cryptogram::append_answer(list, answer);
     cryptogram::append_last_online_atc(list);
-    list.append(kTag9ATransactionDate, Bytes(YYMMDD).first(3));
+    list.append(kTag9ATransactionDate, terminal_data::transaction_date());
     cryptogram::append_type(list, converted);
     cryptogram::append_amount(list, kTag9F02AmountAuthorised, 'P', converted);
     list.append(kTag5F2ACurrencyCode, terminal_data::kCurrencyCode);
@@ -219,7 +217,6 @@ TlvList tc_list(const cryptogram::Answer& answer, Bytes application_data, Bytes 
     list.append(kTag9F1ATerminalCountryCode, terminal_data::kCountryCode);
     cryptogram::append_amount(list, kTag9F03AmountOther, 'Q', converted);
     list.append(kTag9F33TerminalCapabilities, terminal_data::kCapabilities);
-    return list;
 }
 
 // From the second GENERATE AC on: the connection ends here whatever comes of it.
@@ -260,15 +257,17 @@ int complete_transaction(const Parameters& parameters, const IssuerResponse& res
     if (const auto script = response.script()) {
         script_results.note(script::execute(*script));
     }
-    const TlvList list = tc_list(*answer, application_data, converted);
-    write_outputs(parameters, script_results.text(), list.text());
+    std::array<std::uint8_t, cryptogram::kMaxList> place{};
+    const WipedAtEnd wiped(place);
+    tlv::Writer list(place);
+    write_tc_list(list, *answer, application_data, converted);
+    write_outputs(parameters, script_results.text(), hex::text(list.written()));
     return 0;
 }
 
 int run(const Parameters& parameters) {
-    int host_status = decimal(text_or_empty(parameters.host_status));
-    const auto application_data =
-        application_data::parse(text_or_empty(parameters.application_data));
+    int host_status = decimal(parameters.host_status);
+    const auto application_data = application_data::parse(parameters.application_data);
     const Converted converted = convert_completed(parameters.tx_data);
 
     std::array<unsigned char, 256> cdol2{};
@@ -277,7 +276,7 @@ int run(const Parameters& parameters) {
         return fail(QAVEN_NO_CDOL2, parameters);
     }
 
-    const IssuerResponse response(text_or_empty(parameters.issuer_response));
+    const IssuerResponse response(parameters.issuer_response);
     AuthenticationData authentication{};
     const auto authentication_length = response.authentication_data(authentication);
     if (!authentication_length) {
@@ -286,16 +285,15 @@ int run(const Parameters& parameters) {
     }
 
     std::array<unsigned char, kMaxCdolData> cdol2_data{};
-    const auto built = dol::build(cdol2_store(authentication, converted),
-                                  Bytes(cdol2).first(*cdol2_length), cdol2_data);
+    const auto built =
+        build_cdol2_data(authentication, converted, Bytes(cdol2).first(*cdol2_length), cdol2_data);
     if (built.result != 0) {
         return fail(built.result, parameters);
     }
     if (response.empty()) {
         return fail(QAVEN_EMPTY_DATA, parameters);
     }
-    BoundedText(parameters.script_result, QAVEN_SCRIPT_RESULT_SIZE)
-        .append(ScriptResults(response).text());
+    BoundedText(parameters.script_result).append(ScriptResults(response).text());
     if (authentication_length.value_or(0) < kAuthenticationLength) {
         return fail(QAVEN_NO_TAG_91, parameters);
     }
@@ -314,11 +312,20 @@ int run(const Parameters& parameters) {
 
 } // namespace qaven::arpc
 
+using qaven::host_buffer;
+
 int ZEB_ICC_ARPC_ExeICScript(char* /*p1*/, char* /*p2*/, char* /*p3*/, char* /*p4*/, char* /*p5*/,
                              char* /*p6*/, char* /*p7*/, char* /*p8*/, char* /*p9*/, char* TxData,
                              char* lpicappdata, char* /*p12*/, char* ARPC, char* HostStatus,
                              char* TC, char* ScriptResult, char* ErrMsg) {
     return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
-        return qaven::arpc::run({TxData, lpicappdata, ARPC, HostStatus, TC, ScriptResult, ErrMsg});
+        return qaven::arpc::run(
+            {.tx_data = TxData,
+             .application_data = lpicappdata,
+             .issuer_response = ARPC,
+             .host_status = HostStatus,
+             .tc = host_buffer(TC, QAVEN_TC_SIZE),
+             .script_result = host_buffer(ScriptResult, QAVEN_SCRIPT_RESULT_SIZE),
+             .error_text = host_buffer(ErrMsg, QAVEN_ERRMSG_SIZE)});
     });
 }

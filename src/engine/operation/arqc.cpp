@@ -9,21 +9,24 @@
 #include "engine/data/application_data.h"
 #include "engine/data/dol.h"
 #include "engine/data/terminal_data.h"
+#include "engine/data/tlv_writer.h"
 #include "engine/data/transaction_data.h"
 #include "engine/operation/aid_list.h"
 #include "engine/operation/card_info.h"
 #include "engine/operation/cryptogram.h"
-#include "engine/operation/error_text.h"
+#include "host/err.h"
 #include "qaven/qaven.h"
-#include "support/boundary.h"
 #include "support/bounded_text.h"
 #include "support/gbk_text.h"
+#include "support/hex.h"
+#include "support/host_text.h"
 #include "support/operation.h"
 #include "support/qmlog.h"
 
 #include <array>
 #include <cstdio>
-#include <string>
+#include <span>
+#include <string_view>
 #include <vector>
 
 namespace qaven::arqc {
@@ -39,13 +42,14 @@ constexpr std::size_t kMaxCdolData = 255;
 constexpr std::size_t kLengthTextSize = 4;
 
 struct Parameters {
-    const char* tx_data;
-    const char* aid_list;
-    char* application_data;
-    char* arqc_length;
-    char* arqc;
-    char* field60;
-    char* error_text;
+    HostText tx_data;
+    HostText aid_list;
+    HostText application_data; // in the buffer that is also written
+    std::span<char> application_data_out;
+    std::span<char> arqc_length;
+    std::span<char> arqc;
+    std::span<char> field60;
+    std::span<char> error_text;
 };
 
 // Trace lines that format a number where a reader would expect the data carry its length.
@@ -54,12 +58,12 @@ unsigned int number_for(Bytes data) {
 }
 
 int read_card(const Parameters& parameters) {
-    return for_each_aid(text_or_empty(parameters.aid_list), [&](const std::string& aid) {
+    return for_each_aid(parameters.aid_list, [&](std::string_view aid) {
         std::array<char, QAVEN_USERINFO_SIZE> user_info{};
         std::array<char, QAVEN_ERRMSG_SIZE> error_text{};
-        return card_info::read_card(
-            {"", aid.c_str()}, {user_info.data(), parameters.application_data, error_text.data()},
-            session::AtSuccess::kKeep);
+        return card_info::read_card({"", aid},
+                                    {user_info, parameters.application_data_out, error_text},
+                                    session::AtSuccess::kKeep);
     });
 }
 
@@ -114,37 +118,36 @@ int generate(const Parameters& parameters, Bytes cdol1_data, cryptogram::Answer&
     }
     const auto parsed = cryptogram::parse(response);
     if (!parsed) {
-        describe(QAVEN_NO_TAG, parameters.error_text);
-        trace::line("ErrMsg:%s\n", text_or_empty(parameters.error_text));
+        errors::describe(QAVEN_NO_TAG, parameters.error_text);
+        trace::line("ErrMsg:%s\n", HostText(parameters.error_text.data()).c_str());
         return QAVEN_NO_TAG;
     }
     answer = *parsed;
     return 0;
 }
 
-void write_field60(unsigned char sequence_number, char* out) {
-    if (out != nullptr) {
-        std::snprintf(out, QAVEN_FIELD60_SIZE, "\x60\x03%03x", sequence_number);
+void write_field60(std::uint8_t sequence_number, std::span<char> out) {
+    if (!out.empty()) {
+        std::snprintf(out.data(), out.size(), "\x60\x03%03x", sequence_number);
     }
 }
 
-TlvList field55(const cryptogram::Answer& answer, Bytes application_data, Bytes converted,
-                char* field60) {
-    TlvList list;
+void write_field55(tlv::Writer& list, const cryptogram::Answer& answer, Bytes application_data,
+                   Bytes converted, std::span<char> field60) {
     if (!answer.iad.empty()) {
-        WriteKsLog(gbk::kIssuerApplicationData);
+        trace::write(gbk::kIssuerApplicationData);
     }
     cryptogram::append_answer(list, answer);
     if (!cryptogram::append_last_online_atc(list)) {
         list.append(kTag9F13LastOnlineAtc, {0x00, 0x00});
-        WriteKsLog(gbk::kTerminalVerificationResults);
+        trace::write(gbk::kTerminalVerificationResults);
     }
-    list.append(kTag9ATransactionDate, Bytes(YYMMDD).first(3));
+    list.append(kTag9ATransactionDate, terminal_data::transaction_date());
     if (!cryptogram::append_type(list, converted)) {
-        WriteKsLog(gbk::kTransactionType);
+        trace::write(gbk::kTransactionType);
     }
     if (!cryptogram::append_amount(list, kTag9F02AmountAuthorised, 'P', converted)) {
-        WriteKsLog(gbk::kAuthorisedAmount);
+        trace::write(gbk::kAuthorisedAmount);
     }
     // The currency is the terminal's, whatever the host's text says.
     list.append(kTag5F2ACurrencyCode, terminal_data::kCurrencyCode);
@@ -163,30 +166,28 @@ TlvList field55(const cryptogram::Answer& answer, Bytes application_data, Bytes 
     const bool product =
         cryptogram::append_card_object(list, kTag9F63CardProduct, application_data);
     trace::line(gbk::kCardProductFormat, product ? 0 : static_cast<int>(QAVEN_NO_TAG));
-    return list;
 }
 
 // Everything behind the reading step.
 int generate_arqc(const Parameters& parameters, bool found_live) {
-    std::array<unsigned char, transaction_data::kCompletedBuffer> completed{};
-    std::string tx_data(text_or_empty(parameters.tx_data));
-    GetTransData(reinterpret_cast<unsigned char*>(tx_data.data()), completed.data());
-    WriteKsLog("\r\n --- GetTransData---\r\n");
-    trace::line(gbk::kCompletedTxDataFormat, reinterpret_cast<const char*>(completed.data()));
+    std::array<char, transaction_data::kCompletedBuffer> completed{};
+    transaction_data::complete(parameters.tx_data, completed,
+                               transaction_data::DateFrom::kBehindCentury);
+    trace::write("\r\n --- GetTransData---\r\n");
+    trace::line(gbk::kCompletedTxDataFormat, completed.data());
 
     // The card gets the host's own text; the completed one is for the log.
     std::array<unsigned char, kConvertedBuffer> converted{};
-    transaction_data::convert(tx_data, std::span(converted).first(kConvertedBuffer - 1));
+    transaction_data::convert(parameters.tx_data, std::span(converted).first(kConvertedBuffer - 1));
     const auto store = terminal_data::pack(converted);
 
-    const auto application_data =
-        application_data::parse(text_or_empty(parameters.application_data));
+    const auto application_data = application_data::parse(parameters.application_data);
     if (!found_live) {
         if (const int result = restore_application(application_data, store); result != 0) {
             return result;
         }
     }
-    WriteKsLog(gbk::kDataBeforeCdol1Title);
+    trace::write(gbk::kDataBeforeCdol1Title);
     trace::line("appdatalen:%d\n", static_cast<int>(application_data.size()));
     trace::line("appdata:%u\n", number_for(application_data));
 
@@ -199,17 +200,21 @@ int generate_arqc(const Parameters& parameters, bool found_live) {
         return result;
     }
 
-    const TlvList list = field55(answer, application_data, converted, parameters.field60);
+    std::array<std::uint8_t, cryptogram::kMaxList> place{};
+    const WipedAtEnd wiped(place);
+    tlv::Writer list(place);
+    write_field55(list, answer, application_data, converted, parameters.field60);
     if (session::misled()) {
         return QAVEN_TIMEOUT;
     }
+    const auto size = static_cast<int>(list.written().size());
     std::array<char, kLengthTextSize> length{};
-    std::snprintf(length.data(), length.size(), "%03d", static_cast<int>(list.size()));
-    BoundedText(parameters.arqc_length, kLengthTextSize).append(length.data());
-    const WipedText text = list.text();
-    BoundedText(parameters.arqc, QAVEN_ARQC_SIZE).append(text);
+    std::snprintf(length.data(), length.size(), "%03d", size);
+    BoundedText(parameters.arqc_length).append(length.data());
+    const WipedText text = hex::text(list.written());
+    BoundedText(parameters.arqc).append(text);
     Qm_CloseDevice();
-    trace::line(gbk::kArqcLengthFormat, static_cast<int>(list.size()));
+    trace::line(gbk::kArqcLengthFormat, size);
     trace::line("icARQClen:icARQClen=%d\n", static_cast<int>(text.size()));
     trace::line(gbk::kArqcDataFormat, text.c_str());
     return 0;
@@ -236,10 +241,10 @@ int run_once(const Parameters& parameters, bool handed_in) {
 }
 
 int run(const Parameters& parameters) {
-    WriteKsLog("\r\n --- GenARQC---\r\n");
-    trace::line(gbk::kQueryDataFormat, text_or_empty(parameters.application_data));
-    trace::line(gbk::kTxDataFormat, text_or_empty(parameters.tx_data));
-    const bool handed_in = *text_or_empty(parameters.application_data) != '\0';
+    trace::write("\r\n --- GenARQC---\r\n");
+    trace::line(gbk::kQueryDataFormat, parameters.application_data.c_str());
+    trace::line(gbk::kTxDataFormat, parameters.tx_data.c_str());
+    const bool handed_in = !parameters.application_data.empty();
     return session::from_opening([&] { return run_once(parameters, handed_in); });
 }
 
@@ -247,15 +252,26 @@ int run(const Parameters& parameters) {
 
 } // namespace qaven::arqc
 
+using qaven::host_buffer;
+
 int ZEB_ICC_GenARQC(char* /*p1*/, char* /*p2*/, char* /*ReaderNameStr*/, char* /*p4*/, char* /*p5*/,
                     char* /*p6*/, char* /*p7*/, char* /*p8*/, char* /*p9*/, char* TxData,
                     char* AIDList, char* lpicappdata, char* ARQCLen, char* ARQC, char* Field60,
                     char* /*p16*/, char* ErrMsg) {
+    const auto error_text = host_buffer(ErrMsg, QAVEN_ERRMSG_SIZE);
     const int result = qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
-        return qaven::arqc::run({TxData, AIDList, lpicappdata, ARQCLen, ARQC, Field60, ErrMsg});
+        return qaven::arqc::run(
+            {.tx_data = TxData,
+             .aid_list = AIDList,
+             .application_data = lpicappdata,
+             .application_data_out = host_buffer(lpicappdata, QAVEN_APPDATA_SIZE),
+             .arqc_length = host_buffer(ARQCLen, qaven::arqc::kLengthTextSize),
+             .arqc = host_buffer(ARQC, QAVEN_ARQC_SIZE),
+             .field60 = host_buffer(Field60, QAVEN_FIELD60_SIZE),
+             .error_text = error_text});
     });
     if (result != 0) {
-        qaven::describe(result, ErrMsg);
+        qaven::errors::describe(result, error_text);
     }
     return result;
 }

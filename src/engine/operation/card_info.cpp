@@ -7,7 +7,8 @@
 #include "engine/card/selection.h"
 #include "engine/data/application_data.h"
 #include "engine/data/terminal_data.h"
-#include "engine/operation/error_text.h"
+#include "engine/data/tlv_writer.h"
+#include "host/err.h"
 #include "qaven/qaven.h"
 #include "support/boundary.h"
 #include "support/bounded_text.h"
@@ -15,6 +16,7 @@
 #include "support/diagnostics.h"
 #include "support/gbk_text.h"
 #include "support/hex.h"
+#include "support/host_text.h"
 #include "support/operation.h"
 #include "support/qmlog.h"
 #include "support/wiped.h"
@@ -145,8 +147,8 @@ WipedText asked_field(const Field& field) {
     return value ? shown(field, *value) : WipedText();
 }
 
-void write_user_info(std::string_view letters, Bytes records, char* out) {
-    BoundedText text(out, QAVEN_USERINFO_SIZE);
+void write_user_info(std::string_view letters, Bytes records, std::span<char> out) {
+    BoundedText text(out);
     for (const Field& field : kFields) {
         if (field.form == Form::kNotShown || letters.find(field.letter) == std::string_view::npos) {
             continue;
@@ -169,52 +171,48 @@ std::vector<unsigned char> tags_of(std::string_view letters) {
     return tags;
 }
 
-// AID and AIP, which lead the application data.
-std::vector<unsigned char> application_head(Bytes aid, const reading::Options& options) {
-    std::vector<unsigned char> head;
-    const auto append = [&head](Tag tag, Bytes value) {
-        head.insert(head.end(), tag.bytes().begin(), tag.bytes().end());
-        head.push_back(static_cast<unsigned char>(value.size()));
-        head.insert(head.end(), value.begin(), value.end());
-    };
-    append(kTag4FAid, aid);
-    append(kTag82Aip, options.aip);
-    return head;
+// AID and AIP lead the records.
+void write_application_data(Bytes aid, const reading::Options& options,
+                            const reading::ApplicationData& data, std::span<char> out) {
+    std::array<std::uint8_t, 64> place{};
+    tlv::Writer head(place);
+    head.append(kTag4FAid, aid);
+    head.append(kTag82Aip, options.aip);
+    application_data::write(head.written(), data.records(), out);
 }
 
 constinit OneCard* one_card = nullptr;
 
-int fail(int result, int described, char* err_msg) {
+int fail(int result, int described, std::span<char> err_msg) {
     qm_closeicc();
     Qm_CloseDevice();
     if (!session::misled()) {
-        describe(described, err_msg);
+        errors::describe(described, err_msg);
     }
     return result;
 }
 
 int read_card_once(const Request& request, const Outputs& outputs, session::AtSuccess at_success) {
     diagnostics::line("ZEB_ICC_GetInfo");
-    WriteKsLog("ZEB_ICC_GetInfo\n");
-    WriteKsLog(gbk::kCardInfoTitle);
+    trace::write("ZEB_ICC_GetInfo\n");
+    trace::write(gbk::kCardInfoTitle);
 
     if (const int result = session::open_with_card(); result != 0) {
-        describe(result, outputs.err_msg);
+        errors::describe(result, outputs.err_msg);
         return result;
     }
 
-    BoundedText(outputs.ic_data, QAVEN_APPDATA_SIZE).append(application_data::kEmpty);
-    WriteKsLog(gbk::kSelectionTitle);
-    const std::string_view aid_text = text_or_empty(request.aid);
-    const auto choice = selection::choose(aid_text);
+    BoundedText(outputs.ic_data).append(application_data::kEmpty);
+    trace::write(gbk::kSelectionTitle);
+    const auto choice = selection::choose(request.aid);
     if (choice.result != 0) {
         return fail(choice.result, choice.result, outputs.err_msg);
     }
-    if (choice.count < 1 && selection::through_directory(aid_text)) {
+    if (choice.count < 1 && selection::through_directory(request.aid)) {
         // A card without a directory is no error of the card's: the result is the count.
         return fail(choice.count, choice.count, outputs.err_msg);
     }
-    if (choice.count != 1 && !selection::through_directory(aid_text)) {
+    if (choice.count != 1 && !selection::through_directory(request.aid)) {
         return fail(QAVEN_NO_APPLICATION, choice.count, outputs.err_msg);
     }
 
@@ -233,9 +231,8 @@ int read_card_once(const Request& request, const Outputs& outputs, session::AtSu
         session::end();
         return fail(QAVEN_NO_CARD, QAVEN_NO_CARD, outputs.err_msg);
     }
-    application_data::write(application_head(choice.aid, options), data.records(), outputs.ic_data,
-                            QAVEN_APPDATA_SIZE);
-    write_user_info(text_or_empty(request.tag_list), data.bytes(), outputs.user_info);
+    write_application_data(choice.aid, options, data, outputs.ic_data);
+    write_user_info(request.tag_list, data.bytes(), outputs.user_info);
 
     if (at_success == session::AtSuccess::kEnd) {
         session::end();
@@ -284,6 +281,8 @@ int read_card(const Request& request, const Outputs& outputs, session::AtSuccess
 } // namespace qaven::card_info
 
 namespace card_info = qaven::card_info;
+using qaven::host_buffer;
+using qaven::HostText;
 
 int Qm_ConvertFlag(const char* letters, int count, unsigned char* tagsout) {
     return qaven::guarded(0, [&] {
@@ -298,7 +297,10 @@ int ZEB_ICC_GetInfo(char* /*p0*/, char* /*p1*/, char* /*p2*/, char* /*p3*/, char
                     char* /*p5*/, char* /*p6*/, char* /*p7*/, char* /*p8*/, char* TagList,
                     char* AID, char* UserInfo, char* /*p12*/, char* IcData, char* ErrMsg) {
     return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
-        return card_info::read_card({TagList, AID}, {UserInfo, IcData, ErrMsg},
+        return card_info::read_card({HostText(TagList), HostText(AID)},
+                                    {host_buffer(UserInfo, QAVEN_USERINFO_SIZE),
+                                     host_buffer(IcData, QAVEN_APPDATA_SIZE),
+                                     host_buffer(ErrMsg, QAVEN_ERRMSG_SIZE)},
                                     qaven::session::AtSuccess::kEnd);
     });
 }

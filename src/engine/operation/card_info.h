@@ -8,6 +8,8 @@
 #include "support/wiped.h"
 
 #include <optional>
+#include <span>
+#include <string_view>
 
 // Appends the tag bytes of each of the count letters to tagsout (2 bytes for each letter); other
 // characters add nothing. Returns the number of bytes written.
@@ -32,15 +34,15 @@ QAVEN_API int ZEB_ICC_GetInfo(char* p0, char* p1, char* p2, char* p3, char* p4, 
 namespace qaven::card_info {
 
 struct Request {
-    const char* tag_list;
-    const char* aid;
+    std::string_view tag_list;
+    std::string_view aid;
 };
 
 // The host's buffers of ZEB_ICC_GetInfo.
 struct Outputs {
-    char* user_info;
-    char* ic_data;
-    char* err_msg;
+    std::span<char> user_info;
+    std::span<char> ic_data;
+    std::span<char> err_msg;
 };
 
 // While one lives, every reading has to find the card that the first one found; a reading of

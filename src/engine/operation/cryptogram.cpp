@@ -19,7 +19,6 @@ constexpr std::size_t kMaxValue = 256;
 // CID, ATC and application cryptogram.
 constexpr std::size_t kFixedPart = 11;
 
-constexpr std::size_t kRandomLength = 4;
 constexpr unsigned char kAipLength = 2;
 
 } // namespace
@@ -47,23 +46,23 @@ std::optional<Answer> parse(const commands::Response& response) {
     return answer;
 }
 
-void append_answer(TlvList& list, const Answer& answer) {
+void append_answer(tlv::Writer& list, const Answer& answer) {
     list.append(kTag9F26ApplicationCryptogram, answer.cryptogram);
     list.append(kTag9F27Cid, {answer.cid});
     if (!answer.iad.empty()) {
         list.append(kTag9F10Iad, answer.iad);
     }
-    list.append(kTag9F37UnpredictableNumber, Bytes(gRnd).first(kRandomLength));
+    list.append(kTag9F37UnpredictableNumber, terminal_data::unpredictable_number());
     list.append(kTag9F36Atc, answer.atc);
     list.append(kTag95Tvr, terminal_data::kTvr);
 }
 
-bool append_last_online_atc(TlvList& list) {
+bool append_last_online_atc(tlv::Writer& list) {
     commands::Response response;
     if (commands::get_data(commands::DataObject::kLastOnlineAtc, response) != 0) {
         return false;
     }
-    list.append_object(response.data());
+    list.append_objects(response.data());
     return true;
 }
 
@@ -71,7 +70,7 @@ std::optional<WipedBytes> card_object(Tag tag, Bytes application_data) {
     return tlv::value_of(tag, application_data);
 }
 
-bool append_card_object(TlvList& list, Tag tag, Bytes application_data) {
+bool append_card_object(tlv::Writer& list, Tag tag, Bytes application_data) {
     const auto value = card_object(tag, application_data);
     if (value) {
         list.append(tag, *value);
@@ -79,7 +78,7 @@ bool append_card_object(TlvList& list, Tag tag, Bytes application_data) {
     return value.has_value();
 }
 
-bool append_aip(TlvList& list, Bytes application_data) {
+bool append_aip(tlv::Writer& list, Bytes application_data) {
     const auto aip = card_object(kTag82Aip, application_data);
     if (aip) {
         list.append_with_length(kTag82Aip, kAipLength, *aip);
@@ -87,14 +86,14 @@ bool append_aip(TlvList& list, Bytes application_data) {
     return aip.has_value();
 }
 
-bool append_amount(TlvList& list, Tag tag, char letter, Bytes converted) {
+bool append_amount(tlv::Writer& list, Tag tag, char letter, Bytes converted) {
     auto amount = terminal_data::kNoAmount;
     const bool present = terminal_data::letter_value(letter, converted, amount);
     list.append(tag, amount);
     return present;
 }
 
-bool append_type(TlvList& list, Bytes converted) {
+bool append_type(tlv::Writer& list, Bytes converted) {
     std::array type{terminal_data::kDefaultType};
     const bool present = terminal_data::letter_value('T', converted, type);
     list.append(kTag9CTransactionType, type);

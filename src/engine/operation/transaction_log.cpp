@@ -8,12 +8,12 @@
 #include "engine/card/session.h"
 #include "engine/data/terminal_data.h"
 #include "engine/data/tlv.h"
-#include "engine/operation/error_text.h"
+#include "host/err.h"
 #include "qaven/qaven.h"
-#include "support/boundary.h"
 #include "support/bounded_text.h"
 #include "support/decimal.h"
 #include "support/hex.h"
+#include "support/host_text.h"
 #include "support/operation.h"
 #include "support/wiped.h"
 
@@ -21,7 +21,7 @@
 #include <array>
 #include <cstdio>
 #include <optional>
-#include <string>
+#include <span>
 #include <string_view>
 
 namespace qaven::transaction_log {
@@ -77,23 +77,20 @@ std::array<Field, N> laid_out(std::array<Field, N> fields, Bytes format) {
     Bytes rest = tlv::clipped(format, kFormatHead, format.size());
     std::size_t offset = 0;
     while (rest.size() >= 2 && rest[0] != tlv::kEndOfList && rest[0] != tlv::kPadding) {
-        std::array<unsigned char, 2> tag{};
-        unsigned char tag_length = 0;
-        const auto entry = static_cast<std::size_t>(
-            qm_GetTL(tag.data(), &tag_length, rest.data(), static_cast<int>(rest.size())));
-        if (entry > rest.size()) {
+        const std::size_t tag_size = tlv::log_tag_size(rest[0]);
+        if (tag_size >= rest.size()) {
             break;
         }
-        const unsigned char length = rest[entry - 1];
+        const std::uint8_t length = rest[tag_size];
         const auto field = std::ranges::find_if(fields, [&](const Field& candidate) {
-            return std::ranges::equal(candidate.tag.bytes(), Bytes(tag).first(tag_length));
+            return std::ranges::equal(candidate.tag.bytes(), rest.first(tag_size));
         });
         if (field != fields.end()) {
             field->offset = static_cast<unsigned char>(offset);
             field->length = length;
         }
         offset += length;
-        rest = rest.subspan(entry);
+        rest = rest.subspan(tag_size + 1);
     }
     return fields;
 }
@@ -184,8 +181,8 @@ void read_transaction_records(const LogEntry& entry, std::span<const Field> fiel
         last_size = fresh.size();
         ++count;
     }
-    log.text[0] = static_cast<char>(static_cast<unsigned char>(count));
-    log.text[1] = static_cast<char>(static_cast<unsigned char>(last_size));
+    log.text[0] = static_cast<char>(static_cast<std::uint8_t>(count));
+    log.text[1] = static_cast<char>(static_cast<std::uint8_t>(last_size));
 }
 
 int read_transactions(std::string_view aid_text, TransactionLog& log) {
@@ -215,17 +212,17 @@ int read_transactions(std::string_view aid_text, TransactionLog& log) {
     return 0;
 }
 
-int read_transactions(const char* aid_text, char* out, char* error_text) {
+int read_transactions(HostText aid_text, std::span<char> out, std::span<char> error_text) {
     TransactionLog log;
     const int result = session::from_opening([&] {
         log = {};
-        return read_transactions(text_or_empty(aid_text), log);
+        return read_transactions(aid_text, log);
     });
-    if (out != nullptr) {
-        std::ranges::copy(log.text, out);
+    if (!out.empty()) {
+        std::ranges::copy(log.text, out.begin());
     }
     if (log.described) {
-        describe(result, error_text);
+        errors::describe(result, error_text);
     }
     return result;
 }
@@ -273,14 +270,14 @@ void read_load_records(const LogEntry& entry, int wanted, std::span<const Field>
     }
 }
 
-int read_loads(const char* aid_text, int record_index, char* out) {
-    BoundedText text(out, QAVEN_TXDETAIL_SIZE);
+int read_loads(HostText aid_text, int record_index, std::span<char> out) {
+    BoundedText text(out);
     const session::Visit connection;
     if (connection.result() != 0) {
         return connection.result();
     }
     commands::Response fci;
-    const auto aid = selection::aid_from_text(text_or_empty(aid_text));
+    const auto aid = selection::aid_from_text(aid_text);
     if (const int result = selection::final_select(aid, fci); result != 0) {
         return result;
     }
@@ -307,19 +304,23 @@ int read_loads(const char* aid_text, int record_index, char* out) {
 } // namespace qaven::transaction_log
 
 namespace transaction_log = qaven::transaction_log;
+using qaven::host_buffer;
 
 int ZEB_ICC_GetTxDetail(char* /*p1*/, char* /*p2*/, char* /*p3*/, char* /*p4*/, char* /*p5*/,
                         char* /*p6*/, char* /*p7*/, char* /*p8*/, char* /*p9*/, char* AID,
                         char* TxDetail, char* /*p12*/, char* ErrMsg) {
     return qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
-        return transaction_log::read_transactions(AID, TxDetail, ErrMsg);
+        return transaction_log::read_transactions(AID, host_buffer(TxDetail, QAVEN_TXDETAIL_SIZE),
+                                                  host_buffer(ErrMsg, QAVEN_ERRMSG_SIZE));
     });
 }
 
 int ReadAmtLog(const char* aid, int recordIndex, char* out) {
     const int result = qaven::operation::run(static_cast<int>(QAVEN_ILLEGAL_DATA), [&] {
-        return qaven::session::from_opening(
-            [&] { return transaction_log::read_loads(aid, recordIndex, out); });
+        return qaven::session::from_opening([&] {
+            return transaction_log::read_loads(aid, recordIndex,
+                                               host_buffer(out, QAVEN_TXDETAIL_SIZE));
+        });
     });
     qm_closeicc();
     Qm_CloseDevice();
