@@ -570,6 +570,11 @@ TEST_F(CcidSlot, AShortFirstPacketThatAnnouncesALargerReplyIsRefusedAtOnce) {
     EXPECT_EQ(usb.unread(), 1U);
 }
 
+TEST(CcidHeader, AnnouncesTheDataLengthInFourBytesLowestFirst) {
+    const std::array<unsigned char, CCID::kHeaderSize> header{0x80, 0x04, 0x03, 0x02, 0x01};
+    EXPECT_EQ(CCID::announced_length(header), 0x01020304U);
+}
+
 // --- the unsplit transfers ---
 
 TEST_F(CcidSlot, WritingSendsTheWholeMessageInOneTransfer) {

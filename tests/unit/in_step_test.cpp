@@ -476,6 +476,15 @@ TEST_F(Opening, MissingAndZeroRepliesProveNothing) {
     EXPECT_THAT(usb.sent(), ElementsAre("62000000000000000000", "65000000000001000000"));
 }
 
+TEST_F(Opening, AnAnswerToResetOfMoreThanOnePacketDisturbs) {
+    card.atr = Bytes(60, 0x3B);
+    ASSERT_EQ(session::open_with_card(), 0);
+    card.clear_events();
+    card.expect(kReadFirst, kFirstRecord);
+    EXPECT_EQ(send(kReadFirst).response, "70025A009000");
+    EXPECT_THAT(card.events(), ElementsAre("slot status", kReadFirst));
+}
+
 TEST_F(Opening, AReaderThatStaysOutOfStepIsResetOnceAndUsedAfterThat) {
     const auto claims = std::make_shared<int>(0);
     usb.on_claim = [claims, claim = usb.on_claim](int interface) {

@@ -1,15 +1,18 @@
 // The results that stand for memory that cannot be had, of the functions that are no operations.
 #include "card_test.h"
+#include "console.h"
 #include "engine/card/reading.h"
 #include "engine/card/script.h"
 #include "engine/card/selection.h"
 #include "engine/operation/card_info.h"
+#include "support/diagnostics.h"
 #include "tests/support/memory_watch.h"
 #include "usb/ccid.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
+#include <string>
 
 using qaven::test::Bytes;
 using qaven::test::bytes;
@@ -96,6 +99,16 @@ TEST_F(MemoryShortage, AMessageThatCannotBeBuiltIsNotSent) {
     CCID slot{};
     Bytes apdu = bytes("00B2010C00");
     EXPECT_EQ(result_of([&] { return slot.write(apdu.data(), 5); }), kIllegalData);
+}
+
+TEST_F(MemoryShortage, ALongProgressLineIsCut) {
+    const std::string text(300, 'a');
+    const auto printed = qaven::test::printed_by([&] {
+        const FailingAllocation memory(1);
+        qaven::diagnostics::text("%s", text.c_str());
+        EXPECT_TRUE(memory.failed());
+    });
+    EXPECT_EQ(printed.out, text.substr(0, 255));
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 #include "tools/qaven/cli/verbs.h"
 #include "tools/qaven/library.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
@@ -41,8 +42,8 @@ void print_information(std::span<const LetterRecord> records, bool show_pan) {
 bool has_every_field(const Answer& answer) {
     const std::string information = answer.text("IcInfo");
     const LetterRecords fields = letter_records(information);
-    return std::ranges::all_of(kShown, [&](const Shown& shown) {
-        return !value_of(fields.records, shown.letter).empty();
+    return std::ranges::all_of(kCardInformation, [&](const LetterField& field) {
+        return !value_of(fields.records, field.letter).empty();
     });
 }
 
