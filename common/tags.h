@@ -88,6 +88,7 @@ inline constexpr Tag kTag9F4BSignedDynamicData{0x9F4B};
 inline constexpr Tag kTag9F4DLogEntry{0x9F4D};
 inline constexpr Tag kTag9F4EMerchantName{0x9F4E};
 inline constexpr Tag kTag9F4FLogFormat{0x9F4F};
+inline constexpr Tag kTag9F51ApplicationCurrencyCode{0x9F51};
 inline constexpr Tag kTag9F61CardholderIdNumber{0x9F61};
 inline constexpr Tag kTag9F62CardholderIdType{0x9F62};
 inline constexpr Tag kTag9F63CardProduct{0x9F63};

@@ -25,7 +25,7 @@ TEST(Tags, AllOfTheLibrarysTableHaveAName) {
 }
 
 TEST(Tags, HaveTheConstructedBitIfAndOnlyIfTheyAreTemplates) {
-    for (const Tag& tag : all_tags()) {
+    for (const KnownTag& tag : all_tags()) {
         const std::uint32_t first = tag.tag > 0xFF ? tag.tag >> 8U : tag.tag;
         EXPECT_EQ((first & 0x20U) != 0, tag.form == Form::kTemplate) << std::hex << tag.tag;
         EXPECT_FALSE(tag.name.empty()) << std::hex << tag.tag;

@@ -13,7 +13,7 @@ using enum Form;
 
 // The interindustry objects, those of the payment cards, and those of PBOC cards with electronic
 // cash. A few one-byte tags that only old cards have bear no name of their own.
-constexpr auto kTags = std::to_array<Tag>({
+constexpr auto kTags = std::to_array<KnownTag>({
     {0x04, "proprietary object", kBytes},
     {0x06, "object identifier", kBytes},
     {0x17, "proprietary object", kBytes},
@@ -22,13 +22,13 @@ constexpr auto kTags = std::to_array<Tag>({
     {0x1A, "proprietary object", kBytes},
     {0x1B, "proprietary object", kBytes},
     {0x42, "issuer identification number", kDigits},
-    {kTag4FAid, "application identifier (AID)", kAid},
+    {0x4F, "application identifier (AID)", kAid},
     {0x50, "application label", kText},
     {0x51, "file reference", kBytes},
     {0x53, "discretionary data", kBytes},
     {0x56, "track 1 data", kTrackData},
     {0x57, "track 2 equivalent data", kTrack2},
-    {kTag5APan, "primary account number (PAN)", kAccountNumber},
+    {0x5A, "primary account number (PAN)", kAccountNumber},
     {0x5D, "name of a directory", kBytes},
     {0x61, "application template", kTemplate},
     {0x62, "file control parameters", kTemplate},
@@ -41,7 +41,7 @@ constexpr auto kTags = std::to_array<Tag>({
     {0x80, "response, format 1", kResponseFormat1},
     {0x81, "amount, authorised (binary)", kNumber},
     {0x82, "application interchange profile (AIP)", kAip},
-    {kTag83CommandTemplate, "command template", kBytes},
+    {0x83, "command template", kBytes},
     {0x84, "dedicated file name", kAid},
     {0x86, "issuer script command", kScriptCommand},
     {0x87, "application priority indicator", kPriority},
@@ -53,7 +53,7 @@ constexpr auto kTags = std::to_array<Tag>({
     {0x8E, "cardholder verification method list", kCvmList},
     {0x8F, "certification authority public key index", kNumber},
     {0x90, "issuer public key certificate", kBytes},
-    {kTag91IssuerAuthenticationData, "issuer authentication data", kIssuerAuthentication},
+    {0x91, "issuer authentication data", kIssuerAuthentication},
     {0x92, "issuer public key remainder", kBytes},
     {0x93, "signed static application data", kBytes},
     {0x94, "application file locator (AFL)", kAfl},
@@ -72,7 +72,7 @@ constexpr auto kTags = std::to_array<Tag>({
     {0x5F24, "application expiry date", kDate},
     {0x5F25, "application effective date", kDate},
     {0x5F28, "issuer country code", kCountry},
-    {kTag5F2ACurrencyCode, "transaction currency code", kCurrency},
+    {0x5F2A, "transaction currency code", kCurrency},
     {0x5F2D, "language preference", kText},
     {0x5F30, "service code", kServiceCode},
     {0x5F34, "PAN sequence number", kDigits},
@@ -125,7 +125,7 @@ constexpr auto kTags = std::to_array<Tag>({
     {0x9F33, "terminal capabilities", kTerminalCapabilities},
     {0x9F34, "cardholder verification method results", kCvmResults},
     {0x9F35, "terminal type", kTerminalType},
-    {kTag9F36Atc, "application transaction counter (ATC)", kNumber},
+    {0x9F36, "application transaction counter (ATC)", kNumber},
     {0x9F37, "unpredictable number", kBytes},
     {0x9F38, "processing options DOL (PDOL)", kDol},
     {0x9F39, "point-of-service entry mode", kDigits},
@@ -149,7 +149,7 @@ constexpr auto kTags = std::to_array<Tag>({
     {0x9F4D, "log entry", kLogEntry},
     {0x9F4E, "merchant name and location", kText},
     {0x9F4F, "log format", kDol},
-    {kTag9F51ApplicationCurrencyCode, "application currency code", kCurrency},
+    {0x9F51, "application currency code", kCurrency},
     {0x9F52, "application default action", kBytes},
     {0x9F53, "consecutive transaction limit, international", kNumber},
     {0x9F54, "cumulative total transaction amount limit", kAmount},
@@ -202,27 +202,27 @@ constexpr auto kTags = std::to_array<Tag>({
     {0xDF79, "electronic cash second balance", kAmount},
 });
 
-static_assert(std::ranges::adjacent_find(kTags, std::ranges::greater_equal{}, &Tag::tag) ==
+static_assert(std::ranges::adjacent_find(kTags, std::ranges::greater_equal{}, &KnownTag::tag) ==
               kTags.end());
 
 } // namespace
 
-std::span<const Tag> all_tags() {
+std::span<const KnownTag> all_tags() {
     return kTags;
 }
 
-const Tag* find_tag(std::uint32_t tag) {
-    const auto* const found = std::ranges::lower_bound(kTags, tag, {}, &Tag::tag);
+const KnownTag* find_tag(std::uint32_t tag) {
+    const auto* const found = std::ranges::lower_bound(kTags, tag, {}, &KnownTag::tag);
     return found != kTags.end() && found->tag == tag ? found : nullptr;
 }
 
 std::string_view tag_name(std::uint32_t tag) {
-    const Tag* const known = find_tag(tag);
+    const KnownTag* const known = find_tag(tag);
     return known != nullptr ? known->name : "unknown object";
 }
 
 Form tag_form(std::uint32_t tag) {
-    const Tag* const known = find_tag(tag);
+    const KnownTag* const known = find_tag(tag);
     return known != nullptr ? known->form : Form::kBytes;
 }
 

@@ -1,6 +1,7 @@
 // Data objects in hex.
 #include "tools/qaven/field55.h"
 
+#include "common/tags.h"
 #include "tools/emv/tags.h"
 #include "tools/emv/tlv.h"
 #include "tools/emv/values.h"

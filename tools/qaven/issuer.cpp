@@ -1,6 +1,7 @@
 // Running the issuer's command.
 #include "tools/qaven/issuer.h"
 
+#include "common/tags.h"
 #include "tools/emv/hex.h"
 #include "tools/emv/tlv.h"
 #include "tools/qaven/cli/exit_status.h"
@@ -29,7 +30,6 @@ namespace {
 
 constexpr std::size_t kCodeCharacters = 2;
 constexpr std::size_t kArpcBytes = 8;
-constexpr std::uint32_t kAuthenticationTag = 0x91;
 
 // Tag 91 of a response.
 struct Authentication {
@@ -45,10 +45,10 @@ std::optional<Authentication> authentication_in(std::string_view response) {
         const auto found = read_object(data.bytes, at);
         const Object* const object = std::get_if<Object>(&found);
         if (object == nullptr) {
-            const bool authentication = data.bytes[at] == kAuthenticationTag;
+            const bool authentication = data.bytes[at] == kTag91IssuerAuthenticationData;
             return authentication ? std::optional(Authentication{}) : std::nullopt;
         }
-        if (object->tag == kAuthenticationTag) {
+        if (object->tag == kTag91IssuerAuthenticationData) {
             return Authentication{
                 {object->value.begin(), object->value.end()}, object->length, object->whole()};
         }

@@ -1,5 +1,6 @@
 // The two steps of an online transaction.
 #include "tools/qaven/transaction.h"
+#include "common/tags.h"
 
 #include "qaven/qaven.h"
 #include "tools/emv/code_words.h"

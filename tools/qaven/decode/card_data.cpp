@@ -1,6 +1,7 @@
 // Data objects, commands and responses as lines.
 #include "tools/qaven/decode/card_data.h"
 
+#include "common/tags.h"
 #include "tools/emv/commands.h"
 #include "tools/emv/number_shapes.h"
 #include "tools/emv/status_words.h"
