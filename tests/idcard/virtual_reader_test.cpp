@@ -118,7 +118,7 @@ TEST_F(VirtualIdCardReader, GivesReportsOfZerosWhileItWorksOnACommand) {
     put("resident");
     send(find);
     EXPECT_EQ(poll(), zeros);
-    now_ += kThinkingTime - 1ms;
+    now_ += kProcessingTime - 1ms;
     EXPECT_EQ(poll(), zeros);
     now_ += 1ms;
     EXPECT_NE(poll(), zeros);

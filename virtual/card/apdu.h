@@ -9,6 +9,7 @@
 
 namespace qaven::virtual_card {
 
+// SW1 SW2 (ISO/IEC 7816-4:2005, 5.1.3).
 namespace status {
 inline constexpr std::uint16_t kSuccess = 0x9000;
 inline constexpr std::uint16_t kBytesAvailable = 0x6100;
@@ -33,7 +34,7 @@ inline constexpr std::uint16_t kInsNotSupported = 0x6D00;
 inline constexpr std::uint16_t kClaNotSupported = 0x6E00;
 } // namespace status
 
-// The instructions that the card knows (ISO/IEC 7816-4, 5.4.2; EMV Book 3, 6.5).
+// The instructions that the card knows (ISO/IEC 7816-4:2005, 5.1.2; EMV Book 3, 6.5).
 namespace ins {
 inline constexpr std::uint8_t kCardBlock = 0x16;
 inline constexpr std::uint8_t kApplicationUnblock = 0x18;
@@ -64,7 +65,7 @@ struct Command {
     ByteView data;
     std::optional<std::uint8_t> le;
 
-    // The most data bytes that the response may have: 256 for Le 00 (ISO/IEC 7816-4, 5.1).
+    // The most data bytes that the response may have: 256 for Le 00 (ISO/IEC 7816-4:2005, 5.1).
     std::optional<std::size_t> ne() const {
         constexpr std::size_t kMost = 256;
         if (!le) {

@@ -1,5 +1,5 @@
-// The virtual PBOC card: taking commands apart, the two ways of handing over data, selection, and
-// the commands that belong to a transaction.
+// The virtual PBOC card: parsing commands, the two ways of returning data, selection, and the
+// commands that belong to a transaction.
 #include "virtual/card/card.h"
 
 #include <algorithm>
@@ -122,8 +122,8 @@ Response Card::execute(ByteView bytes) {
     return apply_le(command, known->takes_data, (this->*known->handler)(command));
 }
 
-// A card that speaks T=0 can't answer a command that carried data with data: it says how much is
-// waiting. For a command without data it insists on the exact length.
+// A T=0 card cannot answer a command that carried data with data: it says how much is waiting
+// (61xx). For a command without data it insists on the exact length (6Cxx). EMV Book 1, 9.3.1.
 Response Card::apply_le(const Command& command, bool takes_data, Response response) {
     if (response.data.empty()) {
         return response;
@@ -171,6 +171,7 @@ Bytes Card::df_name(std::size_t file) const {
                : profile_.applications[file - profile_.directories.size()].aid;
 }
 
+// EMV Book 1, 11.3.
 Response Card::select(const Command& command) {
     constexpr std::uint8_t kByName = 0x04;
     constexpr std::uint8_t kFirstOccurrence = 0x00;
@@ -216,6 +217,7 @@ Bytes encode_all(const std::vector<DataObject>& objects) {
     return all;
 }
 
+// EMV Book 1, 11.3.4.
 Bytes fci_template(ByteView name, ByteView proprietary) {
     return encode_object(kTag6FFciTemplate,
                          concatenate({encode_object(kTag84DfName, name),

@@ -18,6 +18,7 @@ Response find_log_record(const LogFile& log, std::uint8_t number) {
     return log.records[number - 1U];
 }
 
+// EMV Book 1, 12.2.3.
 Bytes directory_record(const std::vector<DirectoryEntry>& entries) {
     Bytes inner;
     for (const DirectoryEntry& entry : entries) {
@@ -35,6 +36,7 @@ Bytes directory_record(const std::vector<DirectoryEntry>& entries) {
 
 } // namespace
 
+// EMV Book 3, 6.5.11.
 Response Card::read_record(const Command& command) {
     if ((command.p2 & kRecordModeMask) != kByNumber) {
         return status::kIncorrectP1P2;
@@ -87,6 +89,7 @@ Response Card::read_application_record(std::uint8_t sfi, std::uint8_t number) co
     return found->content;
 }
 
+// ISO/IEC 7816-4:2005, 7.2.3.
 Response Card::read_binary(const Command& command) {
     constexpr std::uint8_t kNamesSfi = 0x80;
     constexpr std::uint8_t kSfiMask = 0x1F;
@@ -123,6 +126,7 @@ Response Card::read_binary(const Command& command) {
     return Bytes(part.begin(), part.end());
 }
 
+// EMV Book 3, 6.5.7.
 Response Card::get_data(const Command& command) {
     if (application_ == nullptr) {
         return status::kConditionsNotSatisfied;
@@ -159,7 +163,8 @@ std::optional<Bytes> Card::data_object(TagNumber tag) const {
     }
 }
 
-// NOLINTNEXTLINE(readability-convert-member-functions-to-static): stands in the row of handlers
+// EMV Book 3, 6.5.6.
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): one of the handlers
 Response Card::get_challenge(const Command& command) {
     constexpr std::uint8_t kUsualSize = 8;
     if (command.p1 != 0 || command.p2 != 0) {
@@ -169,6 +174,7 @@ Response Card::get_challenge(const Command& command) {
     return random_bytes(asked == 0 ? kUsualSize : asked);
 }
 
+// EMV Book 3, 6.5.12.
 Response Card::verify(const Command& command) {
     constexpr std::uint8_t kPlaintextPin = 0x80;
     if (command.p1 != 0 || command.p2 != kPlaintextPin) {

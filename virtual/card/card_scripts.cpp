@@ -1,4 +1,5 @@
-// The virtual PBOC card: the commands of the issuer's script, each ended by a MAC.
+// The virtual PBOC card: the commands of the issuer's script (EMV Book 3, 6.5.1 to 6.5.3, 6.5.10
+// and 10.10), each ended by a MAC (EMV Book 2, 9.2).
 #include <algorithm>
 
 #include "virtual/card/card.h"

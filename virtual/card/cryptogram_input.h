@@ -12,7 +12,8 @@
 //   9F36 ATC (2)
 //   CVR  (4)                        the length byte 03 and three bytes, from the IAD
 //
-// The order is fixed and does not follow the order of the CDOL. The first cryptogram takes the
+// The order is fixed and does not follow the order of the CDOL (EMV Book 2, 8.1.1 recommends these
+// objects; a card may cover more). The first cryptogram takes the
 // terminal's values from the CDOL1 data, the second one from the CDOL2 data. Everything in the list
 // travels to the issuer (the CVR inside 9F10), so the issuer can compute the cryptogram again.
 #pragma once
@@ -68,7 +69,7 @@ constexpr std::uint8_t kScriptFailed = 0x08;
 constexpr std::uint8_t kDynamicDataSigned = 0x02;
 } // namespace cvr
 
-// The first two bits of the cryptogram information data (9F27).
+// The first two bits of the CID, 9F27 (EMV Book 3, 6.5.5).
 constexpr std::uint8_t kCidMask = 0xC0;
 constexpr std::uint8_t kCidAac = 0x00;
 constexpr std::uint8_t kCidTc = 0x40;

@@ -14,7 +14,7 @@ class Icc {
   public:
     virtual ~Icc() = default;
 
-    // Supplies power and reset; gives the answer to reset. An empty answer is a mute card.
+    // Supplies power and reset; returns the ATR. An empty one is a mute card.
     virtual Bytes power_on() = 0;
 
     // Takes the power away: the volatile state of the card (selected application, transaction in

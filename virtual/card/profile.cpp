@@ -601,7 +601,7 @@ PersonalData personal_data(const std::vector<Record>& records) {
         read_dol(records, kTag8CCdol1, "CDOL1 (8C)", kCryptogramTerminalObjects, "cryptogram");
     data.cdol2 =
         read_dol(records, kTag8DCdol2, "CDOL2 (8D)", kCryptogramTerminalObjects, "cryptogram");
-    // EMV Book 2, clause 6.5.1: a signature that is made for this transaction only.
+    // EMV Book 2, 6.5.1: a signature that is made for this transaction only.
     constexpr std::array<DolEntry, 1> kDynamicObjects{{{kTag9F37UnpredictableNumber, 4}}};
     data.ddol = read_dol(records, kTag9F49Ddol, "DDOL (9F49)", kDynamicObjects, "signature");
     return data;

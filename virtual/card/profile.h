@@ -128,8 +128,8 @@ struct IssuerKeys {
     const KeySet* find(Algorithm algorithm) const;
 };
 
-// `direct` hands over the data at once; `get_response` answers 61xx and 6Cxx and waits for
-// GET RESPONSE, as cards do that speak T=0.
+// `kDirect` returns the data at once; `kGetResponse` answers 61xx and 6Cxx and waits for
+// GET RESPONSE, as T=0 cards do (EMV Book 1, 9.3.1).
 enum class Transmission : std::uint8_t { kDirect, kGetResponse };
 
 struct Profile {

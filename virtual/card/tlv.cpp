@@ -7,6 +7,7 @@ namespace qaven::virtual_card {
 
 namespace {
 
+// EMV Book 3, annex B1 and B2.
 constexpr std::uint8_t kMoreTagBytes = 0x1F;
 constexpr std::uint8_t kConstructedBit = 0x20;
 constexpr std::uint8_t kContinuationBit = 0x80;

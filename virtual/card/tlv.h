@@ -1,5 +1,5 @@
-// Data objects as a card writes them (tag, length, value) and the data object lists in which it
-// asks the terminal for values (tag, length).
+// Data objects as a card writes them (tag, length, value: EMV Book 3, annex B) and the data object
+// lists in which it asks the terminal for values (tag, length: EMV Book 3, 5.4).
 #pragma once
 
 #include <cstddef>

@@ -11,6 +11,7 @@ namespace {
 constexpr std::uint8_t kTerminalOffersSm4 = 0x01;
 constexpr std::uint8_t kMostCountedScripts = 15;
 
+// EMV Book 3, 5.4.
 std::map<TagNumber, Bytes> split_by_dol(const std::vector<DolEntry>& list, ByteView values) {
     std::map<TagNumber, Bytes> objects;
     for (const DolEntry& entry : list) {
@@ -21,7 +22,7 @@ std::map<TagNumber, Bytes> split_by_dol(const std::vector<DolEntry>& list, ByteV
     return objects;
 }
 
-// The codes with which a terminal says that it could not reach the issuer.
+// The codes with which a terminal says that it could not reach the issuer (EMV Book 4, annex A6).
 bool is_unable_to_go_online(const Bytes& arc) {
     return arc == to_bytes("Y3") || arc == to_bytes("Z3");
 }
@@ -32,6 +33,7 @@ Transaction::Transaction(Application& application, const IssuerKeys& issuer_keys
     : application_(application), issuer_keys_(issuer_keys),
       personal_(personal_data(application.records)) {}
 
+// EMV Book 3, 6.5.8.
 Response Transaction::get_processing_options(const Command& command) {
     if (command.p1 != 0 || command.p2 != 0) {
         return status::kIncorrectP1P2;
@@ -68,6 +70,7 @@ Response Transaction::get_processing_options(const Command& command) {
                                       encode_object(kTag94Afl, application_.afl)}));
 }
 
+// EMV Book 3, 6.5.5.
 Response Transaction::generate_ac(const Command& command, bool pin_try_limit_exceeded) {
     const bool known_request =
         command.p1 == kCidAac || command.p1 == kCidTc || command.p1 == kCidArqc;
@@ -230,6 +233,7 @@ Response Transaction::generate_ac_response(std::uint8_t cid, const TerminalData&
                      encode_object(kTag9F10Iad, iad)}));
 }
 
+// EMV Book 3, 6.5.4.
 Response Transaction::external_authenticate(const Command& command) {
     if (command.p1 != 0 || command.p2 != 0) {
         return status::kIncorrectP1P2;
@@ -251,8 +255,8 @@ Response Transaction::external_authenticate(const Command& command) {
     return genuine ? status::kSuccess : status::kAuthenticationFailed;
 }
 
-// EMV Book 2, clause 6.5.2: the card's number of this moment, and a hash over it and over what the
-// terminal sent, under the key that the terminal takes out of the card's certificate.
+// EMV Book 2, 6.5.2: a random number of the card, and a hash over it and over what the terminal
+// sent, signed with the key that the card's certificate has.
 Response Transaction::internal_authenticate(const Command& command) {
     constexpr std::uint8_t kHeader = 0x6A;
     constexpr std::uint8_t kSignedDynamicData = 0x05;

@@ -17,10 +17,10 @@ using virtual_usb::Setup;
 using virtual_usb::TimePoint;
 
 constexpr std::uint8_t kTheInterface = 0;
-// The HID class wants one; nothing ever comes from it.
+// The HID class requires one (HID 1.11, 4.4); nothing ever comes from it.
 constexpr std::uint8_t kInterruptIn = 0x81;
 
-// Request type and request in one number, as they stand in the set-up bytes.
+// Request type and request in one number, as in the set-up bytes (HID 1.11, 7.1 and 7.2).
 constexpr std::uint16_t kGetInterfaceDescriptor = 0x8106;
 constexpr std::uint16_t kGetReport = 0xA101;
 constexpr std::uint16_t kSetReport = 0x2109;
@@ -39,7 +39,7 @@ constexpr std::uint8_t high(std::uint16_t value) {
     return static_cast<std::uint8_t>(value >> 8U);
 }
 
-// Vendor-defined: one input and one output report of 64 bytes.
+// Vendor-defined (HID 1.11, 6.2.2): one input and one output report of 64 bytes.
 constexpr auto kReportDescriptor = std::to_array<std::uint8_t>({
     0x06, 0x00,        0xFF,       // usage page: vendor-defined
     0x09, 0x01,                    // usage 1
@@ -156,7 +156,7 @@ class IdCardReader : public virtual_usb::Device {
         reply_.clear();
         if (const auto frame = collector_.take(report)) {
             reply_ = samv_.execute(*frame);
-            ready_ = now + kThinkingTime;
+            ready_ = now + kProcessingTime;
         }
         return Reply::ack();
     }

@@ -14,8 +14,8 @@ inline constexpr std::uint16_t kVendorId = 0x2F7A;
 inline constexpr std::uint16_t kProductId = 0x4463;
 inline constexpr std::size_t kReportSize = 64;
 
-// How long the module works on a command; until then the reader gives reports of zeros.
-inline constexpr std::chrono::milliseconds kThinkingTime{25};
+// How long the module works on a command; until then reports are zeros.
+inline constexpr std::chrono::milliseconds kProcessingTime{25};
 
 // A reader with a card on it: "resident", "foreign", "hmt" (Hong Kong, Macao, Taiwan), or "none"
 // for an empty reader. Any other kind: null.

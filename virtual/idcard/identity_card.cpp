@@ -31,8 +31,8 @@ class TextBlock {
     Bytes bytes_;
 };
 
-// The eighteenth character of an identity number is the check of the first seventeen (modulo 11, X
-// for ten).
+// The eighteenth character of an identity number is the check of the first seventeen (GB 11643;
+// ISO/IEC 7064, MOD 11-2).
 std::u16string with_check_character(std::u16string number) {
     int check = 0;
     for (const char16_t digit : number) {
@@ -42,8 +42,8 @@ std::u16string with_check_character(std::u16string number) {
     return number;
 }
 
-// The picture's format is known to its makers only; hosts look at the mark in front and hand the
-// rest on.
+// The picture's format is proprietary; hosts check the mark that it begins with and pass the rest
+// on.
 Bytes photo() {
     Bytes bytes{'W', 'L', 'f'};
     while (bytes.size() < kPhotoSize) {

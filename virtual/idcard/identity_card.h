@@ -23,7 +23,7 @@ struct IdentityCard {
 // Foreign permanent resident: the text has a layout of its own, type "I".
 [[nodiscard]] IdentityCard foreign_permit();
 
-// Resident of Hong Kong, Macao or Taiwan: the resident's layout with a pass number behind it,
+// Resident of Hong Kong, Macao or Taiwan: the resident's layout followed by a pass number,
 // type "J".
 [[nodiscard]] IdentityCard hmt_permit();
 

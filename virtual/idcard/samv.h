@@ -25,7 +25,7 @@ class Samv {
   public:
     explicit Samv(std::optional<IdentityCard> card);
 
-    // A whole frame, preamble to checksum; gives the whole reply.
+    // A whole frame, preamble to checksum. Returns the whole reply.
     Bytes execute(std::span<const std::uint8_t> frame);
 
     // Power is gone: no card is found or selected any more.
@@ -43,7 +43,7 @@ class Samv {
 };
 
 // Puts a command frame together from the reports that carry it. A report that starts no frame while
-// none is under way is dropped, and so is the padding behind a frame.
+// none is under way is dropped, and so is the padding after a frame.
 class FrameCollector {
   public:
     // The frame that this report made whole, if it did.

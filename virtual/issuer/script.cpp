@@ -13,7 +13,7 @@ namespace card = virtual_card;
 
 namespace {
 
-// The classes of commands that end in a MAC (ISO/IEC 7816-4, 5.4.1).
+// The classes of commands that end in a MAC (ISO/IEC 7816-4:2005, 5.1.1).
 constexpr std::uint8_t kClaInterindustrySecureMessaging = 0x04;
 constexpr std::uint8_t kClaSecureMessaging = 0x84;
 

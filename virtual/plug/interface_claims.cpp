@@ -1,4 +1,4 @@
-// The rules by which usbfs gives interfaces away.
+// The rules by which usbfs grants interfaces.
 #include "virtual/plug/interface_claims.h"
 
 #include <algorithm>

@@ -18,7 +18,7 @@ class InterfaceClaims {
     // A kernel driver that binds to the interface now, and again whenever it is let in.
     void bind(std::uint8_t interface, const std::string& driver);
 
-    // Results are 0 or a negative errno value, as usbfs gives them.
+    // Results are 0 or a negative errno value, as usbfs returns them.
     int claim(ClientId client, std::uint8_t interface);
     int release(ClientId client, std::uint8_t interface);
     int disconnect_driver(std::uint8_t interface);

@@ -174,7 +174,7 @@ int run_command(std::vector<std::string> words, const Signals& signals) {
 
 int print_help() {
     std::fputs(usage_text().c_str(), stdout);
-    // What could not be written has not been said.
+    // A pipe that was closed or a full disk is noticed here.
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         std::fputs("qaven-virtual-reader: cannot write to standard output\n", stderr);
         return kExitNotWritten;

@@ -14,9 +14,12 @@
 #include <list>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace qaven::virtual_plug {
 namespace {
@@ -65,7 +68,7 @@ class MockedUsbfs::Hub {
         std::shared_ptr<UsbfsNode> node;
         std::map<UMockdevIoctlClient*, ClientId> ids;
     };
-    // What tells that a client's file was closed.
+    // The argument of the callback for a client that closed its file.
     struct DisconnectContext {
         Connection* connection = nullptr;
         UMockdevIoctlClient* client = nullptr;

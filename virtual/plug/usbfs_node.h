@@ -3,7 +3,7 @@
 
 #include "virtual/plug/host_memory.h"
 #include "virtual/plug/interface_claims.h"
-#include "virtual/plug/mocked_usbfs.h"
+#include "virtual/plug/plug_settings.h"
 #include "virtual/plug/writable_fifo.h"
 #include "virtual/usb/capture.h"
 #include "virtual/usb/port.h"

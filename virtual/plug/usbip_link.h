@@ -1,4 +1,4 @@
-// A device in the hands of a USB/IP host: commands come in as a stream of bytes, transfers go to
+// An imported device: commands come in as a stream of bytes, transfers go to
 // the device's port, and replies go out as a stream of bytes.
 #pragma once
 
@@ -24,10 +24,11 @@ class UsbipLink {
     UsbipLink& operator=(const UsbipLink&) = delete;
     UsbipLink(UsbipLink&&) = delete;
     UsbipLink& operator=(UsbipLink&&) = delete;
-    // Takes back what is in flight; nobody waits for it any more.
+    // Cancels what is in flight.
     ~UsbipLink();
 
-    // Bytes from the host. False when they make no sense: nothing behind them could be found again.
+    // Bytes from the host. False when they are no message: the start of the next one is then
+    // unknown.
     [[nodiscard]] bool receive(std::span<const std::uint8_t> bytes, virtual_usb::TimePoint now);
 
     // Moves what can move, and appends the replies there are to `out`.

@@ -1,4 +1,4 @@
-// Fields to bytes and back.
+// The fields of USB/IP messages to bytes and back (Linux, Documentation/usb/usbip_protocol.rst).
 #include "virtual/plug/usbip_message.h"
 
 #include <algorithm>
@@ -8,15 +8,15 @@ namespace qaven::virtual_plug::usbip {
 namespace {
 
 constexpr std::uint16_t kVersion = 0x0111;
-constexpr std::uint16_t kRequestList = 0x8005;
-constexpr std::uint16_t kReplyList = 0x0005;
-constexpr std::uint16_t kRequestImport = 0x8003;
-constexpr std::uint16_t kReplyImport = 0x0003;
+constexpr std::uint16_t kOpReqDevlist = 0x8005;
+constexpr std::uint16_t kOpRepDevlist = 0x0005;
+constexpr std::uint16_t kOpReqImport = 0x8003;
+constexpr std::uint16_t kOpRepImport = 0x0003;
 
-constexpr std::uint32_t kCommandSubmit = 1;
-constexpr std::uint32_t kCommandUnlink = 2;
-constexpr std::uint32_t kReturnSubmit = 3;
-constexpr std::uint32_t kReturnUnlink = 4;
+constexpr std::uint32_t kUsbipCmdSubmit = 1;
+constexpr std::uint32_t kUsbipCmdUnlink = 2;
+constexpr std::uint32_t kUsbipRetSubmit = 3;
+constexpr std::uint32_t kUsbipRetUnlink = 4;
 
 constexpr std::uint32_t kDirectionIn = 1;
 
@@ -64,14 +64,14 @@ void put_reply_head(Bytes& out, std::uint16_t code, std::uint32_t status) {
     put_word(out, status);
 }
 
-void put_device(Bytes& out, const Offer& offer) {
-    const Bytes device = offer.device->device_descriptor();
-    const Bytes configuration = offer.device->configuration_descriptor();
-    put_text(out, "/sys/devices/virtual/usb/" + offer.bus_id, kPathSize);
-    put_text(out, offer.bus_id, kBusIdSize);
-    put_word(out, offer.bus);
-    put_word(out, offer.number);
-    put_word(out, static_cast<std::uint32_t>(offer.device->speed()));
+void put_device(Bytes& out, const ExportedDevice& exported) {
+    const Bytes device = exported.device->device_descriptor();
+    const Bytes configuration = exported.device->configuration_descriptor();
+    put_text(out, "/sys/devices/virtual/usb/" + exported.bus_id, kPathSize);
+    put_text(out, exported.bus_id, kBusIdSize);
+    put_word(out, exported.bus);
+    put_word(out, exported.number);
+    put_word(out, static_cast<std::uint32_t>(exported.device->speed()));
     put_half(out, descriptor_half(device, 8));                     // idVendor
     put_half(out, descriptor_half(device, 10));                    // idProduct
     put_half(out, descriptor_half(device, 12));                    // bcdDevice
@@ -96,22 +96,22 @@ void put_interfaces(Bytes& out, const Bytes& configuration) {
 void put_head(Bytes& out, std::uint32_t command, std::uint32_t seq) {
     put_word(out, command);
     put_word(out, seq);
-    out.insert(out.end(), 12, 0); // device, direction and endpoint are not told in replies
+    out.insert(out.end(), 12, 0); // replies have no device, direction and endpoint
 }
 
 } // namespace
 
-Question parse_question(std::span<const std::uint8_t, kQuestionSize> bytes) {
+Request parse_request(std::span<const std::uint8_t, kRequestSize> bytes) {
     if (half_at(bytes, 0) != kVersion) {
-        return Question::kUnknown;
+        return Request::kUnknown;
     }
     switch (half_at(bytes, 2)) {
-    case kRequestList:
-        return Question::kList;
-    case kRequestImport:
-        return Question::kImport;
+    case kOpReqDevlist:
+        return Request::kList;
+    case kOpReqImport:
+        return Request::kImport;
     default:
-        return Question::kUnknown;
+        return Request::kUnknown;
     }
 }
 
@@ -123,33 +123,33 @@ std::uint32_t device_id(unsigned bus, unsigned number) {
     return bus << 16U | number;
 }
 
-Bytes list_reply(std::span<const Offer> offers) {
+Bytes devlist_reply(std::span<const ExportedDevice> devices) {
     Bytes out;
-    put_reply_head(out, kReplyList, 0);
-    put_word(out, static_cast<std::uint32_t>(offers.size()));
-    for (const auto& offer : offers) {
-        put_device(out, offer);
-        put_interfaces(out, offer.device->configuration_descriptor());
+    put_reply_head(out, kOpRepDevlist, 0);
+    put_word(out, static_cast<std::uint32_t>(devices.size()));
+    for (const auto& exported : devices) {
+        put_device(out, exported);
+        put_interfaces(out, exported.device->configuration_descriptor());
     }
     return out;
 }
 
-Bytes import_reply(const Offer& offer) {
+Bytes import_reply(const ExportedDevice& exported) {
     Bytes out;
-    put_reply_head(out, kReplyImport, 0);
-    put_device(out, offer);
+    put_reply_head(out, kOpRepImport, 0);
+    put_device(out, exported);
     return out;
 }
 
-Bytes import_refusal(Refusal reason) {
+Bytes import_error_reply(ImportError reason) {
     Bytes out;
-    put_reply_head(out, kReplyImport, static_cast<std::uint32_t>(reason));
+    put_reply_head(out, kOpRepImport, static_cast<std::uint32_t>(reason));
     return out;
 }
 
 Command parse_command(std::span<const std::uint8_t, kHeaderSize> bytes) {
     switch (word_at(bytes, 0)) {
-    case kCommandSubmit: {
+    case kUsbipCmdSubmit: {
         Submit submit{.seq = word_at(bytes, 4),
                       .device = word_at(bytes, 8),
                       .in = word_at(bytes, 12) == kDirectionIn,
@@ -160,7 +160,7 @@ Command parse_command(std::span<const std::uint8_t, kHeaderSize> bytes) {
         std::copy_n(bytes.begin() + 40, virtual_usb::kSetupSize, submit.setup.begin());
         return submit;
     }
-    case kCommandUnlink:
+    case kUsbipCmdUnlink:
         return Unlink{
             .seq = word_at(bytes, 4), .device = word_at(bytes, 8), .victim = word_at(bytes, 20)};
     default:
@@ -170,7 +170,7 @@ Command parse_command(std::span<const std::uint8_t, kHeaderSize> bytes) {
 
 void put_submit_reply(Bytes& out, std::uint32_t seq, int status, std::size_t actual,
                       std::span<const std::uint8_t> data) {
-    put_head(out, kReturnSubmit, seq);
+    put_head(out, kUsbipRetSubmit, seq);
     put_word(out, static_cast<std::uint32_t>(status));
     put_word(out, static_cast<std::uint32_t>(actual));
     out.insert(out.end(), 20, 0); // start frame, packets, errors (isochronous), padding
@@ -178,7 +178,7 @@ void put_submit_reply(Bytes& out, std::uint32_t seq, int status, std::size_t act
 }
 
 void put_unlink_reply(Bytes& out, std::uint32_t seq, int status) {
-    put_head(out, kReturnUnlink, seq);
+    put_head(out, kUsbipRetUnlink, seq);
     put_word(out, static_cast<std::uint32_t>(status));
     out.insert(out.end(), 24, 0);
 }

@@ -1,5 +1,5 @@
-// The messages of USB/IP 1.1.1 as they travel: all numbers big-endian, everything that the other
-// side says about lengths still unchecked.
+// The messages of USB/IP 1.1.1 on the wire: all numbers are big-endian; lengths that the other side
+// sends are not yet checked.
 #pragma once
 
 #include "virtual/usb/device.h"
@@ -16,24 +16,24 @@ namespace qaven::virtual_plug::usbip {
 
 using virtual_usb::Bytes;
 
-// What a host asks before a device is its own. A question is eight bytes, and a bus id behind it
-// where it names a device.
-inline constexpr std::size_t kQuestionSize = 8;
+// The requests of a host that has not imported a device. A request is eight bytes, followed by a
+// bus id where it names a device.
+inline constexpr std::size_t kRequestSize = 8;
 inline constexpr std::size_t kBusIdSize = 32;
 
-enum class Question : std::uint8_t {
+enum class Request : std::uint8_t {
     kUnknown, // or of another version
-    kList,    // which devices are there?
-    kImport,  // give me this one
+    kList,    // OP_REQ_DEVLIST
+    kImport,  // OP_REQ_IMPORT
 };
 
-[[nodiscard]] Question parse_question(std::span<const std::uint8_t, kQuestionSize> bytes);
+[[nodiscard]] Request parse_request(std::span<const std::uint8_t, kRequestSize> bytes);
 
 // The text in front of the first zero byte.
 [[nodiscard]] std::string parse_bus_id(std::span<const std::uint8_t, kBusIdSize> bytes);
 
-// A device on offer.
-struct Offer {
+// A device that hosts can import.
+struct ExportedDevice {
     std::string bus_id;
     unsigned bus = 0;
     unsigned number = 0;
@@ -43,13 +43,13 @@ struct Offer {
 // How a host names the device that it has imported.
 [[nodiscard]] std::uint32_t device_id(unsigned bus, unsigned number);
 
-[[nodiscard]] Bytes list_reply(std::span<const Offer> offers);
-[[nodiscard]] Bytes import_reply(const Offer& offer);
+[[nodiscard]] Bytes devlist_reply(std::span<const ExportedDevice> devices);
+[[nodiscard]] Bytes import_reply(const ExportedDevice& exported);
 
-enum class Refusal : std::uint8_t { kBusy = 2, kNoSuchDevice = 4 };
-[[nodiscard]] Bytes import_refusal(Refusal reason);
+enum class ImportError : std::uint8_t { kBusy = 2, kNoSuchDevice = 4 };
+[[nodiscard]] Bytes import_error_reply(ImportError reason);
 
-// What a host sends to a device that is its own; the bytes of a write follow the header.
+// The commands for an imported device; the bytes of a write follow the header.
 inline constexpr std::size_t kHeaderSize = 48;
 
 inline constexpr std::uint32_t kFlagShortNotOk = 0x0001;
@@ -69,7 +69,7 @@ struct Submit {
 struct Unlink {
     std::uint32_t seq = 0;
     std::uint32_t device = 0;
-    std::uint32_t victim = 0; // the transfer that is to be taken back
+    std::uint32_t victim = 0; // seqnum of the transfer to cancel
 };
 
 // Nothing if the bytes are no command.

@@ -1,4 +1,4 @@
-// Connections, the devices behind them, and what happens when either goes away.
+// Connections, their devices, and what happens when either goes away.
 #include "virtual/plug/usbip_server.h"
 
 #include <sys/socket.h>
@@ -54,7 +54,7 @@ UsbipServer::PortSlot* UsbipServer::find_plugged(const std::string& bus_id) {
     return found != slots_.end() && found->port ? &*found : nullptr;
 }
 
-usbip::Offer UsbipServer::offer(const PortSlot& slot) {
+usbip::ExportedDevice UsbipServer::exported(const PortSlot& slot) {
     return {.bus_id = slot.bus_id, .bus = kBus, .number = slot.number, .device = slot.device};
 }
 
@@ -255,8 +255,8 @@ void UsbipServer::read(Connection& connection, TimePoint now) {
         sensible = connection.link->receive(news, now);
     } else {
         connection.incoming.insert(connection.incoming.end(), news.begin(), news.end());
-        answer_questions(connection);
-        if (connection.link) { // what came behind the import is for the device
+        answer_requests(connection);
+        if (connection.link) { // what follows the import is for the device
             sensible = connection.link->receive(std::exchange(connection.incoming, {}), now);
         }
     }
@@ -265,25 +265,24 @@ void UsbipServer::read(Connection& connection, TimePoint now) {
     }
 }
 
-void UsbipServer::answer_questions(Connection& connection) {
+void UsbipServer::answer_requests(Connection& connection) {
     auto& incoming = connection.incoming;
-    while (!connection.link && !connection.ending && incoming.size() >= usbip::kQuestionSize) {
+    while (!connection.link && !connection.ending && incoming.size() >= usbip::kRequestSize) {
         const std::span<const std::uint8_t> bytes = incoming;
-        std::size_t taken = usbip::kQuestionSize;
-        switch (usbip::parse_question(bytes.first<usbip::kQuestionSize>())) {
-        case usbip::Question::kList:
-            answer_list(connection);
+        std::size_t taken = usbip::kRequestSize;
+        switch (usbip::parse_request(bytes.first<usbip::kRequestSize>())) {
+        case usbip::Request::kList:
+            reply_devlist(connection);
             break;
-        case usbip::Question::kImport:
+        case usbip::Request::kImport:
             taken += usbip::kBusIdSize;
             if (bytes.size() < taken) {
                 return;
             }
-            answer_import(
-                connection,
-                usbip::parse_bus_id(bytes.subspan<usbip::kQuestionSize, usbip::kBusIdSize>()));
+            reply_import(connection, usbip::parse_bus_id(
+                                         bytes.subspan<usbip::kRequestSize, usbip::kBusIdSize>()));
             break;
-        case usbip::Question::kUnknown:
+        case usbip::Request::kUnknown:
             connection.ending = true;
             break;
         }
@@ -291,26 +290,27 @@ void UsbipServer::answer_questions(Connection& connection) {
     }
 }
 
-void UsbipServer::answer_list(Connection& connection) const {
-    std::vector<usbip::Offer> offers;
+void UsbipServer::reply_devlist(Connection& connection) const {
+    std::vector<usbip::ExportedDevice> devices;
     for (const auto& slot : slots_) {
         if (slot.port && !slot.imported) {
-            offers.push_back(offer(slot));
+            devices.push_back(exported(slot));
         }
     }
-    const auto reply = usbip::list_reply(offers);
+    const auto reply = usbip::devlist_reply(devices);
     connection.outgoing.insert(connection.outgoing.end(), reply.begin(), reply.end());
 }
 
-void UsbipServer::answer_import(Connection& connection, const std::string& bus_id) {
+void UsbipServer::reply_import(Connection& connection, const std::string& bus_id) {
     PortSlot* const slot = find_plugged(bus_id);
     const bool busy = slot != nullptr && slot->imported;
     virtual_usb::Bytes reply;
     if (slot == nullptr || busy) {
-        reply = usbip::import_refusal(busy ? usbip::Refusal::kBusy : usbip::Refusal::kNoSuchDevice);
+        reply = usbip::import_error_reply(busy ? usbip::ImportError::kBusy
+                                               : usbip::ImportError::kNoSuchDevice);
         connection.ending = true;
     } else {
-        reply = usbip::import_reply(offer(*slot));
+        reply = usbip::import_reply(exported(*slot));
         import(connection, *slot);
     }
     connection.outgoing.insert(connection.outgoing.end(), reply.begin(), reply.end());

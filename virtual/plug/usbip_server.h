@@ -33,7 +33,7 @@ class UsbipServer {
 
     explicit UsbipServer(Settings settings);
 
-    // Puts a device on offer under the next bus id: 1-1, 1-2, ... It must outlive the server.
+    // Exports a device under the next bus id: 1-1, 1-2, ... It must outlive the server.
     void add(virtual_usb::Device& device, std::vector<virtual_usb::Fault> faults = {});
 
     // Plugs every device in, the first one last: a libusb host lists that one first.
@@ -84,15 +84,15 @@ class UsbipServer {
 
     [[nodiscard]] PortSlot& find(const std::string& bus_id);
     [[nodiscard]] PortSlot* find_plugged(const std::string& bus_id);
-    [[nodiscard]] static usbip::Offer offer(const PortSlot& slot);
+    [[nodiscard]] static usbip::ExportedDevice exported(const PortSlot& slot);
     void plug(PortSlot& slot);
     static void import(Connection& connection, PortSlot& slot);
     void pull(PortSlot& slot);
     void replug(virtual_usb::TimePoint now);
     void read(Connection& connection, virtual_usb::TimePoint now);
-    void answer_questions(Connection& connection);
-    void answer_list(Connection& connection) const;
-    void answer_import(Connection& connection, const std::string& bus_id);
+    void answer_requests(Connection& connection);
+    void reply_devlist(Connection& connection) const;
+    void reply_import(Connection& connection, const std::string& bus_id);
     void write(Connection& connection);
     void end(Connection& connection);
 

@@ -1,4 +1,4 @@
-// The USB ports that Linux's vhci-hcd module gives a machine: a device behind a socket goes in
+// The USB ports of Linux's vhci-hcd module: a device that is reached through a socket is plugged in
 // there.
 #pragma once
 

@@ -1,4 +1,4 @@
-// Descriptor bytes, field by field.
+// Descriptor bytes, field by field (USB 2.0, 9.6; HID 1.11, 6.2; CCID 1.1, 5.1).
 #include "virtual/reader/descriptors.h"
 
 #include <array>
@@ -21,7 +21,8 @@ constexpr std::uint8_t high(std::uint32_t value) {
     return low(value >> 8U);
 }
 
-// A keypad of the vendor's own kind: one input report and one output report of eight bytes.
+// A vendor-specific keypad (HID 1.11, 6.2.2): one input report and one output report of eight
+// bytes.
 constexpr auto kKeypadReport = std::to_array<std::uint8_t>({
     0x06, 0x00, 0xFF,       // usage page: vendor-defined
     0x09, 0x01,             // usage 1
@@ -35,7 +36,7 @@ constexpr auto kKeypadReport = std::to_array<std::uint8_t>({
     0xC0,                   // end of collection
 });
 
-// 54 bytes of the smart card device class.
+// The smart card device class descriptor (CCID 1.1, 5.1).
 constexpr std::array<std::uint8_t, 54> kCcidClassDescriptor{
     54,
     0x21, // bLength, bDescriptorType

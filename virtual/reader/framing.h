@@ -16,7 +16,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 inline constexpr std::size_t kCcidHeaderSize = 10;
 
-// The messages from the host, by bMessageType.
+// The messages from the host, by bMessageType (CCID 1.1, 6.1.1 to 6.1.14).
 namespace pc_to_rdr {
 inline constexpr std::uint8_t kSetParameters = 0x61;
 inline constexpr std::uint8_t kIccPowerOn = 0x62;
@@ -71,8 +71,8 @@ class MessageAssembler {
 
 [[nodiscard]] std::uint32_t dw_length(std::span<const std::uint8_t> header);
 
-// Packets of 64 bytes, the last one shorter: a message of whole packets ends with an empty one, for
-// the host cannot know otherwise that it is over.
+// Packets of 64 bytes, the last one shorter: a message of whole packets ends with an empty one, or
+// the host could not know that it has ended (USB 2.0, 5.8.3).
 [[nodiscard]] std::deque<Bytes> to_packets(std::span<const std::uint8_t> message);
 
 } // namespace qaven::virtual_reader

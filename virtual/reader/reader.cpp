@@ -12,6 +12,7 @@ using virtual_usb::Reply;
 using virtual_usb::Setup;
 using virtual_usb::TimePoint;
 
+// RDR_to_PC_NotifySlotChange (CCID 1.1, 6.3.1).
 constexpr std::uint8_t kNotifySlotChange = 0x50;
 
 // bmSlotICCState of slot 0: a card is there, and that is news.
@@ -19,22 +20,25 @@ constexpr std::uint8_t kSlotCardPresent = 0x01;
 constexpr std::uint8_t kSlotChanged = 0x02;
 
 constexpr std::uint8_t kRequestGetDescriptor = 6;
+// HID 1.11, 7.1.
 constexpr std::uint8_t kDescriptorHid = 0x21;
 constexpr std::uint8_t kDescriptorHidReport = 0x22;
 
+// HID 1.11, 7.2.
 constexpr std::uint8_t kHidGetReport = 0x01;
 constexpr std::uint8_t kHidSetReport = 0x09;
 constexpr std::uint8_t kHidSetIdle = 0x0A;
 
+// CCID 1.1, 5.3.1.
 constexpr std::uint8_t kCcidAbort = 0x01;
 
-// A host that only sends and never reads is held off once this many packets wait for it.
-constexpr std::size_t kWaitingPackets = 64;
+// A host that only sends and never reads gets NAK once this many packets wait for it.
+constexpr std::size_t kMostQueuedPackets = 64;
 
 } // namespace
 
 Reader::Reader(virtual_card::Icc* card_1, virtual_card::Icc* card_2, const Behaviour& behaviour)
-    : stations_{
+    : slots_{
           {{.interface = kSlot1, .slot = Slot(card_1, behaviour), .assembler = {}, .bulk_in = {}},
            {.interface = kSlot2,
             .slot = Slot(card_2, behaviour),
@@ -44,19 +48,19 @@ Reader::Reader(virtual_card::Icc* card_1, virtual_card::Icc* card_2, const Behav
 }
 
 void Reader::insert_card(unsigned slot, virtual_card::Icc& card) {
-    Station& station = stations_.at(slot - 1);
-    station.slot.insert_card(card);
-    station.check_card();
+    SlotEndpoints& endpoints = slots_.at(slot - 1);
+    endpoints.slot.insert_card(card);
+    endpoints.check_card();
 }
 
 void Reader::remove_card(unsigned slot) {
-    Station& station = stations_.at(slot - 1);
-    station.slot.remove_card();
-    station.check_card();
+    SlotEndpoints& endpoints = slots_.at(slot - 1);
+    endpoints.slot.remove_card();
+    endpoints.check_card();
 }
 
 bool Reader::card_present(unsigned slot) const {
-    return stations_.at(slot - 1).slot.card_present();
+    return slots_.at(slot - 1).slot.card_present();
 }
 
 virtual_usb::Bytes Reader::device_descriptor() const {
@@ -78,14 +82,14 @@ std::string Reader::string(std::uint8_t index) const {
     }
 }
 
-Reader::Station* Reader::with_endpoint(std::uint8_t endpoint) {
+Reader::SlotEndpoints* Reader::find_slot(std::uint8_t endpoint) {
     const auto found =
-        std::find_if(stations_.begin(), stations_.end(), [endpoint](const Station& station) {
-            return station.interface.bulk_out == endpoint ||
-                   station.interface.bulk_in == endpoint ||
-                   station.interface.interrupt_in == endpoint;
+        std::find_if(slots_.begin(), slots_.end(), [endpoint](const SlotEndpoints& endpoints) {
+            return endpoints.interface.bulk_out == endpoint ||
+                   endpoints.interface.bulk_in == endpoint ||
+                   endpoints.interface.interrupt_in == endpoint;
         });
-    return found == stations_.end() ? nullptr : &*found;
+    return found == slots_.end() ? nullptr : &*found;
 }
 
 Reply Reader::control(const Setup& setup, std::span<const std::uint8_t> data, TimePoint now) {
@@ -124,75 +128,75 @@ Reply Reader::control(const Setup& setup, std::span<const std::uint8_t> data, Ti
 }
 
 Handshake Reader::out(std::uint8_t endpoint, std::span<const std::uint8_t> packet, TimePoint now) {
-    Station* const station = with_endpoint(endpoint);
-    if (station == nullptr || endpoint != station->interface.bulk_out) {
+    SlotEndpoints* const endpoints = find_slot(endpoint);
+    if (endpoints == nullptr || endpoint != endpoints->interface.bulk_out) {
         return Handshake::kStall;
     }
-    if (station->bulk_in.size() >= kWaitingPackets) {
+    if (endpoints->bulk_in.size() >= kMostQueuedPackets) {
         return Handshake::kNak;
     }
-    if (const auto message = station->assembler.packet(packet)) {
-        if (const auto answer = station->slot.answer(*message)) {
+    if (const auto message = endpoints->assembler.packet(packet)) {
+        if (const auto answer = endpoints->slot.answer(*message)) {
             bool first = true;
             for (auto& piece : to_packets(answer->message)) {
-                station->bulk_in.push_back({.packet = std::move(piece),
-                                            .ready = now + answer->delay,
-                                            .starts_message = std::exchange(first, false)});
+                endpoints->bulk_in.push_back({.packet = std::move(piece),
+                                              .ready = now + answer->delay,
+                                              .starts_message = std::exchange(first, false)});
             }
         }
-        station->check_card();
+        endpoints->check_card();
     }
     return Handshake::kAck;
 }
 
 Reply Reader::in(std::uint8_t endpoint, TimePoint now) {
-    Station* const station = with_endpoint(endpoint);
-    if (station == nullptr) {
+    SlotEndpoints* const endpoints = find_slot(endpoint);
+    if (endpoints == nullptr) {
         return Reply::nak(); // the keypad: no key is ever pressed
     }
-    if (endpoint == station->interface.interrupt_in) {
-        if (!station->card_changed) {
+    if (endpoint == endpoints->interface.interrupt_in) {
+        if (!endpoints->card_changed) {
             return Reply::nak();
         }
-        station->card_changed = false;
+        endpoints->card_changed = false;
         const std::uint8_t state =
-            kSlotChanged | (station->card_known ? kSlotCardPresent : std::uint8_t{0});
+            kSlotChanged | (endpoints->card_known ? kSlotCardPresent : std::uint8_t{0});
         return Reply::ack({kNotifySlotChange, state});
     }
-    if (station->bulk_in.empty() || station->bulk_in.front().ready > now) {
+    if (endpoints->bulk_in.empty() || endpoints->bulk_in.front().ready > now) {
         return Reply::nak();
     }
-    Reply reply = Reply::ack(std::move(station->bulk_in.front().packet));
-    station->bulk_in.pop_front();
+    Reply reply = Reply::ack(std::move(endpoints->bulk_in.front().packet));
+    endpoints->bulk_in.pop_front();
     return reply;
 }
 
-bool Reader::ask_for_time(std::uint8_t endpoint, TimePoint now, TimePoint reply_at) {
-    constexpr std::uint8_t kTimeExtension = 0x80; // bmCommandStatus 2 (CCID 1.10, 6.2.6)
+bool Reader::request_time_extension(std::uint8_t endpoint, TimePoint now, TimePoint reply_at) {
+    constexpr std::uint8_t kTimeExtension = 0x80; // bmCommandStatus 2 (CCID 1.1, 6.2.6)
     constexpr std::uint8_t kWaitingTimes = 1;
-    Station* const station = with_endpoint(endpoint);
-    if (station == nullptr || endpoint != station->interface.bulk_in || station->bulk_in.empty() ||
-        !station->bulk_in.front().starts_message) {
+    SlotEndpoints* const endpoints = find_slot(endpoint);
+    if (endpoints == nullptr || endpoint != endpoints->interface.bulk_in ||
+        endpoints->bulk_in.empty() || !endpoints->bulk_in.front().starts_message) {
         return false;
     }
-    const Bytes& reply = station->bulk_in.front().packet;
+    const Bytes& reply = endpoints->bulk_in.front().packet;
     const Bytes request{reply[0], 0, 0, 0, 0, reply[5], reply[6], kTimeExtension, kWaitingTimes, 0};
-    for (auto& outgoing : station->bulk_in) {
+    for (auto& outgoing : endpoints->bulk_in) {
         outgoing.ready = std::max(outgoing.ready, reply_at);
     }
-    station->bulk_in.push_front({.packet = request, .ready = now, .starts_message = true});
+    endpoints->bulk_in.push_front({.packet = request, .ready = now, .starts_message = true});
     return true;
 }
 
 void Reader::clear_halt(std::uint8_t endpoint) {
-    Station* const station = with_endpoint(endpoint);
-    if (station == nullptr) {
+    SlotEndpoints* const endpoints = find_slot(endpoint);
+    if (endpoints == nullptr) {
         return;
     }
-    if (endpoint == station->interface.bulk_out) {
-        station->assembler.clear();
-    } else if (endpoint == station->interface.bulk_in) {
-        station->bulk_in.clear();
+    if (endpoint == endpoints->interface.bulk_out) {
+        endpoints->assembler.clear();
+    } else if (endpoint == endpoints->interface.bulk_in) {
+        endpoints->bulk_in.clear();
     }
 }
 
@@ -201,31 +205,31 @@ void Reader::reset() {
 }
 
 void Reader::power_up() {
-    for (auto& station : stations_) {
-        station.power_up();
+    for (auto& endpoints : slots_) {
+        endpoints.power_up();
     }
 }
 
 void Reader::unplugged() {
-    for (auto& station : stations_) {
-        station.slot.power_off();
+    for (auto& endpoints : slots_) {
+        endpoints.slot.power_off();
     }
 }
 
 std::optional<TimePoint> Reader::ready_at(TimePoint now) const {
     std::optional<TimePoint> earliest;
-    for (const auto& station : stations_) {
-        if (station.bulk_in.empty() || station.bulk_in.front().ready <= now) {
+    for (const auto& endpoints : slots_) {
+        if (endpoints.bulk_in.empty() || endpoints.bulk_in.front().ready <= now) {
             continue;
         }
-        if (!earliest || station.bulk_in.front().ready < *earliest) {
-            earliest = station.bulk_in.front().ready;
+        if (!earliest || endpoints.bulk_in.front().ready < *earliest) {
+            earliest = endpoints.bulk_in.front().ready;
         }
     }
     return earliest;
 }
 
-void Reader::Station::power_up() {
+void Reader::SlotEndpoints::power_up() {
     assembler.clear();
     bulk_in.clear();
     slot.power_off();
@@ -233,7 +237,7 @@ void Reader::Station::power_up() {
     card_changed = card_known;
 }
 
-void Reader::Station::check_card() {
+void Reader::SlotEndpoints::check_card() {
     if (card_known != slot.card_present()) {
         card_known = slot.card_present();
         card_changed = true;

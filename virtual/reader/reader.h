@@ -15,7 +15,7 @@ class Reader : public virtual_usb::Device {
     // outlive the reader.
     Reader(virtual_card::Icc* card_1, virtual_card::Icc* card_2, const Behaviour& behaviour = {});
 
-    // The cardholder's hand; slots are numbered 1 and 2. A card outlives the reader.
+    // As a cardholder does; slots are numbered 1 and 2. A card outlives the reader.
     void insert_card(unsigned slot, virtual_card::Icc& card);
     void remove_card(unsigned slot);
     [[nodiscard]] bool card_present(unsigned slot) const;
@@ -29,8 +29,8 @@ class Reader : public virtual_usb::Device {
     virtual_usb::Handshake out(std::uint8_t endpoint, std::span<const std::uint8_t> packet,
                                virtual_usb::TimePoint now) override;
     virtual_usb::Reply in(std::uint8_t endpoint, virtual_usb::TimePoint now) override;
-    bool ask_for_time(std::uint8_t endpoint, virtual_usb::TimePoint now,
-                      virtual_usb::TimePoint reply_at) override;
+    bool request_time_extension(std::uint8_t endpoint, virtual_usb::TimePoint now,
+                                virtual_usb::TimePoint reply_at) override;
     void clear_halt(std::uint8_t endpoint) override;
     void reset() override;
     void unplugged() override;
@@ -44,12 +44,12 @@ class Reader : public virtual_usb::Device {
         bool starts_message = false;
     };
     // A slot with its endpoints.
-    struct Station {
+    struct SlotEndpoints {
         CcidInterface interface;
         Slot slot;
         MessageAssembler assembler;
         std::deque<Outgoing> bulk_in;
-        bool card_known = false; // what the interrupt endpoint has told
+        bool card_known = false; // as the interrupt endpoint reported it
         bool card_changed = false;
 
         void power_up();
@@ -57,9 +57,9 @@ class Reader : public virtual_usb::Device {
     };
 
     void power_up();
-    Station* with_endpoint(std::uint8_t endpoint);
+    SlotEndpoints* find_slot(std::uint8_t endpoint);
 
-    std::array<Station, 2> stations_;
+    std::array<SlotEndpoints, 2> slots_;
 };
 
 } // namespace qaven::virtual_reader

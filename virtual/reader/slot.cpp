@@ -8,6 +8,7 @@
 namespace qaven::virtual_reader {
 namespace {
 
+// CCID 1.1, 6.2.1 to 6.2.5.
 namespace rdr_to_pc {
 constexpr std::uint8_t kDataBlock = 0x80;
 constexpr std::uint8_t kSlotStatus = 0x81;
@@ -16,9 +17,10 @@ constexpr std::uint8_t kEscape = 0x83;
 constexpr std::uint8_t kDataRate = 0x84;
 } // namespace rdr_to_pc
 
+// bmCommandStatus 1 in bStatus (CCID 1.1, 6.2.6).
 constexpr std::uint8_t kCommandFailed = 0x40;
 
-// bError: a small number is the offset of the field that is wrong.
+// bError (CCID 1.1, 6.2.6): a small number is the offset of the field that is wrong.
 constexpr std::uint8_t kErrorCommandNotSupported = 0x00;
 constexpr std::uint8_t kErrorBadLength = 1;
 constexpr std::uint8_t kErrorBadSlot = 5;
@@ -31,7 +33,8 @@ constexpr std::uint8_t kHighestPowerSelect = 3;
 constexpr std::uint8_t kClockRunning = 0;
 constexpr std::uint8_t kClockStoppedLow = 1;
 
-// A character on the card's line: start bit, eight data bits, parity, two of guard time.
+// A character on the card's line: start bit, eight data bits, parity, two of guard time (ISO/IEC
+// 7816-3, 7.2).
 constexpr unsigned kBitsPerCharacter = 12;
 
 std::uint8_t reply_type(std::uint8_t command) {
@@ -53,7 +56,7 @@ std::uint8_t reply_type(std::uint8_t command) {
     }
 }
 
-// TA1 of the answer to reset: transmission factors, 11 by default.
+// TA1 of the ATR: transmission factors, 11 by default (ISO/IEC 7816-3, 8.3).
 std::uint8_t transmission_factors(std::span<const std::uint8_t> atr) {
     constexpr std::uint8_t kDefaultFactors = 0x11;
     constexpr std::uint8_t kTa1Present = 0x10;
@@ -87,9 +90,9 @@ Bytes Slot::reply(const Message& to, std::uint8_t type, std::uint8_t last,
     return bytes;
 }
 
-Bytes Slot::refusal(const Message& to, std::uint8_t error) const {
-    // An unsupported command is answered by a slot status, every other failure by the command's own
-    // kind of reply.
+Bytes Slot::error_reply(const Message& to, std::uint8_t error) const {
+    // An unsupported command is answered with a slot status (CCID 1.1, 6.2.2), every other failure
+    // with the command's own kind of reply.
     const std::uint8_t type =
         error == kErrorCommandNotSupported ? rdr_to_pc::kSlotStatus : reply_type(to.type());
     Bytes bytes = reply(to, type);
@@ -130,10 +133,10 @@ std::optional<Slot::Answer> Slot::answer(const Message& message) {
         return std::nullopt;
     }
     if (const auto error = framing_error(message)) {
-        return Answer{.message = refusal(message, *error)};
+        return Answer{.message = error_reply(message, *error)};
     }
     if (message.slot() != 0) {
-        Bytes bytes = refusal(message, kErrorBadSlot);
+        Bytes bytes = error_reply(message, kErrorBadSlot);
         bytes[7] = kCommandFailed | static_cast<std::uint8_t>(IccStatus::kAbsent);
         return Answer{.message = std::move(bytes)};
     }
@@ -151,21 +154,21 @@ std::optional<Slot::Answer> Slot::answer(const Message& message) {
     case pc_to_rdr::kXfrBlock:
         return transfer(message);
     default:
-        return Answer{.message = refusal(message, kErrorCommandNotSupported)};
+        return Answer{.message = error_reply(message, kErrorCommandNotSupported)};
     }
 }
 
 Slot::Answer Slot::power_on(const Message& message) {
     if (behaviour_.strict && message.bytes[7] > kHighestPowerSelect) {
-        return {.message = refusal(message, kErrorBadPowerSelect)};
+        return {.message = error_reply(message, kErrorBadPowerSelect)};
     }
     if (card_ == nullptr) {
-        return {.message = refusal(message, kErrorIccMute)};
+        return {.message = error_reply(message, kErrorIccMute)};
     }
     power_off();
     atr_ = card_->power_on();
     if (atr_.empty()) {
-        return {.message = refusal(message, kErrorIccMute)};
+        return {.message = error_reply(message, kErrorIccMute)};
     }
     powered_ = true;
     return {.message = reply(message, rdr_to_pc::kDataBlock, 0, atr_),
@@ -174,10 +177,10 @@ Slot::Answer Slot::power_on(const Message& message) {
 
 Slot::Answer Slot::transfer(const Message& message) {
     if (behaviour_.strict && (message.bytes[8] != 0 || message.bytes[9] != 0)) {
-        return {.message = refusal(message, kErrorBadLevel)};
+        return {.message = error_reply(message, kErrorBadLevel)};
     }
     if (!powered_) {
-        return {.message = refusal(message, kErrorIccMute)};
+        return {.message = error_reply(message, kErrorIccMute)};
     }
     const Bytes response = card_->transmit(message.data());
     // T=0: the card's procedure byte travels too.
@@ -193,7 +196,7 @@ Slot::Answer Slot::transfer(const Message& message) {
 Slot::Answer Slot::parameters(const Message& message) const {
     constexpr std::uint8_t kProtocolT0 = 0;
     if (!powered_) {
-        return {.message = refusal(message, kErrorIccMute)};
+        return {.message = error_reply(message, kErrorIccMute)};
     }
     const std::array<std::uint8_t, 5> t0{
         transmission_factors(atr_), // bmFindexDindex

@@ -13,7 +13,7 @@ namespace qaven::virtual_reader {
 
 // How the reader behaves beyond what the class leaves open.
 struct Behaviour {
-    // Answers a wrongly framed message with the class's error instead of making the best of it.
+    // Answers a malformed message with the error of the CCID class instead of executing it.
     bool strict = false;
     // Speed of the card's line in bit/s, which every byte to and from the card takes its time on;
     // 0: takes none.
@@ -48,7 +48,7 @@ class Slot {
     [[nodiscard]] IccStatus icc_status() const;
     [[nodiscard]] Bytes reply(const Message& to, std::uint8_t type, std::uint8_t last = 0,
                               std::span<const std::uint8_t> data = {}) const;
-    [[nodiscard]] Bytes refusal(const Message& to, std::uint8_t error) const;
+    [[nodiscard]] Bytes error_reply(const Message& to, std::uint8_t error) const;
     [[nodiscard]] std::chrono::nanoseconds line_time(std::size_t bytes) const;
     [[nodiscard]] std::optional<std::uint8_t> framing_error(const Message& message) const;
 

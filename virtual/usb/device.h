@@ -2,8 +2,8 @@
 // time on the other endpoints. Whoever plays the host controller (mocked usbfs, USB/IP) drives it
 // through virtual_usb::Port; the device knows neither transfers nor who listens.
 //
-// A device is driven from one thread at a time and reads no clock of its own: `now` is handed in,
-// and what it will only have later it announces with ready_at().
+// A device is driven from one thread at a time and has no clock: the caller passes `now`, and
+// ready_at() tells when the device will have data.
 #pragma once
 
 #include <chrono>
@@ -24,7 +24,7 @@ using TimePoint = Clock::time_point;
 // Numbered as Linux numbers the speed of a port.
 enum class Speed : std::uint8_t { kLow = 1, kFull = 2, kHigh = 3 };
 
-// The eight bytes in front of every control transfer.
+// The eight bytes that begin a control transfer (USB 2.0, 9.3).
 struct Setup {
     std::uint8_t request_type = 0;
     std::uint8_t request = 0;
@@ -40,6 +40,7 @@ inline constexpr std::size_t kSetupSize = 8;
 // The set-up bytes as they travel, multi-byte fields little-endian.
 [[nodiscard]] Setup parse_setup(std::span<const std::uint8_t, kSetupSize> bytes);
 
+// USB 2.0, 8.4.5.
 enum class Handshake : std::uint8_t {
     kAck,   // taken, or here is data
     kNak,   // nothing yet; ask again (see ready_at)
@@ -67,13 +68,13 @@ class Device {
     Device& operator=(Device&&) = delete;
     virtual ~Device() = default;
 
-    // 18 bytes.
+    // 18 bytes (USB 2.0, 9.6.1).
     [[nodiscard]] virtual Bytes device_descriptor() const = 0;
 
-    // The one configuration with all its interfaces, wTotalLength bytes.
+    // The one configuration with all its interfaces, wTotalLength bytes (USB 2.0, 9.6.3).
     [[nodiscard]] virtual Bytes configuration_descriptor() const = 0;
 
-    // Text of a string descriptor (index 1 and up); empty where there is none.
+    // Text of a string descriptor (USB 2.0, 9.6.7; index 1 and up); empty where there is none.
     [[nodiscard]] virtual std::string string(std::uint8_t index) const {
         static_cast<void>(index);
         return {};
@@ -97,7 +98,7 @@ class Device {
 
     // The device asks for more time for the message that comes next on this IN endpoint, which then
     // comes at `reply_at`. False if none is about to come, or one has begun.
-    virtual bool ask_for_time(std::uint8_t endpoint, TimePoint now, TimePoint reply_at) {
+    virtual bool request_time_extension(std::uint8_t endpoint, TimePoint now, TimePoint reply_at) {
         static_cast<void>(endpoint);
         static_cast<void>(now);
         static_cast<void>(reply_at);
@@ -114,7 +115,7 @@ class Device {
     // The cable was pulled: power is gone.
     virtual void unplugged() {}
 
-    // The next moment after `now` at which an endpoint that gives nak will have something without
+    // The next moment after `now` at which an endpoint that answers nak will have something without
     // being sent anything first; nothing: only the host can change that.
     [[nodiscard]] virtual std::optional<TimePoint> ready_at(TimePoint now) const {
         static_cast<void>(now);

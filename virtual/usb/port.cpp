@@ -8,6 +8,7 @@
 namespace qaven::virtual_usb {
 namespace {
 
+// Descriptor types, standard requests, recipients and features: USB 2.0, 9.4.
 constexpr std::uint8_t kDescriptorDevice = 1;
 constexpr std::uint8_t kDescriptorConfiguration = 2;
 constexpr std::uint8_t kDescriptorString = 3;
@@ -34,7 +35,7 @@ constexpr std::uint16_t kEnglishUs = 0x0409;
 
 constexpr std::uint64_t kEnumerationId = 1;
 
-// bmAttributes, which numbers the kinds in the order of the USB standard.
+// bmAttributes of an endpoint descriptor (USB 2.0, 9.6.6).
 TransferType transfer_type(std::uint8_t attributes) {
     constexpr std::array kKinds{TransferType::kControl, TransferType::kIsochronous,
                                 TransferType::kBulk, TransferType::kInterrupt};
@@ -151,16 +152,16 @@ int Port::submit(Urb urb, TimePoint now) {
     if (monitor_ != nullptr) {
         monitor_->submitted(urb);
     }
-    Flight flight;
-    flight.fault = fault_for(urb);
-    if (flight.fault && flight.fault->kind == FaultKind::kLate) {
+    Transfer transfer;
+    transfer.fault = fault_for(urb);
+    if (transfer.fault && transfer.fault->kind == FaultKind::kLate) {
         // The device is late, not the transfer: a host that gives up and tries again does not get
         // the reply sooner.
-        late_until_[urb.endpoint] = now + flight.fault->delay;
+        late_until_[urb.endpoint] = now + transfer.fault->delay;
     }
-    flight.urb = std::move(urb);
-    const bool pulled = flight.fault && flight.fault->kind == FaultKind::kUnplug;
-    queues_[queue_key(flight.urb)].push_back(std::move(flight));
+    transfer.urb = std::move(urb);
+    const bool pulled = transfer.fault && transfer.fault->kind == FaultKind::kUnplug;
+    queues_[queue_key(transfer.urb)].push_back(std::move(transfer));
     if (pulled) {
         unplug();
     } else {
@@ -171,8 +172,9 @@ int Port::submit(Urb urb, TimePoint now) {
 
 bool Port::discard(std::uint64_t id) {
     for (auto& [key, queue] : queues_) {
-        const auto found = std::find_if(queue.begin(), queue.end(),
-                                        [id](const Flight& flight) { return flight.urb.id == id; });
+        const auto found = std::find_if(queue.begin(), queue.end(), [id](const Transfer& transfer) {
+            return transfer.urb.id == id;
+        });
         if (found != queue.end()) {
             finish(*found, -ENOENT);
             queue.erase(found);
@@ -225,21 +227,21 @@ void Port::unplug() {
         return;
     }
     plugged_ = false;
-    end_flights(-ESHUTDOWN);
+    end_transfers(-ESHUTDOWN);
     device_.unplugged();
 }
 
-void Port::end_flights(int status) {
+void Port::end_transfers(int status) {
     for (auto& [key, queue] : queues_) {
-        for (auto& flight : queue) {
-            finish(flight, status);
+        for (auto& transfer : queue) {
+            finish(transfer, status);
         }
         queue.clear();
     }
 }
 
 void Port::reset() {
-    end_flights(-ENOENT);
+    end_transfers(-ENOENT);
     set_configuration(0);
 }
 
@@ -296,15 +298,15 @@ std::set<std::uint8_t> Port::interfaces() const {
     return numbers;
 }
 
-bool Port::finish(Flight& flight, int status) {
-    if (flight.fault && flight.fault->kind == FaultKind::kExtension) {
-        faults_.push_back(*flight.fault); // no message began: it is for one of the next transfers
+bool Port::finish(Transfer& transfer, int status) {
+    if (transfer.fault && transfer.fault->kind == FaultKind::kExtension) {
+        faults_.push_back(*transfer.fault); // no message began: it is for one of the next transfers
     }
     Completion completion;
     completion.status = status;
-    completion.actual = flight.urb.in() ? flight.received.size() : flight.sent;
-    completion.data = std::move(flight.received);
-    completion.urb = std::move(flight.urb);
+    completion.actual = transfer.urb.in() ? transfer.received.size() : transfer.sent;
+    completion.data = std::move(transfer.received);
+    completion.urb = std::move(transfer.urb);
     if (monitor_ != nullptr) {
         monitor_->completed(completion);
     }
@@ -312,106 +314,106 @@ bool Port::finish(Flight& flight, int status) {
     return true;
 }
 
-bool Port::step(Flight& flight, TimePoint now) {
-    if (flight.fault && flight.fault->kind == FaultKind::kTimeout) {
+bool Port::step(Transfer& transfer, TimePoint now) {
+    if (transfer.fault && transfer.fault->kind == FaultKind::kTimeout) {
         return false;
     }
-    if (flight.urb.type == TransferType::kControl) {
-        return step_control(flight, now);
+    if (transfer.urb.type == TransferType::kControl) {
+        return step_control(transfer, now);
     }
-    if (const auto late = late_until_.find(flight.urb.endpoint);
+    if (const auto late = late_until_.find(transfer.urb.endpoint);
         late != late_until_.end() && now < late->second) {
         return false;
     }
-    if (flight.fault && flight.fault->kind == FaultKind::kHalt) {
-        halted_.insert(flight.urb.endpoint);
+    if (transfer.fault && transfer.fault->kind == FaultKind::kHalt) {
+        halted_.insert(transfer.urb.endpoint);
     }
-    if (halted_.contains(flight.urb.endpoint) ||
-        (flight.fault && flight.fault->kind == FaultKind::kStall)) {
-        return finish(flight, -EPIPE);
+    if (halted_.contains(transfer.urb.endpoint) ||
+        (transfer.fault && transfer.fault->kind == FaultKind::kStall)) {
+        return finish(transfer, -EPIPE);
     }
-    return flight.urb.in() ? step_in(flight, now) : step_out(flight, now);
+    return transfer.urb.in() ? step_in(transfer, now) : step_out(transfer, now);
 }
 
-bool Port::step_control(Flight& flight, TimePoint now) {
-    const Setup setup = parse_setup(flight.urb.setup);
+bool Port::step_control(Transfer& transfer, TimePoint now) {
+    const Setup setup = parse_setup(transfer.urb.setup);
     auto reply = standard_request(setup);
     if (!reply) {
-        reply = device_.control(setup, flight.urb.data, now);
+        reply = device_.control(setup, transfer.urb.data, now);
     }
     switch (reply->handshake) {
     case Handshake::kNak:
         return false;
     case Handshake::kStall:
-        return finish(flight, -EPIPE);
+        return finish(transfer, -EPIPE);
     case Handshake::kAck:
         break;
     }
     if (setup.device_to_host()) {
-        reply->data.resize(std::min(reply->data.size(), flight.urb.length));
-        flight.received = std::move(reply->data);
+        reply->data.resize(std::min(reply->data.size(), transfer.urb.length));
+        transfer.received = std::move(reply->data);
     } else {
-        flight.sent = flight.urb.data.size();
+        transfer.sent = transfer.urb.data.size();
     }
-    return finish(flight, 0);
+    return finish(transfer, 0);
 }
 
-bool Port::step_out(Flight& flight, TimePoint now) {
-    const std::size_t max_packet = endpoints_.at(flight.urb.endpoint).max_packet;
-    const std::span<const std::uint8_t> data(flight.urb.data);
-    while (!flight.all_sent) {
+bool Port::step_out(Transfer& transfer, TimePoint now) {
+    const std::size_t max_packet = endpoints_.at(transfer.urb.endpoint).max_packet;
+    const std::span<const std::uint8_t> data(transfer.urb.data);
+    while (!transfer.all_sent) {
         const auto packet =
-            data.subspan(flight.sent, std::min(max_packet, data.size() - flight.sent));
-        const Handshake handshake = device_.out(flight.urb.endpoint, packet, now);
+            data.subspan(transfer.sent, std::min(max_packet, data.size() - transfer.sent));
+        const Handshake handshake = device_.out(transfer.urb.endpoint, packet, now);
         if (handshake == Handshake::kNak) {
             return false;
         }
         if (handshake == Handshake::kStall) {
-            halted_.insert(flight.urb.endpoint);
-            return finish(flight, -EPIPE);
+            halted_.insert(transfer.urb.endpoint);
+            return finish(transfer, -EPIPE);
         }
-        flight.sent += packet.size();
-        flight.all_sent =
-            packet.size() < max_packet || (flight.sent == data.size() && !flight.urb.zero_packet);
+        transfer.sent += packet.size();
+        transfer.all_sent = packet.size() < max_packet ||
+                            (transfer.sent == data.size() && !transfer.urb.zero_packet);
     }
-    return finish(flight, 0);
+    return finish(transfer, 0);
 }
 
-bool Port::step_in(Flight& flight, TimePoint now) {
-    const std::size_t max_packet = endpoints_.at(flight.urb.endpoint).max_packet;
-    if (flight.fault && flight.fault->kind == FaultKind::kExtension &&
-        device_.ask_for_time(flight.urb.endpoint, now, now + flight.fault->delay)) {
-        flight.fault.reset();
+bool Port::step_in(Transfer& transfer, TimePoint now) {
+    const std::size_t max_packet = endpoints_.at(transfer.urb.endpoint).max_packet;
+    if (transfer.fault && transfer.fault->kind == FaultKind::kExtension &&
+        device_.request_time_extension(transfer.urb.endpoint, now, now + transfer.fault->delay)) {
+        transfer.fault.reset();
     }
     while (true) {
-        Reply reply = device_.in(flight.urb.endpoint, now);
+        Reply reply = device_.in(transfer.urb.endpoint, now);
         if (reply.handshake == Handshake::kNak) {
             return false;
         }
         if (reply.handshake == Handshake::kStall) {
-            halted_.insert(flight.urb.endpoint);
-            return finish(flight, -EPIPE);
+            halted_.insert(transfer.urb.endpoint);
+            return finish(transfer, -EPIPE);
         }
-        if (flight.fault && flight.fault->kind == FaultKind::kCutShort) {
+        if (transfer.fault && transfer.fault->kind == FaultKind::kCutShort) {
             reply.data.resize(reply.data.size() / 2);
         }
-        if (flight.fault && flight.fault->kind == FaultKind::kGarbage) {
+        if (transfer.fault && transfer.fault->kind == FaultKind::kGarbage) {
             make_garbage(reply.data);
         }
-        const std::size_t room = flight.urb.length - flight.received.size();
-        const bool babble = flight.fault && flight.fault->kind == FaultKind::kOverflow;
+        const std::size_t room = transfer.urb.length - transfer.received.size();
+        const bool babble = transfer.fault && transfer.fault->kind == FaultKind::kOverflow;
         const bool short_packet = reply.data.size() < max_packet;
         const bool too_much = reply.data.size() > room;
         reply.data.resize(std::min(reply.data.size(), room));
-        flight.received.insert(flight.received.end(), reply.data.begin(), reply.data.end());
+        transfer.received.insert(transfer.received.end(), reply.data.begin(), reply.data.end());
         if (too_much || babble) {
-            return finish(flight, -EOVERFLOW);
+            return finish(transfer, -EOVERFLOW);
         }
-        if (flight.received.size() == flight.urb.length) {
-            return finish(flight, 0);
+        if (transfer.received.size() == transfer.urb.length) {
+            return finish(transfer, 0);
         }
         if (short_packet) {
-            return finish(flight, flight.urb.short_not_ok ? -EREMOTEIO : 0);
+            return finish(transfer, transfer.urb.short_not_ok ? -EREMOTEIO : 0);
         }
     }
 }

@@ -2,7 +2,7 @@
 // device and back, completions come out. This is what a kernel does between a host program and the
 // cable; mocked usbfs and USB/IP both stand on it.
 //
-// Not thread-safe: the owner serialises calls and hands in the time.
+// Not thread-safe: the owner serialises calls and passes the time.
 #pragma once
 
 #include "virtual/usb/device.h"
@@ -68,7 +68,8 @@ class Port {
     // The device must outlive the port; a monitor too, if there is one.
     explicit Port(Device& device, PortMonitor* monitor = nullptr, std::vector<Fault> faults = {});
 
-    // Plug in: reset, descriptors read, configuration chosen, as a host does with every new device.
+    // Plug in: reset, descriptors read, configuration set, as a host enumerates a device (USB 2.0,
+    // 9.1.2).
     void enumerate(TimePoint now);
 
     // 0, or a negative errno value: -ENODEV after an unplug, -ENOENT for an endpoint the device
@@ -76,14 +77,14 @@ class Port {
     int submit(Urb urb, TimePoint now);
 
     // Takes a transfer back: it completes with -ENOENT and what had moved so far. False if it is
-    // not (or no longer) in flight. What waited behind it moves with the next advance().
+    // not (or no longer) in flight. What waited for it moves with the next advance().
     bool discard(std::uint64_t id);
 
     // Moves what can move.
     void advance(TimePoint now);
 
-    // When advance() should be called again although the host has sent nothing. What has become due
-    // since it was called last is told too: whoever asks later than that would else wait for ever.
+    // When advance() should be called again although the host has sent nothing. Includes what has
+    // become due since the last call, or the owner would wait for ever.
     [[nodiscard]] std::optional<TimePoint> wake() const;
 
     // Every transfer in flight completes with -ESHUTDOWN; at a reset, with -ENOENT.
@@ -97,8 +98,10 @@ class Port {
     // Starts the device's endpoints anew, as a reset does (USB 2.0, 9.1.1.5). False if there is no
     // such configuration.
     bool set_configuration(std::uint8_t value);
+    // USB 2.0, 9.4.5.
     void clear_halt(std::uint8_t endpoint);
-    // False if there is no such interface and alternate setting.
+    // Resets the interface's endpoints (USB 2.0, 9.4.10). False if there is no such interface and
+    // alternate setting.
     bool set_interface(std::uint8_t interface, std::uint8_t alternate);
 
     // The interface that has this endpoint.
@@ -116,7 +119,7 @@ class Port {
         TransferType type = TransferType::kBulk;
         std::size_t max_packet = 0;
     };
-    struct Flight {
+    struct Transfer {
         Urb urb;
         Bytes received;
         std::size_t sent = 0;
@@ -125,15 +128,15 @@ class Port {
     };
 
     void read_configuration();
-    void end_flights(int status);
+    void end_transfers(int status);
     std::optional<Fault> fault_for(const Urb& urb);
-    bool step(Flight& flight, TimePoint now);
-    bool step_control(Flight& flight, TimePoint now);
-    bool step_out(Flight& flight, TimePoint now);
-    bool step_in(Flight& flight, TimePoint now);
+    bool step(Transfer& transfer, TimePoint now);
+    bool step_control(Transfer& transfer, TimePoint now);
+    bool step_out(Transfer& transfer, TimePoint now);
+    bool step_in(Transfer& transfer, TimePoint now);
     std::optional<Reply> standard_request(const Setup& setup);
     Reply descriptor(const Setup& setup) const;
-    bool finish(Flight& flight, int status);
+    bool finish(Transfer& transfer, int status);
 
     Device& device_;
     PortMonitor* monitor_;
@@ -146,8 +149,8 @@ class Port {
     std::map<std::uint8_t, EndpointInfo> endpoints_;
     std::set<std::pair<std::uint8_t, std::uint8_t>> settings_; // interface, alternate setting
     std::set<std::uint8_t> halted_;
-    std::map<std::uint8_t, TimePoint> late_until_;      // endpoints that move nothing before
-    std::map<std::uint8_t, std::deque<Flight>> queues_; // by endpoint address, control under 0
+    std::map<std::uint8_t, TimePoint> late_until_;        // endpoints that move nothing before
+    std::map<std::uint8_t, std::deque<Transfer>> queues_; // by endpoint address, control under 0
     std::deque<Completion> completions_;
 };
 
