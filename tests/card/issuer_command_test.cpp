@@ -113,8 +113,7 @@ TEST_F(IssuerCommand, ExplainsItselfWhenItIsUsedWrongly) {
           "answer --script-id 12 --arqc " + request + profile_option}) {
         const Outcome outcome = run_issuer(arguments);
         EXPECT_EQ(outcome.exit_status, 2) << arguments;
-        EXPECT_THAT(outcome.output, EndsWith(".\n'qaven-issuer --help' tells what there is.\n"))
-            << arguments;
+        EXPECT_THAT(outcome.output, EndsWith(".\nTry 'qaven-issuer --help'.\n")) << arguments;
         EXPECT_EQ(std::ranges::count(outcome.output, '\n'), 2) << arguments;
     }
 }

@@ -203,11 +203,11 @@ TEST(CardResults, AreToldInWords) {
               (std::vector<std::string>{"first cryptogram: ARQC",
                                         "second cryptogram not requested yet"}));
     EXPECT_EQ(virtual_issuer::describe({0x03, 0x68, 0x80, 0x28}),
-              (std::vector<std::string>{"first cryptogram: ARQC", "second cryptogram: TC",
-                                        "issuer authentication failed",
-                                        "the online transaction before was not completed",
-                                        "a script command failed in the transaction before",
-                                        "2 script command(s) received in the transaction before"}));
+              (std::vector<std::string>{
+                  "first cryptogram: ARQC", "second cryptogram: TC", "issuer authentication failed",
+                  "the previous online transaction was not completed",
+                  "a script command failed in the previous transaction",
+                  "2 script command(s) received in the previous transaction"}));
 }
 
 TEST(CardResults, TellAWrongPinFromAVerifiedOne) {

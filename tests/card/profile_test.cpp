@@ -207,8 +207,7 @@ TEST(BadProfile, NamesThePlaceOfTheMistake) {
     EXPECT_EQ(complaint(debit_with("\"blocked\": false", "\"blocked\": \"no\"")),
               "cannot be used. The profile, applications 1: \"blocked\" has to be true or false.");
     EXPECT_EQ(complaint(debit_with("\"card_blocked\"", "\"cardblocked\"")),
-              "cannot be used. The profile: \"cardblocked\" is not an entry that a profile has "
-              "here.");
+              "cannot be used. The profile: \"cardblocked\" is an unknown entry.");
     EXPECT_EQ(complaint(debit_with("\"direct\"", "\"t1\"")),
               "cannot be used. The profile: \"transmission\" has to be \"direct\" or "
               "\"get-response\".");

@@ -138,7 +138,7 @@ TEST_F(Launcher, SaysThatItNeedsProc) {
         GTEST_SKIP() << "this kernel lets no user hide /proc: " << output();
     }
     EXPECT_EQ(shell(without_proc + shell_word(echo_reader) + " run -- true"), 125);
-    EXPECT_NE(output().find("without /proc"), std::string::npos) << output();
+    EXPECT_NE(output().find("run needs /proc"), std::string::npos) << output();
     EXPECT_EQ(shell("echo quit | " + without_proc + shell_word(echo_reader) +
                     " usbip --listen 127.0.0.1:0"),
               0)
@@ -155,7 +155,7 @@ TEST_F(Launcher, TellsACommandThatIsMissingFromOneThatIsNoProgram) {
 TEST_F(Launcher, ExplainsItselfToWhoMisusesIt) {
     EXPECT_EQ(run("--slot 9", "true"), 2);
     EXPECT_EQ(output(), "qaven-virtual-reader: --slot takes 1, 2 or none, not '9'\n"
-                        "'qaven-virtual-reader --help' tells what there is.\n");
+                        "Try 'qaven-virtual-reader --help'.\n");
     EXPECT_EQ(run("--idcard unknown", "true"), 2);
     EXPECT_EQ(run("--profile nobody", "true"), 125);
     EXPECT_NE(output().find("there is no card profile 'nobody'"), std::string::npos);
@@ -252,8 +252,8 @@ TEST_F(Launcher, ServesHostsAndObeysLinesUntilItIsToldToQuit) {
                         "ok\n"
                         "ok\n"
                         "ok\n"
-                        "error: the lines are: plug [BUSID], unplug [BUSID], card in, card out, "
-                        "fault after=N:KIND, status, quit\n"
+                        "error: unknown command; try plug [BUSID], unplug [BUSID], card in, card "
+                        "out, fault after=N:KIND, status or quit\n"
                         "ok\n");
 }
 
@@ -291,7 +291,7 @@ TEST_F(Launcher, DoesNotPassWhenNobodyGotItsHelp) {
 
 TEST_F(Launcher, TakesNoNameForAnAddress) {
     EXPECT_EQ(shell(shell_word(echo_reader) + " usbip --listen localhost:0 </dev/null"), 2);
-    EXPECT_NE(output().find("--listen takes an address in numbers, such as 127.0.0.1 or [::1], "
+    EXPECT_NE(output().find("--listen needs a numeric IP address, such as 127.0.0.1 or [::1], "
                             "not 'localhost'\n"),
               std::string::npos);
 }

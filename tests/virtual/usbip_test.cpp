@@ -788,7 +788,7 @@ TEST_F(HandOnTheDesk, PullsTheReaderOutAndPlugsItIn) {
     EXPECT_EQ(commands_.execute("status"),
               (std::vector<std::string>{"1-1 2F7A:4417 unplugged", "ok"}));
     EXPECT_EQ(last("plug 1-1"), "ok");
-    EXPECT_EQ(last("plug"), "error: 1-1 is plugged in already");
+    EXPECT_EQ(last("plug"), "error: 1-1 is already plugged in");
     EXPECT_EQ(commands_.execute("status"),
               (std::vector<std::string>{"1-1 2F7A:4417 on offer", "ok"}));
     EXPECT_EQ(last("plug 1-9"), "error: there is no device 1-9");
@@ -798,10 +798,10 @@ TEST_F(HandOnTheDesk, TakesTheCardOutAndPutsItIn) {
     EXPECT_TRUE(devices_.reader()->card_present(2));
     EXPECT_EQ(last("card out"), "ok");
     EXPECT_FALSE(devices_.reader()->card_present(2));
-    EXPECT_EQ(last("card out"), "error: the card is out already");
+    EXPECT_EQ(last("card out"), "error: the card is already out");
     EXPECT_EQ(last("  card   in "), "ok");
     EXPECT_TRUE(devices_.reader()->card_present(2));
-    EXPECT_EQ(last("card in"), "error: the card is in already");
+    EXPECT_EQ(last("card in"), "error: the card is already in");
 }
 
 TEST_F(HandOnTheDesk, ArrangesFaults) {
@@ -811,7 +811,7 @@ TEST_F(HandOnTheDesk, ArrangesFaults) {
 
 TEST_F(HandOnTheDesk, ExplainsWhatItUnderstands) {
     for (const auto* const line : {"", "card", "card up", "plug 1-1 1-2", "quit now", "dance"}) {
-        EXPECT_EQ(last(line).substr(0, 21), "error: the lines are:") << line;
+        EXPECT_EQ(last(line).substr(0, 22), "error: unknown command") << line;
     }
     EXPECT_FALSE(commands_.quitting());
     EXPECT_EQ(last("quit"), "ok");
@@ -871,9 +871,9 @@ TEST_F(VhciFolder, WhatIsMissingIsNamed) {
     };
     EXPECT_NE(complaint().find("load the kernel module vhci-hcd"), std::string::npos);
     status("hs  0000 006 002 00010002 000003 1-1\n");
-    EXPECT_EQ(complaint(), "every port of vhci-hcd is taken");
+    EXPECT_EQ(complaint(), "vhci-hcd has no free port");
     status("hs  0000 004 000 00000000 000000 0-0\n");
-    EXPECT_NE(complaint().find("cannot attach by"), std::string::npos);
+    EXPECT_NE(complaint().find("cannot attach through"), std::string::npos);
 }
 
 } // namespace

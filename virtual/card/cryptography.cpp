@@ -240,7 +240,7 @@ Hash hash_sha1(ByteView data) {
 Bytes random_bytes(std::size_t count) {
     Bytes bytes(count);
     if (RAND_bytes(bytes.data(), static_cast<int>(count)) != 1) {
-        throw std::runtime_error("No random numbers can be had.");
+        throw std::runtime_error("No random numbers are available.");
     }
     return bytes;
 }

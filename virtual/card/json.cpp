@@ -165,7 +165,7 @@ void JsonObject::finish() const {
     const cJSON* item = nullptr;
     cJSON_ArrayForEach(item, object_) {
         if (!read_.contains(item->string)) {
-            complain(item->string, "is not an entry that a profile has here");
+            complain(item->string, "is an unknown entry");
         }
     }
 }

@@ -51,7 +51,7 @@ struct BinaryFile {
     Bytes content;
 };
 
-// What the card remembers of the transaction before, for the CVR of the next one.
+// What the card remembers of the previous transaction, for the CVR of the next one.
 struct LastTransaction {
     bool online_not_completed = false;
     bool issuer_authentication_failed = false;

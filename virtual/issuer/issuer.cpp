@@ -86,8 +86,9 @@ Issuer::Session Issuer::open_session(const Field55& field) const {
     const Bytes& iad = field.require(kTag9F10Iad, card::kIadSize);
     const Bytes& atc = field.require(kTag9F36Atc, 2);
     if (iad[0] != card::kIadSize - 1 || iad[card::kIadCvrAt] != card::kCvrSize - 1) {
-        throw std::runtime_error("The issuer application data (9F10) is not built as this issuer's "
-                                 "cards build it.");
+        throw std::runtime_error(
+            "The issuer application data (9F10) does not have the layout of this "
+            "issuer's cards.");
     }
     Session session;
     session.algorithm = read_algorithm(iad);
@@ -135,8 +136,8 @@ Verdict Issuer::judge(const Field55& field, CryptogramKind kind) const {
         verdict.reason = "The cryptogram is not the one that follows from the card data.";
     } else if (!right_kind) {
         verdict.reason = kind == CryptogramKind::kRequest
-                             ? "The cryptogram is genuine, but it is no ARQC."
-                             : "The cryptogram is genuine, but it is no TC.";
+                             ? "The cryptogram is genuine, but it is not an ARQC."
+                             : "The cryptogram is genuine, but it is not a TC.";
     } else {
         verdict.verified = true;
         verdict.reason = "The cryptogram is the one that follows from the card data.";

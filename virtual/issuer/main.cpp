@@ -30,11 +30,11 @@ constexpr std::string_view kUsage =
     "qaven-issuer answer    --profile NAME|FILE --arqc HEX [--arc CC] [--script COMMAND]...\n"
     "                       [--template 71|72] [--script-id HEX] [--wrong-arpc] [--wrong-mac]\n"
     "\n"
-    "verify and verify-tc list the objects of the card data and say whether the cryptogram is\n"
-    "genuine (exit status 0) or not (1); 2 means that there was nothing to judge. answer prints\n"
-    "the issuer's response as hex text: tag 91 and, with --script, a script template. --profile\n"
-    "names the card profile that holds the issuer keys, a shipped one or a file, --arc the two\n"
-    "characters of the response code (00). Script commands:\n"
+    "verify and verify-tc list the data objects and verify the cryptogram: exit status 0 if it is\n"
+    "genuine, 1 if it is not, 2 if the arguments, the profile or the card data are invalid.\n"
+    "answer prints the issuer's response as hex: tag 91 and, with --script, a script template.\n"
+    "--profile is the card profile with the issuer keys, a shipped one or a file, --arc the two\n"
+    "characters of the response code (default 00). Script commands:\n"
     "  application-block  application-unblock  card-block  pin-unblock  pin-change=DIGITS\n"
     "  put-data=TAG:VALUE  update-record=SFI:NUMBER:RECORD  plain=COMMAND (sent without MAC)\n";
 
@@ -102,7 +102,7 @@ Options read_options(const std::vector<std::string_view>& arguments) {
     Options options;
     options.verb = arguments.empty() ? "" : arguments.front();
     if (options.verb != "verify" && options.verb != "verify-tc" && options.verb != "answer") {
-        throw std::invalid_argument("The first word has to be verify, verify-tc or answer.");
+        throw std::invalid_argument("The verb has to be verify, verify-tc or answer.");
     }
     const std::string_view card_data_name = options.verb == "verify-tc" ? "--tc" : "--arqc";
     for (std::size_t at = 1; at < arguments.size(); ++at) {
@@ -114,8 +114,8 @@ Options read_options(const std::vector<std::string_view>& arguments) {
         } else if (name == "--json" && options.verb != "answer") {
             options.json = true;
         } else if (options.verb != "answer" || !read_answer_option(options, arguments, at)) {
-            throw std::invalid_argument(std::string(name) + " is not an option of " + options.verb +
-                                        ".");
+            throw std::invalid_argument("Unknown option " + std::string(name) + " of " +
+                                        options.verb + ".");
         }
     }
     if (options.profile.empty() || options.card_data.empty()) {
@@ -211,14 +211,13 @@ int main(int argc, char** argv) {
     try {
         const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(1);
         const int status = choose({words.begin(), words.end()});
-        // What could not be written has not been said.
         if (!std::cout.flush()) {
             std::cerr << "cannot write to standard output\n";
             return status == kExitVerified ? kExitNotWritten : status;
         }
         return status;
     } catch (const std::invalid_argument& error) {
-        std::cerr << error.what() << "\n'qaven-issuer --help' tells what there is.\n";
+        std::cerr << error.what() << "\nTry 'qaven-issuer --help'.\n";
         return kExitNoVerdict;
     } catch (const std::exception& error) {
         std::cerr << error.what() << '\n';

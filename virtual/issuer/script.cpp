@@ -143,7 +143,7 @@ ScriptCommand parse_script_command(std::string_view text) {
     if (name == "plain") {
         return plain(text, argument);
     }
-    refuse(text, "is not known");
+    refuse(text, "is unknown");
 }
 
 std::vector<std::string> describe(const card::Cvr& results) {
@@ -174,14 +174,15 @@ std::vector<std::string> describe(const card::Cvr& results) {
         {cvr::kOutcomeByte, cvr::kPinVerificationFailed, "PIN was wrong"},
         {cvr::kOutcomeByte, cvr::kUnableToGoOnline, "terminal could not go online"},
         {cvr::kHistoryByte, cvr::kLastOnlineNotCompleted,
-         "the online transaction before was not completed"},
+         "the previous online transaction was not completed"},
         {cvr::kHistoryByte, cvr::kPinTryLimitExceeded, "no PIN tries left"},
         {cvr::kHistoryByte, cvr::kNewCard, "new card"},
         {cvr::kHistoryByte, cvr::kLastIssuerAuthenticationFailed,
-         "issuer authentication failed in the transaction before"},
+         "issuer authentication failed in the previous transaction"},
         {cvr::kHistoryByte, cvr::kLastIssuerAuthenticationMissing,
-         "no issuer authentication in the transaction before"},
-        {cvr::kScriptByte, cvr::kScriptFailed, "a script command failed in the transaction before"},
+         "no issuer authentication in the previous transaction"},
+        {cvr::kScriptByte, cvr::kScriptFailed,
+         "a script command failed in the previous transaction"},
         {cvr::kScriptByte, cvr::kDynamicDataSigned, "dynamic data signed by the card"},
     }};
     for (const Bit& bit : bits) {
@@ -192,7 +193,7 @@ std::vector<std::string> describe(const card::Cvr& results) {
     const unsigned count = results[cvr::kScriptByte] >> cvr::kScriptCountShift;
     if (count > 0) {
         phrases.push_back(std::to_string(count) +
-                          " script command(s) received in the transaction before");
+                          " script command(s) received in the previous transaction");
     }
     return phrases;
 }

@@ -22,7 +22,7 @@ DeviceSet::DeviceSet(const Options& options, const DeviceFactory& factory) {
     if (options.idcard) {
         idcard_ = factory.idcard(*options.idcard);
         if (!idcard_) {
-            throw UsageError("there is no identity card of kind '" + *options.idcard + "'");
+            throw UsageError("unknown kind of identity card '" + *options.idcard + "'");
         }
     }
     if (options.capture) {

@@ -67,8 +67,7 @@ void admit_preload_to_sanitizers() {
     admit_preload_to_sanitizers();
     constexpr const char* kOwnProgram = "/proc/self/exe";
     if (access(kOwnProgram, X_OK) != 0) {
-        throw std::runtime_error("umockdev finds no devices without /proc, which is not there; the "
-                                 "verb usbip does without");
+        throw std::runtime_error("run needs /proc, which is not mounted; usbip works without it");
     }
     execv(kOwnProgram, argv);
     throw std::system_error(errno, std::generic_category(), "cannot start again");
@@ -241,7 +240,7 @@ int launch(int argc, char** argv, const DeviceFactory& factory) {
     } catch (const UsageError& error) {
         std::fprintf(stderr,
                      "qaven-virtual-reader: %s\n"
-                     "'qaven-virtual-reader --help' tells what there is.\n",
+                     "Try 'qaven-virtual-reader --help'.\n",
                      error.what());
         return kExitUsage;
     } catch (const std::exception& error) {

@@ -242,7 +242,7 @@ void MockedUsbfs::Hub::insert_again(PortSlot& slot) {
     try {
         insert(slot);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "the device does not come back: %s\n", error.what());
+        std::fprintf(stderr, "cannot plug the device in again: %s\n", error.what());
     }
 }
 

@@ -93,13 +93,13 @@ const std::map<std::string, Setting, std::less<>>& settings() {
     return kTable;
 }
 
-// Options that one of the verbs knows nothing of.
+// Options that one of the verbs does not have.
 void refuse(std::span<const std::string> words, std::initializer_list<std::string_view> options,
             const std::string& verb) {
     for (const auto& word : words) {
         const std::string_view name = std::string_view(word).substr(0, word.find('='));
         if (std::ranges::find(options, name) != options.end()) {
-            throw UsageError(verb + " has no option " + std::string(name));
+            throw UsageError(verb + " does not take " + std::string(name));
         }
     }
 }
@@ -110,14 +110,14 @@ Options parse_options(std::span<const char* const> arguments) {
     Options options;
     const std::vector<std::string> words(arguments.begin(), arguments.end());
     if (words.empty()) {
-        throw UsageError("what is it to do?");
+        throw UsageError("missing verb: run or usbip");
     }
     if (words.front() == "--help") {
         options.help = true;
         return options;
     }
     if (words.front() != "run" && words.front() != "usbip") {
-        throw UsageError("'" + words.front() + "' is no verb of this program");
+        throw UsageError("unknown verb '" + words.front() + "'");
     }
     options.usbip = words.front() == "usbip";
     std::size_t at = 1;
@@ -134,11 +134,11 @@ Options parse_options(std::span<const char* const> arguments) {
         }
         const auto setting = settings().find(name);
         if (setting == settings().end()) {
-            throw UsageError("'" + words[at] + "' is no option; the command comes after --");
+            throw UsageError("unknown option '" + words[at] + "'; put the command after --");
         }
         if (!value) {
             if (at + 1 >= words.size()) {
-                throw UsageError(name + " lacks its value");
+                throw UsageError(name + " needs a value");
             }
             value = words[++at];
         }
@@ -151,7 +151,7 @@ Options parse_options(std::span<const char* const> arguments) {
     if (options.usbip) {
         refuse(given, {"--driver", "--hold"}, "usbip");
         if (at < words.size()) {
-            throw UsageError("usbip runs no command");
+            throw UsageError("usbip takes no command");
         }
         if (options.attach) {
             refuse(given, {"--listen"}, "usbip --attach");
@@ -160,7 +160,7 @@ Options parse_options(std::span<const char* const> arguments) {
     }
     refuse(given, {"--attach", "--listen"}, "run");
     if (at + 1 >= words.size()) {
-        throw UsageError("there is no command after --");
+        throw UsageError("missing command after --");
     }
     options.command.assign(words.begin() + static_cast<std::ptrdiff_t>(at) + 1, words.end());
     return options;
@@ -170,36 +170,36 @@ std::string usage_text() {
     return R"(usage: qaven-virtual-reader run [options] -- COMMAND ARGS
        qaven-virtual-reader usbip [--listen ADDR:PORT | --attach] [options]
 
-run: runs COMMAND on a machine whose USB bus holds a virtual bank-card reader (2F7A:4417) with a
-virtual card in it. The exit status is that of COMMAND, 128 + n if signal n ended it.
+run: runs COMMAND with a virtual bank-card reader (2F7A:4417) on its USB bus and a virtual card in
+the reader. The exit status is that of COMMAND, or 128 + n if signal n ended it.
 
-usbip: serves the same reader over USB/IP until a signal or the line "quit" ends it. Lines on
-standard input move things: unplug, plug, card out, card in, fault after=N:KIND, status.
+usbip: serves the same reader over USB/IP until a signal or the command "quit" ends it. Commands on
+standard input: unplug, plug, card out, card in, fault after=N:KIND, status, quit.
 
-  --listen ADDR:PORT      where a host can come to (default 127.0.0.1:3240), for
-                          "usbip attach -r ADDR -b 1-1" on it; ADDR is in numbers, no name
-  --attach                plugs the reader into this machine, which needs the kernel module vhci-hcd
-                          and a user who may write to its files in sysfs
+  --listen ADDR:PORT      address to listen on (default 127.0.0.1:3240); a host attaches the reader
+                          with "usbip attach -r ADDR -b 1-1"; ADDR must be a numeric IP address
+  --attach                plugs the reader into this machine; needs the kernel module vhci-hcd and
+                          write permission for its files in sysfs
 
 Both verbs:
 
   --slot 1|2|none         the slot that holds the card (default 2)
   --profile NAME|FILE     the card: a shipped profile's name or a profile file (default debit)
-  --driver NAME           (run) a kernel driver of this name is bound to the reader's slots
-  --hold                  (run) another program holds the reader's slots
-  --no-reader             no bank-card reader at all
-  --second                a second reader, without a card
-  --strict                wrongly framed messages are answered with the CCID class's errors
+  --driver NAME           (run) binds a kernel driver of this name to the reader's slots
+  --hold                  (run) another program has claimed the reader's slots
+  --no-reader             no bank-card reader
+  --second                adds a second reader, without a card
+  --strict                malformed messages get the CCID-defined error
   --pcap FILE             capture of the USB traffic, for Wireshark (pcapng)
-  --fault after=N:KIND    after N bulk transfers one goes wrong; KIND is timeout, stall (this
+  --fault after=N:KIND    injects a fault after N bulk transfers; KIND is timeout, stall (this
                           transfer), halt (until cleared), unplug, overflow, short, garbage, late
                           or late=MS, extension or extension=MS; may be given several times
   --replug-after MS       an unplugged reader comes back after MS milliseconds
   --remove-card-after N   the card is taken out after N command APDUs
-  --speed BAUD            the card's line takes its time: BAUD bit/s (default: none)
-  --save FILE             writes the card as it is at the end, as a profile
-  --idcard KIND           an identity-card reader (2F7A:4463) too; KIND is resident, foreign, hmt or
-                          none
+  --speed BAUD            speed of the card's line in bit/s (default: no delay)
+  --save FILE             saves the card as a profile at the end
+  --idcard KIND           adds an identity-card reader (2F7A:4463); KIND is resident, foreign, hmt
+                          or none
   --help                  this text
 )";
 }

@@ -13,7 +13,7 @@
 
 namespace qaven::virtual_plug {
 
-// Where USB/IP hosts come to.
+// The address that USB/IP hosts connect to.
 struct ListenAddress {
     std::string host = "127.0.0.1";
     unsigned port = 3240;

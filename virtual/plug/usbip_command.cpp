@@ -51,7 +51,7 @@ Fd listen_at(const ListenAddress& address) {
     const int error =
         getaddrinfo(address.host.c_str(), std::to_string(address.port).c_str(), &hints, &found);
     if (error == EAI_NONAME) {
-        throw UsageError("--listen takes an address in numbers, such as 127.0.0.1 or [::1], not '" +
+        throw UsageError("--listen needs a numeric IP address, such as 127.0.0.1 or [::1], not '" +
                          address.host + "'");
     }
     if (error != 0) {
@@ -210,8 +210,9 @@ std::vector<std::string> ControlCommands::dispatch(const std::vector<std::string
     } else if (words.size() == 1 && verb == "quit") {
         quitting_ = true;
     } else {
-        throw std::runtime_error("the lines are: plug [BUSID], unplug [BUSID], card in, card out, "
-                                 "fault after=N:KIND, status, quit");
+        throw std::runtime_error(
+            "unknown command; try plug [BUSID], unplug [BUSID], card in, card out, "
+            "fault after=N:KIND, status or quit");
     }
     return {};
 }
@@ -222,7 +223,7 @@ void ControlCommands::move_card(bool in) {
     }
     virtual_reader::Reader& reader = *devices_.reader();
     if (reader.card_present(slot_) == in) {
-        throw std::runtime_error(in ? "the card is in already" : "the card is out already");
+        throw std::runtime_error(in ? "the card is already in" : "the card is already out");
     }
     if (in) {
         reader.insert_card(slot_, *devices_.card());

@@ -67,7 +67,7 @@ void UsbipServer::accept(Fd stream) {
 void UsbipServer::plug(const std::string& bus_id) {
     PortSlot& slot = find(bus_id);
     if (slot.port) {
-        throw std::runtime_error(bus_id + " is plugged in already");
+        throw std::runtime_error(bus_id + " is already plugged in");
     }
     plug(slot);
 }
@@ -230,7 +230,7 @@ void UsbipServer::replug(TimePoint now) {
             try {
                 plug(slot);
             } catch (const std::runtime_error& error) {
-                std::fprintf(stderr, "the device does not come back: %s\n", error.what());
+                std::fprintf(stderr, "cannot plug the device in again: %s\n", error.what());
             }
         }
     }

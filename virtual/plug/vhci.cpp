@@ -48,7 +48,7 @@ Vhci::Attachment Vhci::attach(std::uint32_t device, virtual_usb::Speed speed) co
     const std::string text{std::istreambuf_iterator<char>(status), {}};
     const auto port = free_port(text);
     if (!port) {
-        throw std::runtime_error("every port of vhci-hcd is taken");
+        throw std::runtime_error("vhci-hcd has no free port");
     }
     std::array<int, 2> ends{};
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
@@ -62,7 +62,8 @@ Vhci::Attachment Vhci::attach(std::uint32_t device, virtual_usb::Speed speed) co
     const std::filesystem::path file = folder_ / "attach";
     const Fd attach_file(::open(file.c_str(), O_WRONLY | O_CLOEXEC));
     if (!attach_file || ::write(attach_file.get(), order.data(), order.size()) < 0) {
-        throw std::runtime_error("cannot attach by " + file.string() + ": " + std::strerror(errno));
+        throw std::runtime_error("cannot attach through " + file.string() + ": " +
+                                 std::strerror(errno));
     }
     return attachment;
 }

@@ -26,7 +26,7 @@ constexpr std::array kKinds{
 
 [[noreturn]] void refuse(std::string_view text) {
     throw std::invalid_argument("'" + std::string(text) +
-                                "' is no fault: it reads after=N:KIND, KIND being timeout, stall, "
+                                "' is no fault: expected after=N:KIND with KIND timeout, stall, "
                                 "halt, unplug, overflow, short, garbage, late, late=MS, "
                                 "extension or extension=MS");
 }
