@@ -466,6 +466,8 @@ int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char
         transfer.obstacle = LIBUSB_ERROR_NO_DEVICE;
     } else if (!has_endpoint(*handle, endpoint)) {
         transfer.obstacle = LIBUSB_ERROR_IO;
+    } else {
+        transfer.device = handle->device;
     }
     const int code = back_end().bulk_transfer(transfer);
     if (transferred != nullptr) {

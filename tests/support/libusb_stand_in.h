@@ -78,7 +78,8 @@ struct Transfer {
     std::uint8_t endpoint = 0; // of a control transfer: its direction
     std::span<std::uint8_t> data;
     unsigned timeout_ms = 0;
-    int obstacle = 0; // the libusb code with which it ends before it begins
+    int obstacle = 0;                      // the libusb code with which it ends before it begins
+    const libusb_device* device = nullptr; // of a bulk transfer without an obstacle
     std::size_t moved = 0;
 
     bool in() const { return (endpoint & LIBUSB_ENDPOINT_IN) != 0; }

@@ -184,13 +184,13 @@ struct Customer {
     }
 };
 
-using NamedTags = std::vector<std::pair<char, virtual_card::Tag>>;
+using NamedTags = std::vector<std::pair<char, virtual_card::TagNumber>>;
 
 // The fields of a log record that the card's log format names, in the library's words.
 std::string described(std::span<const std::uint8_t> record, const virtual_card::Bytes& log_format,
                       const NamedTags& in_order) {
-    constexpr virtual_card::Tag merchant_name = 0x9F4E;
-    std::map<virtual_card::Tag, std::span<const std::uint8_t>> values;
+    constexpr virtual_card::TagNumber merchant_name = 0x9F4E;
+    std::map<virtual_card::TagNumber, std::span<const std::uint8_t>> values;
     const auto format = virtual_card::parse_dol(log_format);
     for (const auto& entry : format.value()) {
         values[entry.tag] = record.first(entry.length);

@@ -164,6 +164,11 @@ int Bus::bulk_transfer(test::Transfer& transfer) {
     record.result = transfer.obstacle;
     if (transfer.obstacle == 0) {
         witness(Moment::before);
+    }
+    // The witness may have put another device in this one's place.
+    if (transfer.obstacle == 0 && !transfer.device->plugged) {
+        record.result = LIBUSB_ERROR_NO_DEVICE;
+    } else if (transfer.obstacle == 0) {
         Urb urb;
         urb.endpoint = transfer.endpoint;
         urb.data = record.carried;

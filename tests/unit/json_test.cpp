@@ -239,13 +239,19 @@ struct TwoReadings {
     std::string first;
     std::string second;
     bool of_one_card;
+    bool loses_a_record = false; // the second one
 };
 
 class JsonTwoReadings : public Json, public testing::WithParamInterface<TwoReadings> {};
 
 TEST_P(JsonTwoReadings, AreOfOneCardWhenTheirNumbersSaySo) {
     expect_reading(card, {object("70", GetParam().first + object("8C", kCdol1))});
-    expect_reading(card, {object("70", GetParam().second + object("8C", kCdol1))});
+    expect_select(card);
+    expect_options(card, GetParam().loses_a_record ? 2 : 1);
+    expect_records(card, {object("70", GetParam().second + object("8C", kCdol1))});
+    if (GetParam().loses_a_record) {
+        card.expect("00B2020C00", "90");
+    }
     if (GetParam().of_one_card) {
         card.expect(generate_arqc_command(), cryptogram_answer("80"));
         card.expect(kGetLastOnlineAtc, "6A88");
@@ -264,9 +270,12 @@ std::vector<TwoReadings> two_readings() {
             {"TheNumberOfTrack2", track2, number, true},
             {"AnotherNumberThanThatOfTrack2", track2, other_number, false},
             {"AnotherTrack2ThanThatOfTheNumber", number, other_track2, false},
-            {"ANumberAndNone", number, "", false},
-            {"NoneAndANumber", "", number, false},
-            {"None", "", "", true}};
+            {"ANumberAndNone", number, "", true},
+            {"ANumberAndALostRecord", number, "", false, true},
+            {"NoneAndANumber", "", number, true},
+            {"NoneAndANumberWithALostRecord", "", number, false, true},
+            {"None", "", "", true},
+            {"NoneAndALostRecord", "", "", true, true}};
 }
 
 INSTANTIATE_TEST_SUITE_P(, JsonTwoReadings, testing::ValuesIn(two_readings()),

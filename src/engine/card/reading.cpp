@@ -125,6 +125,9 @@ void read_entry(std::span<const unsigned char, 4> entry, ApplicationData& data,
         const auto sfi = static_cast<unsigned char>(shifted_sfi >> 3U);
         const int result = commands::read_record(static_cast<unsigned char>(number), sfi, record);
         failures.count(result);
+        if (result < 0) {
+            data.note_lost_record();
+        }
         if (result != 0) {
             continue;
         }

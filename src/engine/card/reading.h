@@ -53,6 +53,10 @@ class ApplicationData {
     // Each record whole, in reading order.
     std::vector<tlv::Bytes> records() const;
 
+    // A record was lost on its way: what the card says is not all here.
+    bool incomplete() const { return incomplete_; }
+    void note_lost_record() { incomplete_ = true; }
+
     // A record that would pass the limit is not taken, nor any after it.
     void append(tlv::Bytes record);
     void append_authentication_data(tlv::Bytes data);
@@ -62,6 +66,7 @@ class ApplicationData {
     std::vector<std::size_t> record_ends_;
     WipedBytes authentication_;
     bool full_ = false;
+    bool incomplete_ = false;
 };
 
 // Reads every record that the AFL names.

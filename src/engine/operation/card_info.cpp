@@ -227,7 +227,7 @@ int read_card_once(const Request& request, const Outputs& outputs, session::AtSu
     if (session::misled()) {
         return QAVEN_TIMEOUT;
     }
-    if (one_card != nullptr && !one_card->has(data.bytes())) {
+    if (one_card != nullptr && !one_card->has(data)) {
         session::end();
         return fail(QAVEN_NO_CARD, QAVEN_NO_CARD, outputs.err_msg);
     }
@@ -250,9 +250,9 @@ OneCard::~OneCard() {
     one_card = nullptr;
 }
 
-bool OneCard::has(tlv::Bytes records) {
-    const Identity found{tlv::value_of(kTag5APan, records).value_or(WipedBytes()),
-                         tlv::value_of(kTag57Track2, records).value_or(WipedBytes())};
+bool OneCard::has(const reading::ApplicationData& data) {
+    const Identity found{tlv::value_of(kTag5APan, data.bytes()),
+                         tlv::value_of(kTag57Track2, data.bytes()), data.incomplete()};
     if (!first_) {
         first_ = found;
     }
@@ -260,18 +260,23 @@ bool OneCard::has(tlv::Bytes records) {
 }
 
 bool OneCard::Identity::operator==(const Identity& other) const {
-    const bool numbers = !number.empty() && !other.number.empty();
-    const bool tracks = !track2.empty() && !other.track2.empty();
+    const bool numbers = number && other.number;
+    const bool tracks = track2 && other.track2;
     if (numbers || tracks) {
         return (!numbers || number == other.number) && (!tracks || track2 == other.track2);
     }
-    return digits() == other.digits();
+    const auto own = digits();
+    const auto others = other.digits();
+    return own == others || ((!own || !others) && !incomplete && !other.incomplete);
 }
 
 // The card number, from track 2 what stands before its separator.
-WipedText OneCard::Identity::digits() const {
-    const WipedText text = hex::text(number.empty() ? track2 : number);
-    return text.substr(0, text.find(number.empty() ? 'D' : 'F'));
+std::optional<WipedText> OneCard::Identity::digits() const {
+    if (!number && !track2) {
+        return std::nullopt;
+    }
+    const WipedText text = hex::text(number ? *number : *track2);
+    return text.substr(0, text.find(number ? 'F' : 'D'));
 }
 
 int read_card(const Request& request, const Outputs& outputs, session::AtSuccess at_success) {

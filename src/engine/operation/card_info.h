@@ -2,6 +2,7 @@
 // them.
 #pragma once
 
+#include "engine/card/reading.h"
 #include "engine/card/session.h"
 #include "engine/data/tlv.h"
 #include "support/export.h"
@@ -55,18 +56,19 @@ class OneCard {
     OneCard(const OneCard&) = delete;
     OneCard& operator=(const OneCard&) = delete;
 
-    // Whether these records are of that card. Each reading may lack a record, with the number or
-    // with track 2; track 2 has the number too. Of a reading with neither nobody knows, unless the
-    // first one had neither either.
-    bool has(tlv::Bytes records);
+    // Whether these records are of that card. A reading may lack the record with the number, or the
+    // one with track 2; track 2 has the number too. A reading with neither is taken for that card's
+    // only if no record of either reading was lost on its way.
+    bool has(const reading::ApplicationData& data);
 
   private:
     struct Identity {
-        WipedBytes number; // 5A
-        WipedBytes track2; // 57
+        std::optional<WipedBytes> number; // 5A
+        std::optional<WipedBytes> track2; // 57
+        bool incomplete;
 
         bool operator==(const Identity& other) const;
-        WipedText digits() const;
+        std::optional<WipedText> digits() const;
     };
 
     std::optional<Identity> first_;
