@@ -274,6 +274,8 @@ std::vector<TwoReadings> two_readings() {
             {"ANumberAndALostRecord", number, "", false, true},
             {"NoneAndANumber", "", number, true},
             {"NoneAndANumberWithALostRecord", "", number, false, true},
+            {"AnEmptyNumberAndANumber", object("5A", ""), number, true},
+            {"ANumberAndAnEmptyNumber", number, object("5A", ""), false},
             {"None", "", "", true},
             {"NoneAndALostRecord", "", "", true, true}};
 }

@@ -253,10 +253,17 @@ OneCard::~OneCard() {
 bool OneCard::has(const reading::ApplicationData& data) {
     const Identity found{tlv::value_of(kTag5APan, data.bytes()),
                          tlv::value_of(kTag57Track2, data.bytes()), data.incomplete()};
-    if (!first_) {
-        first_ = found;
+    if (first_) {
+        return found == *first_;
     }
-    return found == *first_;
+    first_ = found;
+    // Nothing can be compared with an object that is empty.
+    for (auto* const object : {&first_->number, &first_->track2}) {
+        if (*object && (*object)->empty()) {
+            object->reset();
+        }
+    }
+    return true;
 }
 
 bool OneCard::Identity::operator==(const Identity& other) const {
