@@ -72,6 +72,21 @@ TEST_F(IssuersAnswerStalled, OnItsWayToTheCardArrivesAtTheSecondTry) {
     EXPECT_TRUE(issuer_.tc(hand_over(arqc, answer).tc).verified);
 }
 
+class CardChangedInOneCall : public Fault {};
+
+// The counter would show one customer's number, and the other one would pay.
+TEST_F(CardChangedInOneCall, GivesNeitherInformationNorArqc) {
+    CardRequest request;
+    request.arqc = "true";
+    const auto changed = get_card_information(request);
+    EXPECT_EQ(changed.result, QAVEN_NO_CARD);
+    EXPECT_EQ(changed.resmsg, "");
+    EXPECT_EQ(changed.errmsg, gbk("获取ARQC失败"));
+    const auto next = get_card_information(request);
+    EXPECT_EQ(next.result, QAVEN_OK);
+    EXPECT_EQ(letter_fields(next.fields).at('A'), "6228000200006545");
+}
+
 class CardTakenOut : public Fault {};
 
 TEST_F(CardTakenOut, IsNoCardTheNextTime) {

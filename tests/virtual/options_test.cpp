@@ -92,9 +92,9 @@ TEST(CommandLine, HelpNamesEveryOption) {
     EXPECT_TRUE(parse({"run", "--help"}).help);
     EXPECT_TRUE(parse({"--help"}).help);
     for (const auto* const option :
-         {"--slot", "--profile", "--driver", "--hold", "--no-reader", "--second", "--strict",
-          "--pcap", "--fault", "--replug-after", "--remove-card-after", "--speed", "--save",
-          "--idcard", "--listen", "--attach"}) {
+         {"--slot", "--profile", "--other-card", "--driver", "--hold", "--no-reader", "--second",
+          "--strict", "--pcap", "--fault", "--replug-after", "--remove-card-after", "--speed",
+          "--save", "--idcard", "--listen", "--attach"}) {
         EXPECT_NE(usage_text().find(option), std::string::npos) << option;
     }
 }

@@ -15,6 +15,10 @@ DeviceSet::DeviceSet(const Options& options, const DeviceFactory& factory) {
         }
         reader_.emplace(options.slot == 1 ? card_.get() : nullptr,
                         options.slot == 2 ? card_.get() : nullptr, behaviour);
+        if (options.other_card) {
+            other_card_ = factory.card(virtual_card::find_profile(*options.other_card));
+            reader_->insert_card(options.slot == 1 ? 2 : 1, *other_card_);
+        }
     }
     if (options.second_reader) {
         second_.emplace(nullptr, nullptr, behaviour);

@@ -42,6 +42,7 @@ class DeviceSet {
 
   private:
     std::unique_ptr<virtual_card::Icc> card_;
+    std::unique_ptr<virtual_card::Icc> other_card_;
     std::optional<virtual_reader::Reader> reader_;
     std::optional<virtual_reader::Reader> second_;
     std::unique_ptr<virtual_usb::Device> idcard_;

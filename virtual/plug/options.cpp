@@ -76,6 +76,7 @@ const std::map<std::string, Setting, std::less<>>& settings() {
     static const std::map<std::string, Setting, std::less<>> kTable{
         {"--slot", [](Options& o, Text text) { o.slot = slot(text); }},
         {"--profile", [](Options& o, Text text) { o.profile = text; }},
+        {"--other-card", [](Options& o, Text text) { o.other_card = text; }},
         {"--driver", [](Options& o, Text text) { o.driver = text; }},
         {"--listen", [](Options& o, Text text) { o.listen = listen_address(text); }},
         {"--pcap", [](Options& o, Text text) { o.capture = text; }},
@@ -185,6 +186,7 @@ Both verbs:
 
   --slot 1|2|none         the slot that holds the card (default 2)
   --profile NAME|FILE     the card: a shipped profile's name or a profile file (default debit)
+  --other-card NAME|FILE  another card, in the other slot
   --driver NAME           (run) binds a kernel driver of this name to the reader's slots
   --hold                  (run) another program has claimed the reader's slots
   --no-reader             no bank-card reader

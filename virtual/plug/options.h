@@ -26,6 +26,7 @@ struct Options {
     bool attach = false;
     unsigned slot = 2; // which slot holds the card; 0: none
     std::string profile = "debit";
+    std::optional<std::string> other_card; // the profile of a card in the other slot
     std::string driver;
     bool held = false;
     bool no_reader = false;
