@@ -69,8 +69,10 @@ class CCID : public Myusb {
     QAVEN_API int interact_apdu(unsigned char* apdu, int len, unsigned char* resp, int* resp_len,
                                 int timeout_ms);
 
-    // GetSlotStatus and interact_apdu for the library's own callers.
+    // GetSlotStatus for the library's own callers.
     int ask_slot_status(std::span<std::uint8_t, kPacketSize> status);
+
+    // interact_apdu for the library's own callers: the reply's data and dwLength are in reply.
     int exchange(std::span<const std::uint8_t> apdu, qaven::Reply& reply, int timeout_ms);
 
     // Sends one APDU of len bytes (0..kMaxApdu) as one transfer. A libusb result.

@@ -68,9 +68,13 @@ class Myusb {
     bool library_started;   // init started libusb and close has not ended it yet
     bool interface_claimed; // open got the interface and close has not given it back yet
 
-    // write, read and readTimeout for the library's own callers.
+    // write for the library's own callers.
     int send(std::span<std::uint8_t> bytes);
+
+    // read for the library's own callers.
     int receive(std::span<std::uint8_t> place);
+
+    // readTimeout for the library's own callers.
     int receive(std::span<std::uint8_t> place, int timeout_ms);
 
     // Resets the device, as pulling and plugging it would; it must be opened again. True when
