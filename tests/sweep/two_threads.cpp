@@ -25,8 +25,9 @@ using namespace qaven::sweep;
 namespace {
 
 constexpr int rounds = 25;
-// The address sanitizer of g++ 12 does not put the locks of its allocator in order for the child of a
-// fork: one that is made while another thread allocates spins for ever, whatever the library does.
+// The address sanitizer of g++ 12 does not put the locks of its allocator in order for the child of
+// a fork: one that is made while another thread allocates spins for ever, whatever the library
+// does.
 #ifdef __SANITIZE_ADDRESS__
 constexpr int children = 0;
 #else
